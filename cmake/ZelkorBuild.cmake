@@ -1,0 +1,51 @@
+# How every target of this project is compiled, and the helpers that declare libraries, programs and tests.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+
+find_program(ZELKOR_CCACHE ccache)
+if(ZELKOR_CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${ZELKOR_CCACHE})
+endif()
+
+# Flags that belong to this project's own sources only; never handed on to whoever links a library.
+function(zelkor_compile_options target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+  if(ZELKOR_WERROR)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+  if(ZELKOR_SANITIZE)
+    target_compile_options(${target} PRIVATE -fsanitize=${ZELKOR_SANITIZE} -fno-omit-frame-pointer)
+    target_link_options(${target} PRIVATE -fsanitize=${ZELKOR_SANITIZE})
+    if(ZELKOR_SANITIZE MATCHES undefined)
+      target_compile_options(${target} PRIVATE -fno-sanitize-recover=undefined)
+    endif()
+  endif()
+  # Trace records name their source: framework and library sources by their path below the root, sources of the
+  # daemon by their bare name.
+  target_compile_options(${target} PRIVATE
+    -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=
+    -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/daemon/=)
+endfunction()
+
+# zelkor_library(NAME SOURCES a.cpp ... [PUBLIC lib ...] [PRIVATE lib ...])
+function(zelkor_library name)
+  cmake_parse_arguments(arg "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
+  add_library(${name} STATIC ${arg_SOURCES})
+  zelkor_compile_options(${name})
+  target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/core/shared ${CMAKE_SOURCE_DIR})
+  target_link_libraries(${name} PUBLIC ${arg_PUBLIC} PRIVATE ${arg_PRIVATE})
+endfunction()
+
+# zelkor_program(NAME SOURCES a.cpp ... LIBS lib ...)
+function(zelkor_program name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  zelkor_compile_options(${name})
+  target_link_libraries(${name} PRIVATE ${arg_LIBS})
+  target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/core/shared ${CMAKE_SOURCE_DIR})
+endfunction()

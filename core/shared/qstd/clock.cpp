@@ -1,0 +1,106 @@
+#include "qstd/clock.h"
+
+#include <algorithm>
+#include <atomic>
+#include <list>
+#include <thread>
+
+namespace qstd {
+
+namespace {
+
+/// One thread asleep in Clock::Sleep, so that a set calendar clock can wake it.
+struct Sleeper {
+    std::condition_variable& condition;
+    std::mutex& mutex;         ///< the one whose lock the sleeper releases
+    bool clockWasSet = false;  ///< guarded by mutex
+};
+
+/// The threads asleep. Never destroyed: workers may sleep until the very end of the process.
+struct Sleepers {
+    std::mutex mutex;  ///< guards list; taken while a sleeper's mutex is held, so those are only tried below it
+    std::list<Sleeper> list;
+};
+
+Sleepers& AllSleepers() {
+    static auto* const sleepers = new Sleepers;
+    return *sleepers;
+}
+
+std::atomic<Clock*> g_replacement{nullptr};
+
+/// The shortest real sleep: lets a waiting thread take the lock between two passes of a worker without a pause.
+constexpr std::chrono::microseconds c_leastSleep{100};
+
+}  // namespace
+
+std::chrono::system_clock::time_point Clock::SystemNow() const {
+    return std::chrono::system_clock::now();
+}
+
+std::chrono::steady_clock::time_point Clock::SteadyNow() const {
+    return std::chrono::steady_clock::now();
+}
+
+void Clock::Sleep(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, std::chrono::seconds period) {
+    using std::chrono::microseconds;
+    const auto length = std::max(std::chrono::duration_cast<microseconds>(period), c_leastSleep);
+    const auto steadyEnd = SteadyNow() + length;
+    auto calendarEnd = SystemNow() + length;
+
+    Sleepers& sleepers = AllSleepers();
+    std::list<Sleeper>::iterator self;
+    {
+        const std::lock_guard<std::mutex> guard(sleepers.mutex);
+        self = sleepers.list.insert(sleepers.list.end(), Sleeper{condition, *lock.mutex()});
+    }
+    for (;;) {
+        self->clockWasSet = false;
+        condition.wait_until(lock, calendarEnd);
+        if (!self->clockWasSet) {
+            break;
+        }
+        // The calendar clock was set: the deadline stands, but no later than the period's end on the steady clock.
+        const auto left = std::chrono::duration_cast<microseconds>(steadyEnd - SteadyNow());
+        calendarEnd = std::min(calendarEnd, SystemNow() + left);
+        if (left <= microseconds::zero() || SystemNow() >= calendarEnd) {
+            break;
+        }
+    }
+    const std::lock_guard<std::mutex> guard(sleepers.mutex);
+    sleepers.list.erase(self);
+}
+
+void Clock::CalendarClockWasSet() {
+    Sleepers& sleepers = AllSleepers();
+    for (bool all = false; !all;) {
+        all = true;
+        std::unique_lock<std::mutex> guard(sleepers.mutex);
+        for (Sleeper& sleeper : sleepers.list) {
+            // Having its mutex proves that the sleeper is asleep or awake again, not in between: no wake-up is lost.
+            const std::unique_lock<std::mutex> proof(sleeper.mutex, std::try_to_lock);
+            if (!proof.owns_lock()) {
+                all = false;
+                continue;
+            }
+            sleeper.clockWasSet = true;
+            sleeper.condition.notify_all();
+        }
+        guard.unlock();
+        if (!all) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+}
+
+Clock& Clock::Get() noexcept {
+    static auto* const host = new Clock;
+    Clock* const replacement = g_replacement.load(std::memory_order_acquire);
+    return replacement != nullptr ? *replacement : *host;
+}
+
+void Clock::Replace(Clock* clock) noexcept {
+    g_replacement.store(clock, std::memory_order_release);
+}
+
+}  // namespace qstd

@@ -1,0 +1,159 @@
+#include "qstd/log.h"
+
+#include <spdlog/details/file_helper.h>
+#include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/ansicolor_sink.h>
+#include <spdlog/sinks/base_sink.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <filesystem>
+
+#include "qstd/exception.h"
+
+namespace qstd {
+
+namespace {
+
+/// The level's name in a log line, padded so that every prefix is equally wide.
+class LevelName : public spdlog::custom_flag_formatter {
+public:
+    void format(const spdlog::details::log_msg& message, const std::tm&, spdlog::memory_buf_t& out) override {
+        fmt::format_to(std::back_inserter(out), "{:<8}", Name(message.level));
+    }
+    std::unique_ptr<spdlog::custom_flag_formatter> clone() const override { return std::make_unique<LevelName>(); }
+
+private:
+    static const char* Name(spdlog::level::level_enum level) {
+        switch (level) {
+            case spdlog::level::warn:
+                return "WARNING";
+            case spdlog::level::err:
+                return "ERROR";
+            case spdlog::level::critical:
+                return "CRITICAL";
+            default:
+                return "INFO";
+        }
+    }
+};
+
+/// "[2026/11/21 14:03:07.512] INFO     text"
+std::unique_ptr<spdlog::formatter> MakeFormatter() {
+    auto formatter = std::make_unique<spdlog::pattern_formatter>();
+    formatter->add_flag<LevelName>('*').set_pattern("[%Y/%m/%d %H:%M:%S.%e] %* %v");
+    return formatter;
+}
+
+spdlog::details::log_msg MakeMessage(LogLevel_e level, const std::string& text) {
+    static constexpr std::array<spdlog::level::level_enum, 4> c_levels{spdlog::level::info, spdlog::level::warn,
+                                                                       spdlog::level::err, spdlog::level::critical};
+    // A message that ends with a newline ends its last line with it: the writer's own newline would add an empty line.
+    const std::size_t size = !text.empty() && text.back() == '\n' ? text.size() - 1 : text.size();
+    return {spdlog::string_view_t(), c_levels.at(static_cast<std::size_t>(level)),
+            spdlog::string_view_t(text.data(), size)};
+}
+
+/// Appends to one file and writes each message at once. What cannot be written (a full disk) is counted and said in
+/// the file as soon as it takes messages again.
+class FileSink : public LogSink {
+public:
+    explicit FileSink(const std::string& fileName) : m_formatter(MakeFormatter()) { m_file.open(fileName); }
+
+    void Write(LogLevel_e level, const std::string& text) override {
+        try {
+            if (m_lost > 0) {
+                Append(MakeMessage(LogLevel_e::warning,
+                                   fmt::format("{} log messages before this one could not be written.", m_lost)));
+                m_lost = 0;
+            }
+            Append(MakeMessage(level, text));
+        } catch (const spdlog::spdlog_ex&) {
+            ++m_lost;
+        }
+    }
+
+    void Reopen() override {
+        try {
+            m_file.reopen(false);
+        } catch (const spdlog::spdlog_ex&) {
+            ++m_lost;  // no file now: the next successful Reopen() brings the count
+        }
+    }
+
+private:
+    void Append(const spdlog::details::log_msg& message) {
+        spdlog::memory_buf_t line;
+        m_formatter->format(message, line);
+        m_file.write(line);
+        m_file.flush();
+    }
+
+    std::unique_ptr<spdlog::formatter> m_formatter;
+    spdlog::details::file_helper m_file;
+    unsigned long long m_lost = 0;
+};
+
+/// Standard error, coloured on a terminal.
+class StandardErrorSink : public LogSink {
+public:
+    StandardErrorSink() { m_sink.set_formatter(MakeFormatter()); }
+
+    void Write(LogLevel_e level, const std::string& text) override {
+        m_sink.log(MakeMessage(level, text));
+        m_sink.flush();
+    }
+
+private:
+    spdlog::sinks::ansicolor_stderr_sink_st m_sink;
+};
+
+}  // namespace
+
+std::atomic<bool> Log::m_enabled{false};
+
+Log& Log::GetInstance() {
+    static auto* const instance = new Log;
+    return *instance;
+}
+
+void Log::OpenFile(const std::string& fileName) {
+    try {
+        AddSink(std::make_shared<FileSink>(fileName));
+    } catch (const spdlog::spdlog_ex& error) {
+        throw Exception(fmt::format("Cannot open log file: {}", error.what()));
+    }
+    m_enabled = true;
+}
+
+void Log::OpenStandardError() {
+    AddSink(std::make_shared<StandardErrorSink>());
+    m_enabled = true;
+}
+
+void Log::AddSink(const std::shared_ptr<LogSink>& sink) {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    m_sinks.push_back(sink);
+}
+
+void Log::RemoveSink(const std::shared_ptr<LogSink>& sink) {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    m_sinks.erase(std::remove(m_sinks.begin(), m_sinks.end(), sink), m_sinks.end());
+}
+
+void Log::Reopen() {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    for (const auto& sink : m_sinks) {
+        sink->Reopen();
+    }
+}
+
+void Log::Write(LogLevel_e level, const std::string& text) {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    for (const auto& sink : m_sinks) {
+        sink->Write(level, text);
+    }
+}
+
+}  // namespace qstd
