@@ -1,0 +1,25 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "bmc/backend.h"
+#include "qcfg/element.h"
+
+namespace qapp {
+
+/// A way to reach boards that the configuration may ask for by name.
+struct BoardBackend {
+    /// What `boards/@backend` says.
+    std::string name;
+
+    /// Makes the backend from the "boards" section of the named configuration file.
+    /// @throws qstd::Exception with a text that says where and what.
+    std::function<std::unique_ptr<bmc::Backend>(const qcfg::Element& section, const std::string& configFile)> create;
+
+    /// Proves the section as `create` would, without touching a board. @throws qstd::Exception as `create`.
+    std::function<void(const qcfg::Element& section, const std::string& configFile)> check;
+};
+
+}  // namespace qapp

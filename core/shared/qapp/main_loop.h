@@ -1,0 +1,30 @@
+#pragma once
+
+#include "qapp/service_notifier.h"
+#include "qapp/signals.h"
+
+namespace qapp {
+
+/// What the main thread does while the service runs: sleeps, takes signals, feeds the service manager's watchdog and
+/// watches for the calendar clock being set. For the main thread.
+class MainLoop {
+public:
+    MainLoop(Signals& signals, const ServiceNotifier& notifier);
+    MainLoop(const MainLoop&) = delete;
+    MainLoop& operator=(const MainLoop&) = delete;
+    ~MainLoop();
+
+    /// Returns when a stop was asked for.
+    void Run();
+
+private:
+    void ArmClockWatch() const;
+    void OnSignals();
+    void OnClockWatch() const;
+
+    Signals& m_signals;
+    const ServiceNotifier& m_notifier;
+    int m_clockWatch;  ///< a timer that is only there to be cancelled when the calendar clock is set
+};
+
+}  // namespace qapp

@@ -1,0 +1,334 @@
+#include "qapp/zelkor_application.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <ctime>
+#include <exception>
+#include <filesystem>
+#include <iostream>
+#include <system_error>
+#include <utility>
+
+#include "bmc/board_pool.h"
+#include "qapp/detacher.h"
+#include "qapp/main_loop.h"
+#include "qapp/service_notifier.h"
+#include "qapp/signals.h"
+#include "qcfg/document.h"
+#include "qstd/exception.h"
+#include "qstd/log.h"
+#include "qstd/ver_info.h"
+
+namespace qapp {
+
+namespace {
+
+std::atomic<ZelkorApplication*> g_instance{nullptr};
+
+constexpr int c_defaultPort = 5678;
+constexpr int c_defaultMaxPacketSize = 2 * 1024 * 1024;
+
+void MakeFolder(const std::string& folder) {
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (error) {
+        throw qstd::Exception("Cannot create log folder " + folder + ": " + error.message());
+    }
+}
+
+}  // namespace
+
+ZelkorApplication::ZelkorApplication(const std::string& name, bool createsBoards, bool runsOnce)
+    : m_name(name),
+      m_createsBoards(createsBoards),
+      m_runsOnce(runsOnce),
+      m_registry(std::make_shared<qnode::TreeNode>("registry")),
+      m_logFileDir("/var/log/zelkor") {
+    ZelkorApplication* none = nullptr;
+    if (!g_instance.compare_exchange_strong(none, this)) {
+        throw qstd::Exception("A process has one application only; " + none->m_name + " is there already");
+    }
+}
+
+ZelkorApplication::~ZelkorApplication() {
+    g_instance = nullptr;
+}
+
+ZelkorApplication& ZelkorApplication::Instance() {
+    ZelkorApplication* const instance = g_instance.load();
+    if (instance == nullptr) {
+        throw qstd::Exception("There is no application");
+    }
+    return *instance;
+}
+
+bool ZelkorApplication::Run(int argc, char** argv) {
+    // Keeps the application past the end of `main`, until the workers' threads, started later, were joined.
+    static std::shared_ptr<ZelkorApplication> keepAlive;
+    keepAlive = std::dynamic_pointer_cast<ZelkorApplication>(weak_from_this().lock());
+    try {
+        return RunUnguarded(argc, argv);
+    } catch (const std::exception& error) {
+        std::cerr << m_name << ": " << error.what() << std::endl;
+        if (qstd::Log::m_enabled) {
+            qstd::LogError(error.what());
+        }
+        return false;
+    }
+}
+
+bool ZelkorApplication::RunUnguarded(int argc, char** argv) {
+    Signals signals;
+    Detacher detacher;
+    const auto isStopRequested = [&signals] {
+        signals.Poll();
+        return signals.IsStopRequested();
+    };
+    const Options options = ReadCommandLine(argc, argv);
+    if (options.help) {
+        std::cout << m_helpText;
+        return true;
+    }
+    if (options.version) {
+        std::cout << m_name << ' ' << qstd::VerInfo::Get() << std::endl;
+        return true;
+    }
+    if (options.printSchema) {
+        std::cout << CreateXsd();
+        return true;
+    }
+    if (options.checkConfig) {
+        return CheckAndPrint(options);
+    }
+    if (options.daemon) {
+        detacher.Detach();
+    }
+    ::tzset();
+    OnPreInit();
+    if (!options.pidFile.empty()) {
+        m_pidFile.Create(options.pidFile);
+    }
+    LoadConfiguration(options);
+    if (isStopRequested()) {
+        return true;
+    }
+    OpenLogs(options);
+    OpenBoards();
+    CreateBoards();
+    if (isStopRequested()) {
+        return true;
+    }
+    return Serve(signals, detacher, !options.daemon);
+}
+
+Options ZelkorApplication::ReadCommandLine(int argc, char** argv) {
+    Options defaults;
+    defaults.configFile = ConfDir() + "/" + ConfFile();
+    defaults.logDir = m_logFileDir;
+    OnInitLogFileDir(defaults.logDir);
+    defaults.port = DefaultPort();
+    defaults.pidFile = PidFile();
+    boost::program_options::options_description description = DescribeOptions(defaults);
+    OnProgramOptionsAdd(description);
+    std::ostringstream help;
+    help << "Usage: " << m_name << " [options]\n" << description;
+    m_helpText = help.str();
+
+    boost::program_options::variables_map values;
+    try {
+        Options options = ParseOptions(argc, argv, description, values);
+        OnProgramOptionsProcess(values);
+        if (options.pidFile.empty()) {
+            options.pidFile = defaults.pidFile;
+        }
+        if (options.daemon) {
+            // A background process leaves the folder it was started in.
+            options.configFile = std::filesystem::absolute(options.configFile).string();
+            options.logDir = std::filesystem::absolute(options.logDir).string();
+            options.pidFile = options.pidFile.empty() ? "" : std::filesystem::absolute(options.pidFile).string();
+        }
+        return options;
+    } catch (const qstd::Exception& error) {
+        throw qstd::Exception(std::string(error.what()) + " (see --help)");
+    }
+}
+
+bool ZelkorApplication::CheckAndPrint(const Options& options) {
+    std::vector<std::string> findings;
+    bool isGood = true;
+    try {
+        LoadConfiguration(options);
+        for (const std::string& finding : CheckConfiguration(isGood)) {
+            std::cout << finding << '\n';
+        }
+        const std::shared_ptr<qcfg::Element> section = FindBoardsSection();
+        const BoardBackend& backend = FindBackend(*section);
+        if (backend.check) {
+            backend.check(*section, m_config.GetFileName());
+        }
+    } catch (const std::exception& error) {
+        std::cout << error.what() << '\n';
+        isGood = false;
+    }
+    std::cout.flush();
+    return isGood;
+}
+
+void ZelkorApplication::LoadConfiguration(const Options& options) {
+    OnPreConfig();
+    m_config.Load(options.configFile);
+    OnPostConfig();
+}
+
+void ZelkorApplication::OpenLogs(const Options& options) {
+    std::string logName = m_name + ".log";
+    OnInitLogFileName(logName);
+    MakeFolder(options.logDir);
+    m_logFileDir = options.logDir;
+    qstd::Log::GetInstance().OpenFile(m_logFileDir + "/" + logName);
+    if (options.traceLevel > 0) {
+        qstd::TraceFile::GetInstance().Open(m_logFileDir + "/" + m_name + ".trace", options.traceLevel);
+    }
+}
+
+std::shared_ptr<qcfg::Element> ZelkorApplication::FindBoardsSection() const {
+    const auto sections = m_config.FindSections("boards");
+    if (sections.size() > 1) {
+        throw qstd::Exception(qcfg::AtLine(m_config.GetFileName(), sections[1]->GetLine(),
+                                           "second <boards> section; there may be one only"));
+    }
+    return sections.empty() ? std::make_shared<qcfg::Element>("boards") : sections.front();
+}
+
+const BoardBackend& ZelkorApplication::FindBackend(const qcfg::Element& section) const {
+    if (m_backends.empty()) {
+        throw qstd::Exception("This program has no way to reach boards");
+    }
+    std::shared_ptr<qcfg::Attribute> attribute;
+    if (!section.FindAttr("backend", attribute)) {
+        return m_backends.front();
+    }
+    std::string known;
+    for (const BoardBackend& backend : m_backends) {
+        if (backend.name == attribute->GetValue()) {
+            return backend;
+        }
+        known += (known.empty() ? "" : ", ") + backend.name;
+    }
+    throw qstd::Exception(qcfg::AtLine(m_config.GetFileName(), section.GetLine(),
+                                       "unknown backend \"" + attribute->GetValue() + "\" (known: " + known + ")"));
+}
+
+void ZelkorApplication::OpenBoards() {
+    const std::shared_ptr<qcfg::Element> section = FindBoardsSection();
+    bmc::BoardPool::Instance().Open(FindBackend(*section).create(*section, m_config.GetFileName()));
+}
+
+void ZelkorApplication::CreateBoards() {
+    if (!m_createsBoards) {
+        return;
+    }
+    const bmc::BoardPool& pool = bmc::BoardPool::Instance();
+    for (const bmc::Uri& uri : pool.GetAllLocalBoardUris()) {
+        const bmc::Board* const board = pool.GetBoard(uri);
+        ZelkorBoard* const own = board == nullptr ? nullptr : CreateBoard(board);
+        if (own != nullptr) {
+            AddBoard(own);
+        }
+    }
+}
+
+bool ZelkorApplication::CallHooks(const char* phase, const std::function<void()>& hooks) {
+    try {
+        hooks();
+        return true;
+    } catch (const std::exception& error) {
+        qstd::LogError(std::string("Problem at ") + phase + " - " + error.what());
+    } catch (...) {
+        qstd::LogError(std::string("Problem at ") + phase + " - Unknown Exception");
+    }
+    return false;
+}
+
+bool ZelkorApplication::Serve(Signals& signals, Detacher& detacher, bool isForeground) {
+    if (isForeground) {
+        qstd::Log::GetInstance().OpenStandardError();
+    }
+    const ServiceNotifier notifier;
+    const bool isStarted = CallHooks("start", [this] {
+        OnPostInit();
+        OnStartRunning();
+        OnAcceptRequests();
+    });
+    if (isStarted) {
+        notifier.Ready();
+        detacher.Ready();
+        if (!m_runsOnce) {
+            MainLoop(signals, notifier).Run();
+        }
+    }
+    notifier.Stopping();
+    const bool isStopped = CallHooks("stop", [this] { OnShutdown(); });
+    return isStarted && isStopped;
+}
+
+void ZelkorApplication::AddBoardBackend(BoardBackend backend) {
+    m_backends.push_back(std::move(backend));
+}
+
+void ZelkorApplication::AddRegNode(const std::shared_ptr<qnode::TreeNode>& node) {
+    std::shared_ptr<qnode::TreeNode> added = node;
+    OnRegistryAdd(added);
+    m_registry->Add(added);
+}
+
+void ZelkorApplication::Prepare(const std::string& configText, const std::string& logFileDir) {
+    m_config.LoadText(configText, "configuration");
+    m_logFileDir = logFileDir;
+}
+
+const std::string& ZelkorApplication::ApplicationName() const {
+    return m_name;
+}
+
+std::string ZelkorApplication::PidFile() const {
+    return {};
+}
+
+int ZelkorApplication::NetID() const {
+    return 0;
+}
+
+int ZelkorApplication::DefaultPort() const {
+    return c_defaultPort;
+}
+
+int ZelkorApplication::DefaultMaxPacketSize() const {
+    return c_defaultMaxPacketSize;
+}
+
+std::string ZelkorApplication::ConfDir() const {
+    return "/etc/zelkor";
+}
+
+std::string ZelkorApplication::ConfFile() const {
+    return m_name + ".xml";
+}
+
+std::string ZelkorApplication::CreateXsd() const {
+    return {};
+}
+
+std::vector<std::string> ZelkorApplication::CheckConfiguration(bool& /*isGood*/) const {
+    return {};
+}
+
+ZelkorBoard* ZelkorApplication::CreateBoard(const bmc::Board* /*board*/) {
+    return nullptr;
+}
+
+void ZelkorApplication::AddBoard(ZelkorBoard* board) {
+    m_boards.emplace_back(board);
+}
+
+}  // namespace qapp

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <set>
+
+#include "bmc/board.h"
+#include "bmc/sensor_id.h"
+#include "qcfg/element.h"
+#include "qcfg/serializable.h"
+
+/// Base of the workers that watch sensors: the choice of the sensors to watch. Has no state; the operations are for the
+/// worker's own thread.
+class Module : public qcfg::ISerializable {
+public:
+    /// Chosen sensors of each board. The pool owns the boards.
+    using Selection = std::map<bmc::Board*, std::set<bmc::SensorId>>;
+
+    /// Adds every sensor of every local board to @p out. A board that cannot be reached is logged and left out.
+    static void GetAllSensors(Selection& out);
+
+    /// Adds every temperature sensor of every local board to @p out; a board without any gets no entry. What cannot be
+    /// reached is logged and left out.
+    static void GetTemperatureSensors(Selection& out);
+
+    /// Applies the "include" and "exclude" entries of the section's "sensors" child, in their order, to @p starting.
+    /// @param available what an entry may choose from
+    /// @return the selection, boards without sensors left out.
+    /// @throws qstd::Exception for a sensor id that is not a number. A bad board type only costs its entry.
+    static Selection HandleSensorsList(const std::shared_ptr<qcfg::Element>& section, const Selection& available,
+                                       const Selection& starting);
+
+protected:
+    Module() = default;
+};

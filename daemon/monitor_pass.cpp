@@ -1,0 +1,136 @@
+// One pass of the monitor: reading the sensors and telling of thresholds. Settings and thread stand in monitor.cpp.
+
+#include <exception>
+
+#include "bmc/board_pool.h"
+#include "monitor.h"
+#include "qstd/convert.h"
+#include "qstd/log.h"
+
+namespace {
+
+/// " (id = ICB_1[12]:Intake; value = 80 C; HNC = 75)"
+std::string CrossingText(const std::string& board, const bmc::Sensor& sensor, const bmc::SensorReading& limit,
+                         double value, const std::string& limitName) {
+    std::string text = limitName;
+    text.append(" (id = ").append(board).append("[");
+    qstd::AppendNumber(text, static_cast<long long>(sensor.GetId().GetValue()));
+    text.append("]:").append(sensor.GetName()).append("; value = ");
+    qstd::AppendNumber(text, value);
+    text.append(" ").append(sensor.GetUnits()).append("; ").append(limitName).append(" = ");
+    qstd::AppendNumber(text, limit.Converted());
+    return text.append(")");
+}
+
+}  // namespace
+
+void Monitor::LogSensors() {
+    if (m_sensors.empty() || IsStopped()) {
+        return;
+    }
+    for (auto& [uri, sensors] : m_sensors) {
+        const std::string label = bmc::BoardLabel(uri);
+        try {
+            LogBoard(uri, label, sensors);
+        } catch (const std::exception& error) {
+            qstd::LogError("Problem accessing board " + label + ". Exception: " + error.what());
+        } catch (...) {
+            qstd::LogError("Problem accessing board " + label + ". Unknown exception.");
+        }
+    }
+}
+
+void Monitor::LogBoard(const bmc::Uri& uri, const std::string& label, std::vector<SensorData>& sensors) {
+    bmc::Board* const board = bmc::BoardPool::Instance().GetBoard(uri);
+    if (board == nullptr) {
+        qstd::LogError("Problem accessing board: " + label);
+        return;
+    }
+    std::string heading = "[TIME]";
+    std::string line;
+    bool record = false;
+    for (SensorData& data : sensors) {
+        try {
+            record |= LogSensor(*board, label, data, heading, line);
+        } catch (const std::exception& error) {
+            qstd::LogError("Problem accessing sensor id: " + bmc::ToString(data.id) + " on board " + label +
+                           ". Exception: " + error.what());
+        } catch (...) {
+            qstd::LogError("Problem accessing sensor id: " + bmc::ToString(data.id) + " on board " + label +
+                           ". Unknown exception.");
+        }
+    }
+    if (record) {
+        GetLog(uri, heading).WriteMessage(line);
+    }
+}
+
+bool Monitor::LogSensor(bmc::Board& board, const std::string& label, SensorData& data, std::string& heading,
+                        std::string& record) const {
+    bmc::Sensor* const sensor = board.GetSensor(data.id);
+    if (sensor == nullptr) {
+        heading.append(";[").append(bmc::ToString(data.id)).append("]");
+        record.append(";N/A");
+        qstd::LogError("Problem accessing sensor id: " + bmc::ToString(data.id) + " on board " + label);
+        return false;
+    }
+    const double value = sensor->Read().Converted();
+    heading.append(";[");
+    qstd::AppendNumber(heading, static_cast<long long>(data.id.GetValue()));
+    heading.append("]-").append(sensor->GetName());
+    record.append(";");
+    qstd::AppendNumber(record, value);
+    const bool isRecorded = Filter(sensor, data, value);
+    LogCriticalValues(label, sensor, data, value);
+    data.valid = true;
+    data.value = value;
+    return isRecorded;
+}
+
+void Monitor::LogCriticalValues(const std::string& board, bmc::Sensor* sensor, const SensorData& data, double value) {
+    const bmc::SensorReading upperNonRecoverable = sensor->GetUpperNonRecoverable();
+    const bmc::SensorReading upperCritical = sensor->GetUpperCritical();
+    const bmc::SensorReading upperNonCritical = sensor->GetUpperNonCritical();
+    const bmc::SensorReading lowerNonRecoverable = sensor->GetLowerNonRecoverable();
+    const bmc::SensorReading lowerCritical = sensor->GetLowerCritical();
+    const bmc::SensorReading lowerNonCritical = sensor->GetLowerNonCritical();
+    if (LogAboveValues(board, sensor, upperNonRecoverable, data, value, "HNR") ||
+        LogAboveValues(board, sensor, upperCritical, data, value, "HC") ||
+        LogAboveValues(board, sensor, upperNonCritical, data, value, "HNC") ||
+        LogBelowValues(board, sensor, lowerNonRecoverable, data, value, "LNR") ||
+        LogBelowValues(board, sensor, lowerCritical, data, value, "LC") ||
+        LogBelowValues(board, sensor, lowerNonCritical, data, value, "LNC")) {
+        return;
+    }
+    // A threshold that is not there converts to an infinity, which no value passes: such a side is always inside.
+    const double upper = upperNonCritical.Converted();
+    const double lower = lowerNonCritical.Converted();
+    const bool wasOutside = data.valid && (data.value > upper || data.value < lower);
+    if (wasOutside && lower <= value && value <= upper) {
+        std::string text = "Sensor value is is back to normal. (id = " + board + "[";
+        text.append(bmc::ToString(sensor->GetId())).append("] - ").append(sensor->GetName()).append(";value = ");
+        qstd::AppendNumber(text, value);
+        qstd::LogInfo(text.append(" ").append(sensor->GetUnits()).append(")"));
+    }
+}
+
+bool Monitor::LogAboveValues(const std::string& board, bmc::Sensor* sensor, const bmc::SensorReading& limit,
+                             const SensorData& data, double value, const std::string& limitName) {
+    // A previous value that was not available counts as not above.
+    const bool wasAbove = data.valid && data.value > limit.Converted();
+    if (!limit.IsValid() || !(limit.Converted() < value) || wasAbove) {
+        return false;
+    }
+    qstd::LogWarning("Sensor value is above " + CrossingText(board, *sensor, limit, value, limitName));
+    return true;
+}
+
+bool Monitor::LogBelowValues(const std::string& board, bmc::Sensor* sensor, const bmc::SensorReading& limit,
+                             const SensorData& data, double value, const std::string& limitName) {
+    const bool wasBelow = data.valid && data.value < limit.Converted();
+    if (!limit.IsValid() || !(value < limit.Converted()) || wasBelow) {
+        return false;
+    }
+    qstd::LogWarning("Sensor value is below " + CrossingText(board, *sensor, limit, value, limitName));
+    return true;
+}

@@ -1,0 +1,53 @@
+#include "platform_daemon.h"
+
+#include "build_info.h"
+#include "monitor.h"
+#include "qstd/log.h"
+#include "qstd/trace_fnc.h"
+#include "qstd/ver_info.h"
+
+namespace {
+
+constexpr int c_major = 2;
+constexpr int c_minor = 8;
+constexpr int c_micro = 167;
+constexpr int c_build = 20437;
+constexpr int c_defaultPort = 5678;
+
+const std::string& Name() {
+    static const std::string name = "zelkor-platformd";
+    return name;
+}
+
+[[maybe_unused]] const bool c_versionIsSet = qstd::VerInfo::Init(
+    c_major, c_minor, c_micro, c_build, "", ZELKOR_COMPILER, ZELKOR_BUILT_AT, ZELKOR_BUILD_MACHINE, ZELKOR_BUILD_USER);
+
+}  // namespace
+
+PlatformDaemon::PlatformDaemon() : qapp::ZelkorApplication(Name(), false, false) {}
+
+PlatformDaemon::~PlatformDaemon() = default;
+
+const std::string& PlatformDaemon::ApplicationName() const {
+    return Name();
+}
+
+int PlatformDaemon::DefaultPort() const {
+    return c_defaultPort;
+}
+
+qapp::ZelkorBoard* PlatformDaemon::CreateBoard(const bmc::Board* /*board*/) {
+    const qstd::TraceFnc trace;
+    return nullptr;
+}
+
+void PlatformDaemon::OnPostInit() {
+    qstd::LogInfo("**************************************************");
+    qstd::LogInfo("***Platform daemon started");
+    Monitor::GetInstance();
+}
+
+void PlatformDaemon::OnShutdown() {
+    qstd::LogInfo("***Platform daemon is stopping.");
+    Monitor::GetInstance().StopThread();
+}

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "qapp/zelkor_application.h"
+#include "qnode/tree_node.h"
+
+/// The platform daemon of the chassis: starts and stops the workers.
+class PlatformDaemon : public qapp::ZelkorApplication {
+public:
+    PlatformDaemon();
+    ~PlatformDaemon() override;
+
+    /// "zelkor-platformd"
+    const std::string& ApplicationName() const override;
+
+    /// Default TCP port of the registry server.
+    int DefaultPort() const override;
+
+    /// Null for every board: the daemon keeps no framework board objects of its own.
+    qapp::ZelkorBoard* CreateBoard(const bmc::Board* board) override;
+
+    /// Starts the workers.
+    void OnPostInit() override;
+
+    /// Stops the workers. They end on their own; each is joined when it is destroyed, after `main` has returned.
+    void OnShutdown() override;
+
+private:
+    std::shared_ptr<qnode::TreeNode> m_fansNode;
+};
