@@ -27,9 +27,11 @@ function(zelkor_compile_options target)
   endif()
   # Trace records name their source: framework and library sources by their path below the root, sources of the
   # daemon by their bare name.
-  target_compile_options(${target} PRIVATE
-    -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=
-    -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/daemon/=)
+  # The relative forms are what the compiler sees where ccache is told to make paths relative.
+  file(RELATIVE_PATH from_build ${CMAKE_BINARY_DIR} ${CMAKE_SOURCE_DIR})
+  foreach(root ${from_build} ${CMAKE_SOURCE_DIR}/)
+    target_compile_options(${target} PRIVATE -fmacro-prefix-map=${root}= -fmacro-prefix-map=${root}daemon/=)
+  endforeach()
 endfunction()
 
 # zelkor_library(NAME SOURCES a.cpp ... [PUBLIC lib ...] [PRIVATE lib ...])

@@ -164,7 +164,8 @@ bool Monitor::Filter(bmc::Sensor* sensor, const SensorData& data, double value) 
     if (m_relativeFilter) {
         constexpr double c_percent = 100.0;
         const bmc::SensorReading nominal = sensor->GetNominal();
-        if (nominal.IsValid() && data.valid &&
+        // A share of a negative nominal is no size of a change: such a sensor never passes.
+        if (nominal.IsValid() && !(nominal.Converted() < 0.0) && data.valid &&
             std::fabs(value - data.value) > nominal.Converted() * (m_relativeValue / c_percent)) {
             return true;
         }

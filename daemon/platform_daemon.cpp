@@ -6,6 +6,8 @@
 #include "qstd/trace_fnc.h"
 #include "qstd/ver_info.h"
 
+static_assert(qstd::SourceName(__FILE__) == "platform_daemon", "trace records name sources of the daemon bare");
+
 namespace {
 
 constexpr int c_major = 2;

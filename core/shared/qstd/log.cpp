@@ -12,6 +12,8 @@
 
 #include "qstd/exception.h"
 
+static_assert(qstd::SourceName(__FILE__) == "core/shared/qstd/log", "trace records name framework sources by path");
+
 namespace qstd {
 
 namespace {

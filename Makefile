@@ -1,0 +1,72 @@
+# A thin front over the CMake presets. `make help` lists what there is.
+SHELL := /bin/sh
+BUILD := build
+RUN_DIR := $(BUILD)/run
+PREFIX ?= /usr/local
+JOBS := $(shell nproc)
+
+.PHONY: help deps build run test bench asan tsan tidy format fuzz install clean
+
+help:
+	@echo "make run      install what is missing, build, start the daemon on the example chassis"
+	@echo "make test     install what is missing, build, run every test"
+	@echo "make bench    build and run the benchmarks"
+	@echo "make asan     every test under the address and undefined behaviour sanitizers"
+	@echo "make tsan     every test under the thread sanitizer"
+	@echo "make tidy     clang-tidy over every source"
+	@echo "make format   clang-format over every source"
+	@echo "make fuzz     every fuzz target for a minute"
+	@echo "make install  install (honours DESTDIR and PREFIX)"
+
+deps:
+	@.ci/install-packages
+
+build: deps
+	@cmake --preset release -DCMAKE_INSTALL_PREFIX=$(PREFIX) > $(BUILD).log 2>&1 || { cat $(BUILD).log; exit 1; }
+	@rm -f $(BUILD).log
+	@cmake --build --preset release -j $(JOBS)
+
+run: build
+	@mkdir -p $(RUN_DIR)
+	@echo
+	@echo "The daemon runs in the foreground on the example chassis; Ctrl-C stops it. In another terminal:"
+	@echo "  tail -f $(RUN_DIR)/log/sensors/*.log                               the sensor logs as they grow"
+	@echo "  $(BUILD)/bin/zelkor-chassisctl --socket $(RUN_DIR)/chassis.sock list           boards and sensors"
+	@echo "  $(BUILD)/bin/zelkor-chassisctl --socket $(RUN_DIR)/chassis.sock set io/1 1 99  hold a sensor at 99"
+	@echo "  $(BUILD)/bin/zelkor-chassisctl --socket $(RUN_DIR)/chassis.sock heal io/1      back to normal"
+	@echo
+	@cp examples/config/demo.xml $(RUN_DIR)/demo.xml
+	@mkdir -p $(BUILD)/chassis && cp examples/chassis/*.xml $(BUILD)/chassis/
+	@$(BUILD)/bin/zelkor-platformd --config $(RUN_DIR)/demo.xml --log-dir $(RUN_DIR)/log
+
+test: build
+	@ctest --preset release -j $(JOBS)
+
+bench: build
+	@bench/run $(BUILD)
+
+asan tsan: deps
+	@cmake --preset $@
+	@cmake --build --preset $@ -j $(JOBS)
+	@ctest --preset $@ -j $(JOBS)
+
+tidy:
+	@.ci/install-packages .ci/packages .ci/packages-lint
+	@cmake --preset tidy
+	@cmake --build --preset tidy -j $(JOBS)
+
+format:
+	@.ci/install-packages .ci/packages-lint
+	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+fuzz:
+	@.ci/install-packages .ci/packages .ci/packages-lint
+	@cmake --preset fuzz
+	@cmake --build --preset fuzz -j $(JOBS)
+	@fuzz/run build-fuzz
+
+install: build
+	@cmake --install $(BUILD)
+
+clean:
+	@rm -rf build build-*
