@@ -144,6 +144,12 @@ void Log::RemoveSink(const std::shared_ptr<LogSink>& sink) {
     m_sinks.erase(std::remove(m_sinks.begin(), m_sinks.end(), sink), m_sinks.end());
 }
 
+void Log::Close() {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    m_enabled = false;
+    m_sinks.clear();
+}
+
 void Log::Reopen() {
     const std::lock_guard<std::mutex> guard(m_mutex);
     for (const auto& sink : m_sinks) {

@@ -47,6 +47,8 @@ public:
 
     void AddSink(const std::shared_ptr<LogSink>& sink);
     void RemoveSink(const std::shared_ptr<LogSink>& sink);
+    /// Lets go of every sink and disables the log. A service never does.
+    void Close();
 
     /// Opens the file anew under its name (SIGHUP).
     void Reopen();
@@ -65,11 +67,9 @@ private:
 };
 
 // The four log helpers. Each first writes the message to the trace, at level 3 (info), 2 (warning) or 1 (error and
-// critical), when the trace admits that level, and then passes it to the log when the log is enabled. So a trace holds
-// the log's messages in their place among its own records.
+// critical), when the trace admits that level, and then passes it to the log when the log is enabled.
 
-/// The ordinary course of things, for whoever reads
-/// the log later.
+/// The ordinary course of things.
 inline void LogInfo(const std::string& text) {
     if (TraceActiveLevel() > 2) {
         constexpr int c_line = __LINE__;

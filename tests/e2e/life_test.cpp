@@ -1,0 +1,221 @@
+// The daemon's life: start, messages in their order, signals, stop.
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "daemon_fixture.h"
+
+namespace {
+
+using test::DaemonTest;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+TEST_F(DaemonTest, WholeLife_MessagesStandInTheirOrder) {
+    Configure("<monitor><frequency>60</frequency></monitor>");
+    StartAndAwait();
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_THAT(Messages(), ElementsAre("INFO     " + std::string(50, '*'), "INFO     ***Platform daemon started",
+                                        "INFO     *Monitor process started.",
+                                        "INFO     Monitor settings:", "INFO     ***Platform daemon is stopping.",
+                                        "INFO     *Monitor process stopped"));
+}
+
+TEST_F(DaemonTest, LogLines_HaveAPrefixOf35CharactersUnderWhichReportsAlign) {
+    Configure("<monitor><frequency>60</frequency></monitor>");
+    StartAndAwait();
+    EXPECT_EQ(Stop(), 0);
+    const auto lines = test::ReadLines(m_folder.Path("log/zelkor-platformd.log"));
+    ASSERT_GT(lines.size(), 5U);
+    EXPECT_THAT(lines[1], testing::ContainsRegex("^\\[[0-9]{4}/[0-9]{2}/[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\."
+                                                 "[0-9]{3}\\] INFO     \\*\\*\\*Platform daemon started$"));
+    EXPECT_EQ(lines[3].substr(35), "Monitor settings:");
+    EXPECT_EQ(lines[4], std::string(35, ' ') + "enabled   = true");
+    for (const std::string& line : lines) {
+        EXPECT_FALSE(line.empty());
+    }
+}
+
+TEST_F(DaemonTest, Foreground_StandardErrorShowsTheLog) {
+    Configure("");
+    StartAndAwait("No settings found for Monitor module");
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_EQ(test::ReadFile(m_folder.Path("err")), Log());
+    EXPECT_EQ(test::ReadFile(m_folder.Path("out")), "");
+}
+
+TEST_F(DaemonTest, NoSections_NoWarningAndNoError) {
+    Configure("");
+    StartAndAwait("*Monitor process started.");
+    EXPECT_TRUE(AwaitLog("Monitor settings:"));
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_THAT(Messages(), Not(Contains(testing::Not(StartsWith("INFO ")))));
+}
+
+TEST_F(DaemonTest, NoBoardsSection_RunsOnTheBuiltInChassis) {
+    test::WriteFile(m_folder.Path("config.xml"), "<zelkor/>");
+    StartAndAwait("Monitor settings:");
+    EXPECT_TRUE(AwaitLog("icb/0  (icb)"));
+    EXPECT_EQ(Stop(), 0);
+}
+
+TEST_F(DaemonTest, Interrupt_IsAnOrderlyStop) {
+    Configure("");
+    StartAndAwait();
+    EXPECT_EQ(Stop(SIGINT), 0);
+    EXPECT_THAT(Log(), HasSubstr("*Monitor process stopped"));
+}
+
+TEST_F(DaemonTest, HangUp_ReopensLogAndTraceAndTheDaemonGoesOn) {
+    Configure("<monitor><frequency>60</frequency></monitor>");
+    Start({"--trace-level", "3"});
+    ASSERT_TRUE(AwaitLog("Monitor settings:"));
+    const std::string log = m_folder.Path("log/zelkor-platformd.log");
+    const std::string trace = m_folder.Path("log/zelkor-platformd.trace");
+    std::filesystem::rename(log, log + ".1");
+    std::filesystem::rename(trace, trace + ".1");
+    m_daemon->Signal(SIGHUP);
+    ASSERT_TRUE(Await([&] { return test::Exists(log) && test::Exists(trace); }));
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_THAT(Messages(),
+                ElementsAre("INFO     ***Platform daemon is stopping.", "INFO     *Monitor process stopped"));
+    EXPECT_THAT(test::ReadFile(log + ".1"), HasSubstr("***Platform daemon started"));
+    EXPECT_THAT(test::ReadFile(trace), HasSubstr("***Platform daemon is stopping."));
+    EXPECT_THAT(test::ReadFile(trace + ".1"), HasSubstr("***Platform daemon started"));
+}
+
+TEST_F(DaemonTest, Trace_HoldsTheMessagesWithTheirSourceAndLine) {
+    Configure("");
+    Start({"--trace-level", "3"});
+    ASSERT_TRUE(AwaitLog("Monitor settings:"));
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_THAT(
+        test::ReadFile(m_folder.Path("log/zelkor-platformd.trace")),
+        HasSubstr("core/shared/qstd/log:75 void qstd::LogInfo(const std::string&): ***Platform daemon started"));
+}
+
+TEST_F(DaemonTest, SecondRun_AppendsToTheLog) {
+    Configure("");
+    for (int run = 1; run <= 2; ++run) {
+        Start();
+        ASSERT_TRUE(Await([&] {
+            const auto messages = Messages();
+            return std::count(messages.begin(), messages.end(), "INFO     Monitor settings:") == run;
+        }));
+        EXPECT_EQ(Stop(), 0);
+    }
+    const auto messages = Messages();
+    EXPECT_EQ(std::count(messages.begin(), messages.end(), "INFO     ***Platform daemon started"), 2);
+}
+
+TEST_F(DaemonTest, StopAtManyMomentsOfTheStart_IsAlwaysOrderly) {
+    // A slow board stretches the worker's start, so that stops fall before, into and behind it.
+    Configure("<monitor><frequency>1</frequency></monitor>");
+    for (int delay = 0; delay < 60; delay += 2) {
+        std::filesystem::remove_all(m_folder.Path("log"));
+        Start();
+        // From the moment that signals are taken in order: before, the program is not there yet.
+        ASSERT_TRUE(Await([&] {
+            return test::ReadFile("/proc/" + std::to_string(m_daemon->GetPid()) + "/status")
+                       .find("SigBlk:\t0000000000004003") != std::string::npos;
+        }));
+        std::this_thread::sleep_for(std::chrono::milliseconds(delay));
+        EXPECT_EQ(Stop(), 0) << "after " << delay << " ms";
+        const std::string log = Log();
+        const bool isStarted = log.find("***Platform daemon started") != std::string::npos;
+        const bool isStopped = log.find("***Platform daemon is stopping.") != std::string::npos;
+        EXPECT_EQ(isStarted, isStopped) << log;
+        EXPECT_EQ(isStarted, log.find("*Monitor process stopped") != std::string::npos) << log;
+        EXPECT_EQ(log.find(" ERROR "), std::string::npos) << log;
+    }
+}
+
+TEST_F(DaemonTest, StopAtManyMomentsOfASlowPass_IsAlwaysOrderly) {
+    Configure("<monitor><frequency>0</frequency></monitor>");
+    for (int delay = 0; delay < 100; delay += 7) {
+        std::filesystem::remove_all(m_folder.Path("log"));
+        Start();
+        ASSERT_TRUE(AwaitLog("Monitor settings:"));
+        EXPECT_EQ(Chassis({"slow", "slot/2", "20"}).status, 0);
+        std::this_thread::sleep_for(std::chrono::milliseconds(delay));
+        EXPECT_EQ(Stop(), 0) << "after " << delay << " ms";
+        EXPECT_EQ(Messages().back(), "INFO     *Monitor process stopped");
+    }
+}
+
+/// Takes what a service tells its manager.
+class ServiceManager {
+public:
+    explicit ServiceManager(const std::string& path) : m_descriptor(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        if (::bind(m_descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+            ADD_FAILURE() << "cannot bind";
+        }
+        const timeval limit{20, 0};
+        ::setsockopt(m_descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    }
+    ServiceManager(const ServiceManager&) = delete;
+    ServiceManager& operator=(const ServiceManager&) = delete;
+    ~ServiceManager() { ::close(m_descriptor); }
+
+    std::string Receive() const {
+        std::array<char, 256> buffer{};
+        const ssize_t size = ::recv(m_descriptor, buffer.data(), buffer.size(), 0);
+        return {buffer.data(), size > 0 ? static_cast<std::size_t>(size) : 0};
+    }
+
+private:
+    int m_descriptor;
+};
+
+TEST_F(DaemonTest, ServiceManager_IsToldOfStartAndStopAndTheWatchdogIsFed) {
+    Configure("");
+    const ServiceManager manager(m_folder.Path("notify"));
+    Start({}, {{"NOTIFY_SOCKET", m_folder.Path("notify")}, {"WATCHDOG_USEC", "200000"}});
+    EXPECT_EQ(manager.Receive(), "READY=1");
+    for (int feeding = 0; feeding < 3; ++feeding) {
+        EXPECT_EQ(manager.Receive(), "WATCHDOG=1");
+    }
+    m_daemon->Signal(SIGTERM);
+    std::string told = manager.Receive();
+    while (told == "WATCHDOG=1") {
+        told = manager.Receive();
+    }
+    EXPECT_EQ(told, "STOPPING=1");
+    EXPECT_EQ(m_daemon->Wait(), 0);
+}
+
+TEST_F(DaemonTest, Detached_TheCallerReturnsWhenTheServiceIsReady) {
+    Configure("<monitor><frequency>60</frequency></monitor>");
+    const std::string pidFile = m_folder.Path("pid");
+    const test::Result started = test::RunProgram(Command({"--daemon", "--pid-file", pidFile}));
+    EXPECT_EQ(started.status, 0) << started.error;
+    EXPECT_EQ(started.error, "");
+    EXPECT_THAT(Log(), HasSubstr("***Platform daemon started"));
+    const int pid = std::stoi(test::ReadFile(pidFile));
+    EXPECT_EQ(::kill(pid, SIGTERM), 0);
+    EXPECT_TRUE(AwaitLog("*Monitor process stopped"));
+    EXPECT_TRUE(Await([&] { return !test::Exists(pidFile); }));
+}
+
+TEST_F(DaemonTest, DetachedThatCannotRun_TheCallerReturnsWithItsError) {
+    Configure("", "<chassis><oven/></chassis>");
+    ExpectRefusal(Command({"--daemon"}), "oven");
+}
+
+TEST_F(DaemonTest, ForeignLocale_NumbersStayTheSame) {
+    Configure("<monitor><frequency>60</frequency><filter><relative enabled='true'>2.5</relative></filter></monitor>");
+    Start({}, {{"LC_ALL", "de_DE.UTF-8"}, {"LANG", "de_DE.UTF-8"}});
+    EXPECT_TRUE(AwaitLog("relative filter = true (value = 2.5)"));
+    EXPECT_EQ(Stop(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,234 @@
+#include "qapp/zelkor_application.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <functional>
+#include <map>
+#include <stdexcept>
+
+#include "bmc/board_pool.h"
+#include "qstd/exception.h"
+#include "tests/support/file.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/mock_boards.h"
+#include "tests/support/temp_folder.h"
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+/// Notes the hooks in the order of their calls; a test may put code into each.
+class RecordingApplication : public qapp::ZelkorApplication {
+public:
+    RecordingApplication(bool createsBoards, bool runsOnce) : ZelkorApplication("recorder", createsBoards, runsOnce) {
+        AddBoardBackend({"mock",
+                         [this](const qcfg::Element& /*section*/, const std::string& /*file*/) {
+                             Note("(boards)");
+                             auto backend = std::make_unique<testing::NiceMock<test::MockBackend>>();
+                             backend->Add(bmc::Uri("io", "1"), "IO1", bmc::BoardType_e::io);
+                             backend->Add(bmc::Uri("io", "2"), "IO2", bmc::BoardType_e::io);
+                             return backend;
+                         },
+                         {}});
+    }
+
+    void OnPreInit() override { Note("OnPreInit"); }
+    void OnPostInit() override { Note("OnPostInit"); }
+    void OnPreConfig() override { Note("OnPreConfig"); }
+    void OnPostConfig() override { Note("OnPostConfig"); }
+    void OnStartRunning() override { Note("OnStartRunning"); }
+    void OnAcceptRequests() override { Note("OnAcceptRequests"); }
+    void OnShutdown() override { Note("OnShutdown"); }
+    qapp::ZelkorBoard* CreateBoard(const bmc::Board* board) override {
+        Note("CreateBoard " + board->GetShortName());
+        return board->GetShortName() == "IO1" ? new qapp::ZelkorBoard(board) : nullptr;
+    }
+    void AddBoard(qapp::ZelkorBoard* board) override {
+        Note("AddBoard " + board->OnGetName());
+        ZelkorApplication::AddBoard(board);
+    }
+    void OnInitLogFileName(std::string& name) const override { name = "own.log"; }
+    void OnProgramOptionsAdd(boost::program_options::options_description& description) override {
+        description.add_options()("own", boost::program_options::value<int>(), "an option of its own");
+    }
+    void OnProgramOptionsProcess(const boost::program_options::variables_map& values) override {
+        if (values.count("own") != 0 && values["own"].as<int>() == 0) {
+            throw qstd::Exception("--own: 0 is too little");
+        }
+    }
+
+    std::vector<std::string> m_calls;
+    std::map<std::string, std::function<void()>> m_inHook;
+
+private:
+    void Note(const std::string& call) {
+        m_calls.push_back(call);
+        if (m_inHook.count(call) != 0) {
+            m_inHook[call]();
+        }
+    }
+};
+
+class Application : public testing::Test {
+protected:
+    ~Application() override {
+        qstd::Log::GetInstance().Close();
+        bmc::BoardPool::Instance().Open(nullptr);
+    }
+
+    void Make(bool createsBoards = false, bool runsOnce = true) {
+        m_application = std::make_unique<RecordingApplication>(createsBoards, runsOnce);
+    }
+
+    bool Run(std::vector<std::string> options = {}, const std::string& config = "<zelkor/>") {
+        test::WriteFile(m_folder.Path("c.xml"), config);
+        options.insert(options.begin(),
+                       {"recorder", "--config", m_folder.Path("c.xml"), "--log-dir", m_folder.Path("log")});
+        std::vector<char*> words;
+        for (std::string& option : options) {
+            words.push_back(option.data());
+        }
+        words.push_back(nullptr);
+        testing::internal::CaptureStderr();
+        testing::internal::CaptureStdout();
+        const bool result = m_application->Run(static_cast<int>(words.size() - 1), words.data());
+        m_output = testing::internal::GetCapturedStdout();
+        m_error = testing::internal::GetCapturedStderr();
+        return result;
+    }
+
+    test::TempFolder m_folder;
+    std::unique_ptr<RecordingApplication> m_application;
+    std::string m_output;
+    std::string m_error;
+};
+
+TEST_F(Application, Hooks_ComeInTheirOrder) {
+    Make();
+    EXPECT_TRUE(Run());
+    EXPECT_THAT(m_application->m_calls, ElementsAre("OnPreInit", "OnPreConfig", "OnPostConfig", "(boards)",
+                                                    "OnPostInit", "OnStartRunning", "OnAcceptRequests", "OnShutdown"));
+}
+
+TEST_F(Application, Boards_AreOfferedToAnApplicationThatWantsThem) {
+    Make(true);
+    EXPECT_TRUE(Run());
+    EXPECT_THAT(m_application->m_calls,
+                ElementsAre("OnPreInit", "OnPreConfig", "OnPostConfig", "(boards)", "CreateBoard IO1", "AddBoard IO1",
+                            "CreateBoard IO2", "OnPostInit", "OnStartRunning", "OnAcceptRequests", "OnShutdown"));
+}
+
+TEST_F(Application, BadCommandLine_CallsNoHookAndSaysWhy) {
+    Make();
+    EXPECT_FALSE(Run({"--nonsense"}));
+    EXPECT_THAT(m_application->m_calls, IsEmpty());
+    EXPECT_EQ(m_error, "recorder: unrecognised option '--nonsense' (see --help)\n");
+}
+
+TEST_F(Application, AddedOption_IsOfferedAndChecked) {
+    Make();
+    EXPECT_FALSE(Run({"--own", "0"}));
+    EXPECT_EQ(m_error, "recorder: --own: 0 is too little (see --help)\n");
+    EXPECT_TRUE(Run({"--own", "1"}));
+    EXPECT_TRUE(Run({"--help"}));
+    EXPECT_THAT(m_output, HasSubstr("an option of its own"));
+}
+
+TEST_F(Application, BadConfiguration_StartsNothing) {
+    Make();
+    EXPECT_FALSE(Run({}, "<zelkor>\n<"));
+    EXPECT_THAT(m_application->m_calls, ElementsAre("OnPreInit", "OnPreConfig"));
+    EXPECT_THAT(m_error, HasSubstr("recorder: " + m_folder.Path("c.xml") + ":2: "));
+}
+
+TEST_F(Application, BoardsThatCannotBeReached_StartNothing) {
+    Make();
+    m_application->m_inHook["(boards)"] = [] { throw qstd::Exception("no bus"); };
+    EXPECT_FALSE(Run());
+    EXPECT_EQ(m_error, "recorder: no bus\n");
+    EXPECT_THAT(m_application->m_calls, ElementsAre("OnPreInit", "OnPreConfig", "OnPostConfig", "(boards)"));
+}
+
+TEST_F(Application, StopRequestDuringAnyPhaseOfTheStart_EndsInOrder) {
+    for (const char* phase :
+         {"OnPreInit", "OnPreConfig", "OnPostConfig", "(boards)", "OnPostInit", "OnStartRunning", "OnAcceptRequests"}) {
+        Make(false, false);
+        m_application->m_inHook[phase] = [] { ::kill(::getpid(), SIGTERM); };
+        EXPECT_TRUE(Run()) << phase;
+        const auto& calls = m_application->m_calls;
+        EXPECT_EQ(std::count(calls.begin(), calls.end(), "OnPostInit"),
+                  std::count(calls.begin(), calls.end(), "OnShutdown"))
+            << phase;
+        m_application.reset();
+    }
+}
+
+TEST_F(Application, ExceptionOutOfTheStart_IsLoggedAndTheStopGoesOn) {
+    Make();
+    m_application->m_inHook["OnPostInit"] = [] { throw std::runtime_error("no thread"); };
+    const test::LogCapture log;
+    EXPECT_FALSE(Run());
+    EXPECT_THAT(log.Messages(), ElementsAre("E: Problem at start - no thread"));
+    EXPECT_EQ(m_application->m_calls.back(), "OnShutdown");
+}
+
+TEST_F(Application, ExceptionOutOfTheStop_IsLogged) {
+    Make();
+    m_application->m_inHook["OnShutdown"] = [] { throw std::bad_weak_ptr(); };
+    const test::LogCapture log;
+    EXPECT_FALSE(Run());
+    EXPECT_THAT(log.Messages(), ElementsAre("E: Problem at stop - bad_weak_ptr"));
+    m_application->m_inHook["OnShutdown"] = [] { throw 42; };
+    EXPECT_FALSE(Run());
+    EXPECT_THAT(log.Messages(), Contains("E: Problem at stop - Unknown Exception"));
+}
+
+TEST_F(Application, LogFile_HasTheNameThatTheApplicationGives) {
+    Make();
+    m_application->m_inHook["OnPostInit"] = [] { qstd::LogInfo("here"); };
+    EXPECT_TRUE(Run());
+    EXPECT_EQ(m_application->LogFileDir(), m_folder.Path("log"));
+    EXPECT_THAT(test::ReadFile(m_folder.Path("log/own.log")), HasSubstr("INFO     here\n"));
+}
+
+TEST_F(Application, CheckConfig_PrintsWhatIsWrongAndTouchesNoBoard) {
+    Make();
+    EXPECT_TRUE(Run({"--check-config"}));
+    EXPECT_EQ(m_output, "");
+    EXPECT_FALSE(Run({"--check-config"}, "<zelkor>\n\n<boards backend='smoke'/></zelkor>"));
+    EXPECT_EQ(m_output, m_folder.Path("c.xml") + ":3: unknown backend \"smoke\" (known: mock)\n");
+    EXPECT_THAT(m_application->m_calls, testing::Not(Contains("(boards)")));
+    EXPECT_FALSE(test::Exists(m_folder.Path("log")));
+}
+
+TEST_F(Application, Registry_TakesNodesAndRefusesASecondOfAName) {
+    Make();
+    m_application->AddRegNode(std::make_shared<qnode::TreeNode>("boards"));
+    EXPECT_NE(m_application->GetRegistry()->FindChild("boards"), nullptr);
+    EXPECT_THROW(m_application->AddRegNode(std::make_shared<qnode::TreeNode>("boards")), qstd::Exception);
+}
+
+TEST_F(Application, Instance_IsTheOneApplication) {
+    EXPECT_THROW(qapp::ZelkorApplication::Instance(), qstd::Exception);
+    Make();
+    EXPECT_EQ(&qapp::ZelkorApplication::Instance(), m_application.get());
+    EXPECT_THROW(RecordingApplication(false, true), qstd::Exception);
+    m_application.reset();
+    EXPECT_THROW(qapp::ZelkorApplication::Instance(), qstd::Exception);
+}
+
+TEST_F(Application, Defaults_AreThoseOfAService) {
+    Make();
+    EXPECT_EQ(m_application->ConfDir() + "/" + m_application->ConfFile(), "/etc/zelkor/recorder.xml");
+    EXPECT_EQ(m_application->LogFileDir(), "/var/log/zelkor");
+    EXPECT_EQ(m_application->DefaultPort(), 5678);
+    EXPECT_EQ(m_application->PidFile(), "");
+}
+
+}  // namespace
