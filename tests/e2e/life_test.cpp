@@ -14,6 +14,7 @@ using test::DaemonTest;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsSupersetOf;
 using testing::Not;
 using testing::StartsWith;
 
@@ -145,6 +146,22 @@ TEST_F(DaemonTest, StopAtManyMomentsOfASlowPass_IsAlwaysOrderly) {
         EXPECT_EQ(Chassis({"slow", "slot/2", "20"}).status, 0);
         std::this_thread::sleep_for(std::chrono::milliseconds(delay));
         EXPECT_EQ(Stop(), 0) << "after " << delay << " ms";
+        EXPECT_EQ(Messages().back(), "INFO     *Monitor process stopped");
+    }
+}
+
+TEST_F(DaemonTest, StopWhileAWorkerReadsItsSettings_TheWorkerEndsAfterMainWithAllItNeeds) {
+    Configure("<monitor><frequency>1</frequency></monitor>");
+    for (int delay = 0; delay < 500; delay += 90) {
+        std::filesystem::remove_all(m_folder.Path("log"));
+        auto command = Command();
+        command[0] = Program("slow_daemon");
+        m_daemon = std::make_unique<test::Process>(command, m_folder.Path("out"), m_folder.Path("err"));
+        ASSERT_TRUE(AwaitLog("*Monitor process started."));
+        std::this_thread::sleep_for(std::chrono::milliseconds(delay));
+        EXPECT_EQ(Stop(), 0) << test::ReadFile(m_folder.Path("err"));
+        EXPECT_THAT(Messages(), IsSupersetOf({"INFO     ***Platform daemon is stopping.",
+                                              "INFO     Monitor settings:", "INFO     *Monitor process stopped"}));
         EXPECT_EQ(Messages().back(), "INFO     *Monitor process stopped");
     }
 }

@@ -1,0 +1,73 @@
+// The workers' single instances. A program of its own: what is constructed here lives to the end of the process, as in
+// the daemon, and the sanitizers watch that end.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "monitor.h"
+#include "platform_daemon.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/mock_boards.h"
+#include "tests/support/temp_folder.h"
+
+namespace {
+
+class PreparedDaemon : public PlatformDaemon {
+public:
+    explicit PreparedDaemon(const std::string& logFileDir) { Prepare("<zelkor/>", logFileDir); }
+};
+
+TEST(WorkerSingleton, StopWithoutStart_MakesTheWorkerAndStopsIt_AndManyCallersGetOneInstance) {
+    // In the order of the daemon: boards and application before the worker, which is destroyed before them.
+    static const test::TempFolder folder;
+    static const test::ThreeBoards boards;
+    static const auto daemon = std::make_shared<PreparedDaemon>(folder.Path());
+    static const test::LogCapture log;
+
+    daemon->OnShutdown();
+    EXPECT_TRUE(log.WaitFor("I: *Monitor process stopped"));
+    EXPECT_EQ(log.Messages().front(), "I: ***Platform daemon is stopping.");
+    EXPECT_EQ(log.Count("I: *Monitor process started."), 1);
+
+    std::vector<std::thread> callers;
+    std::vector<const Monitor*> instances(8);
+    for (const Monitor*& instance : instances) {
+        callers.emplace_back([&instance] { instance = &Monitor::GetInstance(); });
+    }
+    for (std::thread& caller : callers) {
+        caller.join();
+    }
+    EXPECT_EQ(std::set<const Monitor*>(instances.begin(), instances.end()).size(), 1U);
+    EXPECT_EQ(log.Count("I: *Monitor process started."), 1);
+}
+
+TEST(WorkerSingletonDeathTest, FirstCallFromManyThreads_ConstructsOne) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            static const test::TempFolder folder;
+            static const test::ThreeBoards boards;
+            static const auto daemon = std::make_shared<PreparedDaemon>(folder.Path());
+            static const test::LogCapture log;
+            std::vector<std::thread> callers;
+            std::vector<const Monitor*> instances(8);
+            for (const Monitor*& instance : instances) {
+                callers.emplace_back([&instance] { instance = &Monitor::GetInstance(); });
+            }
+            for (std::thread& caller : callers) {
+                caller.join();
+            }
+            const bool isOne = std::set<const Monitor*>(instances.begin(), instances.end()).size() == 1 &&
+                               log.WaitFor("I: *Monitor process started.") &&
+                               log.Count("I: *Monitor process started.") == 1;
+            std::exit(isOne ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
