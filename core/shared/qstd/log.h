@@ -38,7 +38,8 @@ public:
 
     static Log& GetInstance();
 
-    /// Appends messages to @p fileName from now on, which is created when needed, and enables the log.
+    /// Appends messages to @p fileName from now on, which is created when needed, and enables the log. Messages that
+    /// the file does not take (a full disk) disturb nobody; the file says how many they were once it takes more.
     /// @throws Exception naming the file and the reason.
     void OpenFile(const std::string& fileName);
 
@@ -48,7 +49,7 @@ public:
     void AddSink(const std::shared_ptr<LogSink>& sink);
     void RemoveSink(const std::shared_ptr<LogSink>& sink);
 
-    /// Opens the file anew under its name (SIGHUP).
+    /// Opens the files anew under their names (SIGHUP). One that cannot be stays open and says so in a message.
     void Reopen();
 
     void Info(const std::string& text) { Write(LogLevel_e::info, text); }
@@ -68,8 +69,7 @@ private:
 // critical), when the trace admits that level, and then passes it to the log when the log is enabled. So a trace holds
 // the log's messages in their place among its own records.
 
-/// The ordinary course of things, for whoever reads
-/// the log later.
+/// The ordinary course of things.
 inline void LogInfo(const std::string& text) {
     if (TraceActiveLevel() > 2) {
         constexpr int c_line = __LINE__;
