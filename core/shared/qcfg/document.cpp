@@ -1,13 +1,16 @@
 #include "qcfg/document.h"
 
+#include <libxml/SAX2.h>
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <mutex>
-#include <sstream>
 #include <vector>
 
 #include "qstd/exception.h"
@@ -17,6 +20,16 @@ namespace qcfg {
 
 namespace {
 
+/// The most bytes that are taken from a file: a hundred times a large chassis description, but a bound for a device.
+constexpr std::size_t c_maxSize = 64 * 1024 * 1024;
+
+std::string TooLarge(const std::string& name) {
+    return name + ": larger than " + std::to_string(c_maxSize) + " bytes";
+}
+
+struct FileCloser {
+    void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+};
 struct ContextDeleter {
     void operator()(xmlParserCtxt* context) const noexcept { xmlFreeParserCtxt(context); }
 };
@@ -24,11 +37,45 @@ struct DocumentDeleter {
     void operator()(xmlDoc* document) const noexcept { xmlFreeDoc(document); }
 };
 
-/// The external entity that the document being read on this thread asked for; empty when it asked for none.
-thread_local std::string t_refusedEntity;
+std::string Text(const xmlChar* text) {
+    return text == nullptr ? std::string() : reinterpret_cast<const char*>(text);
+}
 
-xmlParserInputPtr RefuseExternalEntity(const char* url, const char* /*id*/, xmlParserCtxtPtr /*context*/) {
-    t_refusedEntity = url == nullptr ? "(unnamed)" : url;
+std::string Name(const char* name) {
+    return name == nullptr ? "(unnamed)" : name;
+}
+
+std::string TrimmedEnd(std::string text) {
+    const auto last = text.find_last_not_of(" \t\r\n");
+    text.erase(last == std::string::npos ? 0 : last + 1);
+    return text;
+}
+
+/// What one reading has come to; the parser's context leads to it.
+struct Reading {
+    int errorLine = 0;
+    std::string error;  ///< the first error; empty while there is none
+
+    void Fail(int line, const std::string& text) {
+        if (error.empty()) {
+            errorLine = std::max(line, 1);
+            error = qstd::OneLine(text);
+        }
+    }
+};
+
+Reading* ReadingOf(const xmlParserCtxt* context) {
+    return context == nullptr ? nullptr : static_cast<Reading*>(context->_private);
+}
+
+int LineOf(const xmlParserCtxt* context) {
+    return context == nullptr || context->input == nullptr ? 0 : context->input->line;
+}
+
+xmlParserInputPtr RefuseExternalEntity(const char* url, const char* /*id*/, xmlParserCtxtPtr context) {
+    if (Reading* const reading = ReadingOf(context)) {
+        reading->Fail(LineOf(context), "external entity is not loaded: " + Name(url));
+    }
     return nullptr;
 }
 
@@ -40,14 +87,34 @@ void InitParserOnce() {
     });
 }
 
-std::string Text(const xmlChar* text) {
-    return text == nullptr ? std::string() : reinterpret_cast<const char*>(text);
+void TakeError(void* context, xmlErrorPtr error) {
+    Reading* const reading = ReadingOf(static_cast<xmlParserCtxt*>(context));
+    if (reading != nullptr && error->level >= XML_ERR_ERROR) {
+        reading->Fail(error->line, TrimmedEnd(error->message == nullptr ? "not an XML document" : error->message));
+    }
 }
 
-std::string TrimmedEnd(std::string text) {
-    const auto last = text.find_last_not_of(" \t\r\n");
-    text.erase(last == std::string::npos ? 0 : last + 1);
-    return text;
+/// Where the start tag that the parser has just read begins. The parser itself remembers where a tag ends, and counts
+/// only to 65535 in its tree.
+int LineOfStartTag(const xmlParserInput& input) {
+    int line = input.line;
+    // No "<" can stand inside a tag, not even in an attribute's value.
+    for (const xmlChar* letter = input.cur; letter > input.base && *letter != '<';) {
+        --letter;
+        line -= *letter == '\n' ? 1 : 0;
+    }
+    return line;
+}
+
+void StartElement(void* parser, const xmlChar* name, const xmlChar* prefix, const xmlChar* uri, int namespaceCount,
+                  const xmlChar** namespaces, int attributeCount, int defaultedCount, const xmlChar** attributes) {
+    auto* const context = static_cast<xmlParserCtxt*>(parser);
+    xmlSAX2StartElementNs(context, name, prefix, uri, namespaceCount, namespaces, attributeCount, defaultedCount,
+                          attributes);
+    if (context->node != nullptr && context->input != nullptr) {
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): the node's free slot carries the number
+        context->node->_private = reinterpret_cast<void*>(static_cast<std::intptr_t>(LineOfStartTag(*context->input)));
+    }
 }
 
 void ReadAttributes(const xmlNode& node, Element& element) {
@@ -58,16 +125,21 @@ void ReadAttributes(const xmlNode& node, Element& element) {
     }
 }
 
+/// An element that an entity stands for has no line of its own: it takes that of the element around it.
 /// The depth of the tree is bounded by the parser.
 // NOLINTNEXTLINE(misc-no-recursion)
-std::shared_ptr<Element> ToElement(xmlNode& node) {
-    auto element = std::make_shared<Element>(Text(node.name), std::string(), static_cast<int>(xmlGetLineNo(&node)));
+std::shared_ptr<Element> ToElement(xmlNode& node, int outerLine, Reading& reading) {
+    const auto ownLine = static_cast<int>(reinterpret_cast<std::intptr_t>(node._private));
+    const int line = ownLine > 0 ? ownLine : outerLine;
+    auto element = std::make_shared<Element>(Text(node.name), std::string(), line);
     ReadAttributes(node, *element);
     for (xmlNode* child = node.children; child != nullptr; child = child->next) {
         if (child->type == XML_ELEMENT_NODE) {
-            element->AddChild(ToElement(*child));
+            element->AddChild(ToElement(*child, line, reading));
         } else if (child->type == XML_TEXT_NODE || child->type == XML_CDATA_SECTION_NODE) {
             element->AppendText(Text(child->content));
+        } else if (child->type == XML_ENTITY_REF_NODE) {
+            reading.Fail(line, "entity is not declared: " + Text(child->name));
         }
     }
     return element;
@@ -81,40 +153,50 @@ std::string AtLine(const std::string& fileName, int line, const std::string& tex
 
 std::shared_ptr<Element> ReadXmlText(const std::string& text, const std::string& name) {
     InitParserOnce();
-    t_refusedEntity.clear();
+    if (text.size() > c_maxSize) {
+        throw qstd::Exception(TooLarge(name));
+    }
     const std::unique_ptr<xmlParserCtxt, ContextDeleter> context(xmlNewParserCtxt());
     if (context == nullptr) {
         throw qstd::Exception(name + ": out of memory");
     }
-    constexpr int c_options = XML_PARSE_NOENT | XML_PARSE_NONET | XML_PARSE_BIG_LINES | XML_PARSE_NOERROR |
-                              XML_PARSE_NOWARNING | XML_PARSE_COMPACT;
+    Reading reading;
+    context->_private = &reading;
+    context->sax->serror = TakeError;
+    context->sax->startElementNs = StartElement;
+    constexpr int c_options = XML_PARSE_NOENT | XML_PARSE_NONET | XML_PARSE_NOWARNING | XML_PARSE_COMPACT;
     const std::unique_ptr<xmlDoc, DocumentDeleter> document(
         xmlCtxtReadMemory(context.get(), text.data(), static_cast<int>(text.size()), name.c_str(), nullptr, c_options));
-    if (!t_refusedEntity.empty()) {
-        throw qstd::Exception(AtLine(name, context->lastError.line > 0 ? context->lastError.line : 1,
-                                     "external entity is not loaded: " + qstd::OneLine(t_refusedEntity)));
-    }
     xmlNode* const root = document == nullptr ? nullptr : xmlDocGetRootElement(document.get());
-    if (root == nullptr) {
-        const xmlError& error = context->lastError;
-        const std::string reason = error.message == nullptr ? "not an XML document" : error.message;
-        throw qstd::Exception(AtLine(name, error.line > 0 ? error.line : 1, qstd::OneLine(TrimmedEnd(reason))));
+    std::shared_ptr<Element> tree;
+    if (root != nullptr) {
+        tree = ToElement(*root, 1, reading);
+    } else {
+        reading.Fail(1, "not an XML document");
     }
-    return ToElement(*root);
+    if (!reading.error.empty()) {
+        throw qstd::Exception(AtLine(name, reading.errorLine, reading.error));
+    }
+    return tree;
 }
 
 std::shared_ptr<Element> ReadXmlFile(const std::string& fileName) {
-    errno = 0;
-    std::ifstream file(fileName, std::ios::binary);
-    std::ostringstream text;
-    if (file) {
-        text << file.rdbuf();
-    }
-    // A folder opens but cannot be read; an empty file sets failbit without an error of the system.
-    if (!file || (!text && errno != 0)) {
+    const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(fileName.c_str(), "rbe"));
+    if (file == nullptr) {
         throw qstd::Exception(fileName + ": cannot read: " + std::strerror(errno));
     }
-    return ReadXmlText(text.str(), fileName);
+    std::string text;
+    std::array<char, 16384> piece{};
+    while (const std::size_t size = std::fread(piece.data(), 1, piece.size(), file.get())) {
+        text.append(piece.data(), size);
+        if (text.size() > c_maxSize) {
+            throw qstd::Exception(TooLarge(fileName));
+        }
+    }
+    if (std::ferror(file.get()) != 0) {
+        throw qstd::Exception(fileName + ": cannot read: " + std::strerror(errno));
+    }
+    return ReadXmlText(text, fileName);
 }
 
 }  // namespace qcfg

@@ -1,5 +1,7 @@
 #include "qnode/node.h"
 
+#include <utility>
+
 #include "qstd/exception.h"
 #include "qstd/strings.h"
 
@@ -29,8 +31,10 @@ Node Node::Find(const std::string& path) const {
     for (const std::string& name : qstd::TokenizeString(path, '/')) {
         std::shared_ptr<TreeNode> child = node->FindChild(name);
         if (child == nullptr) {
-            throw qstd::Exception("No node \"" + name + "\" under \"" + node->GetName() + "\" (path \"" + path + "\")",
-                                  true);
+            std::string text = "No node \"";
+            text += name + "\" under \"" + node->GetName();
+            text += "\" (path \"" + path + "\")";
+            throw qstd::Exception(std::move(text), true);
         }
         node = std::move(child);
     }

@@ -21,16 +21,32 @@ TreeNode::TreeNode(std::string name, std::uint64_t flags) : m_name(std::move(nam
     }
 }
 
+void TreeNode::RefuseLoop(const TreeNode& child) const {
+    std::shared_ptr<const TreeNode> node = shared_from_this();
+    while (node != nullptr) {
+        if (node.get() == &child) {
+            throw qstd::Exception("Node \"" + child.GetName() + "\" cannot be added to \"" + m_name +
+                                  "\": it is that node or one above it");
+        }
+        node = node->GetParent();
+    }
+}
+
 std::shared_ptr<TreeNode> TreeNode::Add(const std::shared_ptr<TreeNode>& child) {
+    // One at a time in the whole process: no chain of parents changes while it is looked at.
+    static std::mutex adding;
+    const std::lock_guard<std::mutex> addingGuard(adding);
+    RefuseLoop(*child);
+    if (const auto parent = child->GetParent()) {
+        throw qstd::Exception("Node \"" + child->GetName() + "\" cannot be added to \"" + m_name +
+                              "\": it stands under \"" + parent->GetName() + "\"");
+    }
     const std::lock_guard<std::mutex> guard(m_mutex);
     if (FindByName(m_children, child->GetName()) != m_children.end()) {
         throw qstd::Exception("Node \"" + m_name + "\" already has a child \"" + child->GetName() + "\"");
     }
-    const std::lock_guard<std::mutex> childGuard(child->m_mutex);
-    if (child->m_parent.lock() != nullptr) {
-        throw qstd::Exception("Node \"" + child->GetName() + "\" already has a parent");
-    }
     m_children.push_back(child);
+    const std::lock_guard<std::mutex> childGuard(child->m_mutex);
     child->m_parent = weak_from_this();
     return child;
 }

@@ -8,8 +8,8 @@
 
 namespace qnode {
 
-/// A named object in a tree of them. A parent owns its children; a child knows its parent only while that lives. The
-/// structure may be read from any thread while another one adds to it.
+/// A named object in a tree of them. Nodes live in shared pointers. A parent owns its children; a child knows its
+/// parent only while that lives. The structure may be read from any thread while another one adds to it.
 class TreeNode : public std::enable_shared_from_this<TreeNode> {
 public:
     /// @param name unique among its siblings; must not be empty nor hold "/". @throws qstd::Exception otherwise.
@@ -22,7 +22,9 @@ public:
     const std::string& GetName() const noexcept { return m_name; }
 
     /// Appends @p child, which must not have a parent yet. @return the child.
-    /// @throws qstd::Exception naming both nodes when a child of that name is there already.
+    /// @throws qstd::Exception naming both nodes when a child of that name is there already, when @p child has a
+    /// parent,
+    ///         or when it is this node or stands above it; nothing is then changed.
     std::shared_ptr<TreeNode> Add(const std::shared_ptr<TreeNode>& child);
 
     /// Like Add, for chains of calls. @return the node it was called on.
@@ -43,6 +45,9 @@ public:
     virtual void OnSetFlags(std::uint64_t flags);
 
 private:
+    /// @throws qstd::Exception when @p child is this node or one above it.
+    void RefuseLoop(const TreeNode& child) const;
+
     const std::string m_name;
     mutable std::mutex m_mutex;  ///< guards all below; a child's mutex may be taken while the parent's is held
     std::uint64_t m_flags;

@@ -31,8 +31,28 @@ std::atomic<Clock*> g_replacement{nullptr};
 
 /// The shortest real sleep: lets a waiting thread take the lock between two passes of a worker without a pause.
 constexpr std::chrono::microseconds c_leastSleep{100};
+/// The longest: keeps the ends within what the clocks can hold.
+constexpr std::chrono::seconds c_longestSleep = std::chrono::hours(24) * 365 * 50;
 
 }  // namespace
+
+SleepEnd EndOfSleep(std::chrono::seconds period, std::chrono::system_clock::time_point calendarNow,
+                    std::chrono::steady_clock::time_point steadyNow) {
+    const auto length = std::max(std::chrono::duration_cast<std::chrono::microseconds>(
+                                     std::clamp(period, std::chrono::seconds::zero(), c_longestSleep)),
+                                 c_leastSleep);
+    return {calendarNow + length, steadyNow + length};
+}
+
+std::optional<std::chrono::system_clock::time_point> GoOnUntil(const SleepEnd& end,
+                                                               std::chrono::system_clock::time_point calendarNow,
+                                                               std::chrono::steady_clock::time_point steadyNow) {
+    if (calendarNow >= end.calendar || steadyNow >= end.steady) {
+        return std::nullopt;
+    }
+    return std::min(end.calendar,
+                    calendarNow + std::chrono::duration_cast<std::chrono::microseconds>(end.steady - steadyNow));
+}
 
 std::chrono::system_clock::time_point Clock::SystemNow() const {
     return std::chrono::system_clock::now();
@@ -43,27 +63,17 @@ std::chrono::steady_clock::time_point Clock::SteadyNow() const {
 }
 
 void Clock::Sleep(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, std::chrono::seconds period) {
-    using std::chrono::microseconds;
-    const auto length = std::max(std::chrono::duration_cast<microseconds>(period), c_leastSleep);
-    const auto steadyEnd = SteadyNow() + length;
-    auto calendarEnd = SystemNow() + length;
-
+    const SleepEnd end = EndOfSleep(period, SystemNow(), SteadyNow());
     Sleepers& sleepers = AllSleepers();
     std::list<Sleeper>::iterator self;
     {
         const std::lock_guard<std::mutex> guard(sleepers.mutex);
         self = sleepers.list.insert(sleepers.list.end(), Sleeper{condition, *lock.mutex()});
     }
-    for (;;) {
+    for (std::optional until(end.calendar); until; until = GoOnUntil(end, SystemNow(), SteadyNow())) {
         self->clockWasSet = false;
-        condition.wait_until(lock, calendarEnd);
+        condition.wait_until(lock, *until);
         if (!self->clockWasSet) {
-            break;
-        }
-        // The calendar clock was set: the deadline stands, but no later than the period's end on the steady clock.
-        const auto left = std::chrono::duration_cast<microseconds>(steadyEnd - SteadyNow());
-        calendarEnd = std::min(calendarEnd, SystemNow() + left);
-        if (left <= microseconds::zero() || SystemNow() >= calendarEnd) {
             break;
         }
     }

@@ -3,8 +3,26 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 
 namespace qstd {
+
+/// Where a sleep ends: at the one point or at the other, whichever comes first.
+struct SleepEnd {
+    std::chrono::system_clock::time_point calendar;
+    std::chrono::steady_clock::time_point steady;
+};
+
+/// The end of a sleep of @p period that begins at the given times. The period is taken as at least 100 microseconds
+/// and at most 50 years.
+SleepEnd EndOfSleep(std::chrono::seconds period, std::chrono::system_clock::time_point calendarNow,
+                    std::chrono::steady_clock::time_point steadyNow);
+
+/// The calendar time until which a sleeper goes on to wait after the calendar clock was set, so that it still wakes at
+/// @p end on the steady clock when the calendar's was put off. Nothing when the sleep is over.
+std::optional<std::chrono::system_clock::time_point> GoOnUntil(const SleepEnd& end,
+                                                               std::chrono::system_clock::time_point calendarNow,
+                                                               std::chrono::steady_clock::time_point steadyNow);
 
 /// Where the time comes from, and how a worker sleeps for its period. The host's clocks by default; a test puts its own
 /// in place. All operations may be called from any thread.

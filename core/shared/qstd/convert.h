@@ -4,6 +4,7 @@
 #include <charconv>
 #include <string>
 #include <system_error>
+#include <type_traits>
 #include <typeinfo>
 
 #include "qstd/exception.h"
@@ -47,11 +48,19 @@ T FromString(const std::string& text) {
 /// @throws Exception "Bad bool cast from TEXT".
 bool ToBool(const std::string& text);
 
-/// Appends @p value as a stream with default settings writes it: six significant digits, "nan", "inf".
+/// Appends @p value as a stream with default settings writes it: six significant digits, "inf"; a NaN is "nan"
+/// whatever its sign.
 void AppendNumber(std::string& text, double value);
 
 /// Appends @p value in decimal.
 void AppendNumber(std::string& text, long long value);
+
+/// Appends any other whole number in decimal; `bool` and characters as numbers.
+template <class I, std::enable_if_t<std::is_integral_v<I>, int> = 0>
+void AppendNumber(std::string& text, I value) {
+    static_assert(sizeof(I) < sizeof(long long) || std::is_signed_v<I>, "does not fit into long long");
+    AppendNumber(text, static_cast<long long>(value));
+}
 
 /// @p value as a stream with default settings writes it.
 std::string NumberText(double value);

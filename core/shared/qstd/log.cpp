@@ -1,16 +1,19 @@
 #include "qstd/log.h"
 
-#include <spdlog/details/file_helper.h>
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/ansicolor_sink.h>
 #include <spdlog/sinks/base_sink.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstddef>
-#include <filesystem>
+#include <cstring>
+#include <utility>
 
+#include "qstd/clock.h"
 #include "qstd/exception.h"
+#include "qstd/log_file.h"
 
 static_assert(qstd::SourceName(__FILE__) == "core/shared/qstd/log", "trace records name framework sources by path");
 
@@ -41,60 +44,72 @@ private:
     }
 };
 
-/// "[2026/11/21 14:03:07.512] INFO     text"
+/// "[2026/11/21 14:03:07.512] INFO     text"; the level is the part that a terminal shows in colour.
 std::unique_ptr<spdlog::formatter> MakeFormatter() {
     auto formatter = std::make_unique<spdlog::pattern_formatter>();
-    formatter->add_flag<LevelName>('*').set_pattern("[%Y/%m/%d %H:%M:%S.%e] %* %v");
+    formatter->add_flag<LevelName>('*').set_pattern("[%Y/%m/%d %H:%M:%S.%e] %^%*%$ %v");
     return formatter;
 }
 
 spdlog::details::log_msg MakeMessage(LogLevel_e level, const std::string& text) {
-    static constexpr std::array<spdlog::level::level_enum, 4> c_levels{spdlog::level::info, spdlog::level::warn,
-                                                                       spdlog::level::err, spdlog::level::critical};
+    static constexpr std::array c_levels{spdlog::level::info, spdlog::level::warn, spdlog::level::err,
+                                         spdlog::level::critical};
     // A message that ends with a newline ends its last line with it: the writer's own newline would add an empty line.
     const std::size_t size = !text.empty() && text.back() == '\n' ? text.size() - 1 : text.size();
-    return {spdlog::string_view_t(), c_levels.at(static_cast<std::size_t>(level)),
-            spdlog::string_view_t(text.data(), size)};
+    return {Clock::Get().SystemNow(), spdlog::source_loc(), spdlog::string_view_t(),
+            c_levels.at(static_cast<std::size_t>(level)), spdlog::string_view_t(text.data(), size)};
 }
 
-/// Appends to one file and writes each message at once. What cannot be written (a full disk) is counted and said in
-/// the file as soon as it takes messages again.
+/// Appends to one file and writes each message at once, whole or not at all. What cannot be written (a full disk) is
+/// counted and said in the file as soon as it takes messages again.
 class FileSink : public LogSink {
 public:
-    explicit FileSink(const std::string& fileName) : m_formatter(MakeFormatter()) { m_file.open(fileName); }
+    explicit FileSink(std::string fileName) : m_fileName(std::move(fileName)), m_formatter(MakeFormatter()) {
+        if (!m_file.Open(m_fileName, false)) {
+            throw Exception(fmt::format("Cannot open log file {}: {}", m_fileName, std::strerror(errno)));
+        }
+    }
 
     void Write(LogLevel_e level, const std::string& text) override {
-        try {
-            if (m_lost > 0) {
-                Append(MakeMessage(LogLevel_e::warning,
-                                   fmt::format("{} log messages before this one could not be written.", m_lost)));
-                m_lost = 0;
+        if (m_lost > 0) {
+            const char* const form = m_lost == 1 ? "{} log message before this one could not be written: {}"
+                                                 : "{} log messages before this one could not be written: {}";
+            if (!Append(LogLevel_e::warning, fmt::format(fmt::runtime(form), m_lost, std::strerror(m_reason)))) {
+                ++m_lost;
+                return;
             }
-            Append(MakeMessage(level, text));
-        } catch (const spdlog::spdlog_ex&) {
+            m_lost = 0;
+        }
+        if (!Append(level, text)) {
             ++m_lost;
         }
     }
 
     void Reopen() override {
-        try {
-            m_file.reopen(false);
-        } catch (const spdlog::spdlog_ex&) {
-            ++m_lost;  // no file now: the next successful Reopen() brings the count
+        // When it cannot be opened, the file that is open goes on taking the messages under its new name.
+        if (!m_file.Open(m_fileName, false)) {
+            Write(LogLevel_e::warning,
+                  fmt::format("Cannot open log file {} anew: {}. Messages go on to the file opened before.", m_fileName,
+                              std::strerror(errno)));
         }
     }
 
 private:
-    void Append(const spdlog::details::log_msg& message) {
+    bool Append(LogLevel_e level, const std::string& text) {
         spdlog::memory_buf_t line;
-        m_formatter->format(message, line);
-        m_file.write(line);
-        m_file.flush();
+        m_formatter->format(MakeMessage(level, text), line);
+        if (m_file.WriteHeader(std::string(line.data(), line.size()))) {
+            return true;
+        }
+        m_reason = errno;
+        return false;
     }
 
+    std::string m_fileName;
     std::unique_ptr<spdlog::formatter> m_formatter;
-    spdlog::details::file_helper m_file;
-    unsigned long long m_lost = 0;
+    LogFile m_file;
+    unsigned long long m_lost = 0;  ///< messages since the last one written
+    int m_reason = 0;               ///< why the last of them was lost
 };
 
 /// Standard error, coloured on a terminal.
@@ -121,11 +136,7 @@ Log& Log::GetInstance() {
 }
 
 void Log::OpenFile(const std::string& fileName) {
-    try {
-        AddSink(std::make_shared<FileSink>(fileName));
-    } catch (const spdlog::spdlog_ex& error) {
-        throw Exception(fmt::format("Cannot open log file: {}", error.what()));
-    }
+    AddSink(std::make_shared<FileSink>(fileName));
     m_enabled = true;
 }
 

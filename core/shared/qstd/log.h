@@ -38,7 +38,8 @@ public:
 
     static Log& GetInstance();
 
-    /// Appends messages to @p fileName from now on, which is created when needed, and enables the log.
+    /// Appends messages to @p fileName from now on, which is created when needed, and enables the log. Messages that
+    /// the file does not take (a full disk) disturb nobody; the file says how many they were once it takes more.
     /// @throws Exception naming the file and the reason.
     void OpenFile(const std::string& fileName);
 
@@ -50,7 +51,7 @@ public:
     /// Lets go of every sink and disables the log. A service never does.
     void Close();
 
-    /// Opens the file anew under its name (SIGHUP).
+    /// Opens the files anew under their names (SIGHUP). One that cannot be stays open and says so in a message.
     void Reopen();
 
     void Info(const std::string& text) { Write(LogLevel_e::info, text); }

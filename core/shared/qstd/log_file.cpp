@@ -15,9 +15,9 @@ namespace {
 
 constexpr mode_t c_fileMode = 0644;
 
-int OpenDescriptor(const std::string& fileName, bool truncate) {
-    const int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | (truncate ? O_TRUNC : 0);
-    return ::open(fileName.c_str(), flags, c_fileMode);
+int OpenDescriptor(const std::string& fileName) {
+    // Never waits: a pipe without reader is refused, a full one takes no more.
+    return ::open(fileName.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, c_fileMode);
 }
 
 }  // namespace
@@ -29,21 +29,32 @@ LogFile::~LogFile() {
 }
 
 bool LogFile::Open(const std::string& fileName, bool truncate) {
-    int descriptor = OpenDescriptor(fileName, truncate);
+    int descriptor = OpenDescriptor(fileName);
     if (descriptor < 0 && errno == ENOENT) {
-        std::error_code ignored;
-        std::filesystem::create_directories(std::filesystem::path(fileName).parent_path(), ignored);
-        descriptor = OpenDescriptor(fileName, truncate);
+        std::error_code error;
+        std::filesystem::create_directories(std::filesystem::path(fileName).parent_path(), error);
+        if (error) {
+            errno = error.value();
+            return false;
+        }
+        descriptor = OpenDescriptor(fileName);
     }
     if (descriptor < 0) {
         return false;
     }
     Close();
     m_descriptor = descriptor;
+    if (truncate) {
+        // Only now, so that the trailer which Close() may have written to the same file goes too. What cannot be cut
+        // (a device) need not be.
+        [[maybe_unused]] const int cut = ::ftruncate(descriptor, 0);
+    }
     struct stat status {};
     const bool isNew = ::fstat(descriptor, &status) != 0 || status.st_size == 0;
     if (!Append(isNew ? FileHeader() : AppendBanner())) {
+        const int reason = errno;
         ::close(std::exchange(m_descriptor, -1));
+        errno = reason;
         return false;
     }
     return true;
@@ -83,10 +94,12 @@ bool LogFile::Append(const std::string& bytes) const {
             continue;
         }
         if (written <= 0) {
+            const int reason = written < 0 ? errno : ENOSPC;
             // Take a part of a line back: the next record must not be glued to it.
             if (done > 0 && end >= 0) {
                 [[maybe_unused]] const int cut = ::ftruncate(m_descriptor, end);
             }
+            errno = reason;
             return false;
         }
         done += static_cast<std::size_t>(written);

@@ -6,23 +6,28 @@
 namespace qstd {
 
 /// A text file of lines with headers and trailers, for example one record a line. Appends: what an earlier run wrote is
-/// never cut. Not for use from several threads at once; a copy shares nothing with its original and starts closed.
+/// never cut. Nothing here throws but for want of memory, and nothing waits for a reader. Not for use from several
+/// threads at once; a copy shares nothing with its original and starts closed.
 class LogFile {
 public:
     LogFile() = default;
     LogFile(const LogFile&) noexcept {}
     LogFile& operator=(const LogFile&) noexcept { return *this; }
+    /// Closes the file without FileTrailer(), which only Close() writes.
     virtual ~LogFile();
 
     /// Opens @p fileName for appending; creates it, and the folders above it, when needed. Writes FileHeader() when
     /// the file is new and empty, AppendBanner() when it holds something.
     /// @param truncate cut the file to nothing first
-    /// @return false, with nothing changed, when the file cannot be opened.
+    /// A file that is open already is closed as by Close().
+    /// @return false, with nothing changed and the reason in `errno`, when the file cannot be opened; false, with the
+    ///         object closed, when the header or banner cannot be written.
     bool Open(const std::string& fileName, bool truncate);
 
     bool IsOpen() const noexcept { return m_descriptor >= 0; }
 
-    /// Writes @p text as it stands, without header and trailer. @return whether all of it is in the file.
+    /// Writes @p text as it stands, without header and trailer, in one piece. @return whether all of it is in the
+    /// file; a text that could be written only in part is taken back.
     bool WriteHeader(const std::string& text);
 
     /// Writes one line: LineHeader(), @p size bytes of @p text, LineTrailer(), a newline, in one piece.

@@ -2,8 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <ctime>
+#include <limits>
 #include <ostream>
 
 #include "qstd/clock.h"
@@ -17,6 +19,24 @@ constexpr std::int64_t c_microsecondsPerSecond = 1000000;
 constexpr std::int32_t c_microsecondsPerMillisecond = 1000;
 constexpr int c_tmYearBase = 1900;
 
+using Limits = std::numeric_limits<std::int64_t>;
+
+std::int64_t Saturated(unsigned long number) {
+    return static_cast<std::int64_t>(std::min(number, static_cast<unsigned long>(Limits::max())));
+}
+
+/// The sum, or the nearest number that there is.
+std::int64_t SaturatedSum(std::int64_t left, std::int64_t right) {
+    std::int64_t sum = 0;
+    return __builtin_add_overflow(left, right, &sum) ? (left < 0 ? Limits::min() : Limits::max()) : sum;
+}
+
+/// The product with a positive number, or the nearest number that there is.
+std::int64_t SaturatedProduct(std::int64_t left, std::int64_t right) {
+    std::int64_t product = 0;
+    return __builtin_mul_overflow(left, right, &product) ? (left < 0 ? Limits::min() : Limits::max()) : product;
+}
+
 }  // namespace
 
 Time::Time(int kind) : m_seconds(0), m_microseconds(0) {
@@ -28,8 +48,8 @@ Time::Time(int kind) : m_seconds(0), m_microseconds(0) {
 }
 
 Time::Time(unsigned long seconds, unsigned long microseconds)
-    : m_seconds(static_cast<std::int64_t>(seconds) + static_cast<std::int64_t>(microseconds) / c_microsecondsPerSecond),
-      m_microseconds(static_cast<std::int32_t>(static_cast<std::int64_t>(microseconds) % c_microsecondsPerSecond)) {}
+    : m_seconds(SaturatedSum(Saturated(seconds), Saturated(microseconds / c_microsecondsPerSecond))),
+      m_microseconds(static_cast<std::int32_t>(microseconds % c_microsecondsPerSecond)) {}
 
 Time Time::FromMicroseconds(std::int64_t microseconds) {
     std::int64_t seconds = microseconds / c_microsecondsPerSecond;
@@ -53,7 +73,7 @@ void Time::UpdateToCurrent() const {
 }
 
 std::int64_t Time::ToMicroseconds() const noexcept {
-    return m_seconds * c_microsecondsPerSecond + m_microseconds;
+    return SaturatedSum(SaturatedProduct(m_seconds, c_microsecondsPerSecond), m_microseconds);
 }
 
 std::string Time::ToString() const {
@@ -68,11 +88,24 @@ std::string Time::ToString() const {
 }
 
 Time operator+(Time left, const Time& right) {
-    return Time::FromMicroseconds(left.ToMicroseconds() + right.ToMicroseconds());
+    left.m_seconds = SaturatedSum(left.m_seconds, right.m_seconds);
+    left.m_microseconds += right.m_microseconds;
+    if (left.m_microseconds >= c_microsecondsPerSecond) {
+        left.m_microseconds -= static_cast<std::int32_t>(c_microsecondsPerSecond);
+        left.m_seconds = SaturatedSum(left.m_seconds, 1);
+    }
+    return left;
 }
 
 Time operator-(Time left, const Time& right) {
-    return Time::FromMicroseconds(left.ToMicroseconds() - right.ToMicroseconds());
+    // Minus one second more, which is exact for every count (the complement) and comes back as a million microseconds.
+    left.m_seconds = SaturatedSum(left.m_seconds, ~right.m_seconds);
+    left.m_microseconds += static_cast<std::int32_t>(c_microsecondsPerSecond) - right.m_microseconds;
+    if (left.m_microseconds >= c_microsecondsPerSecond) {
+        left.m_microseconds -= static_cast<std::int32_t>(c_microsecondsPerSecond);
+        left.m_seconds = SaturatedSum(left.m_seconds, 1);
+    }
+    return left;
 }
 
 bool operator==(const Time& left, const Time& right) noexcept {

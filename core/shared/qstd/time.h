@@ -7,6 +7,7 @@
 namespace qstd {
 
 /// A point in time (since 1970-01-01 UTC) or a duration: whole seconds and microseconds, the latter always 0..999999.
+/// Sums and differences that no 64-bit count of seconds can hold stay at the nearest one that it can.
 /// A value type: distinct objects may be used from distinct threads.
 class Time {
 public:
@@ -35,7 +36,7 @@ public:
     std::int64_t GetSeconds() const noexcept { return m_seconds; }
     /// Microseconds past the whole second, 0..999999.
     std::int32_t GetMicroseconds() const noexcept { return m_microseconds; }
-    /// All of it in microseconds.
+    /// All of it in microseconds; the nearest count that there is beyond some 292,000 years.
     std::int64_t ToMicroseconds() const noexcept;
 
     /// Local time as "YYYY/MM/DD hh:mm:ss.mmm"; the milliseconds are cut, not rounded.

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "qstd/log_file.h"
+
 namespace qstd {
 
 /// The program's trace: a file of records for those who look for a fault, off unless asked for. One object for the
@@ -26,38 +28,44 @@ public:
 
     static TraceFile& GetInstance();
 
-    /// Opens @p fileName for appending and admits records up to @p level (1..4).
-    /// @throws Exception naming the file and the reason.
+    /// Opens @p fileName for appending in place of the file that was open, and admits records up to @p level (1..4).
+    /// @throws Exception naming the file and the reason; nothing is then changed.
     void Open(const std::string& fileName, int level);
 
-    /// Opens the file anew under its name, after it was renamed by a log rotation. No effect when there is no file.
+    /// Opens the file anew under its name, after it was renamed by a log rotation. No effect when there is no file; one
+    /// that cannot be opened anew stays open.
     void Reopen();
 
     /// Ends tracing and closes the file.
     void Close();
 
-    /// Hands every admitted record to @p listener too, from the tracing thread (null: no longer), with records up to
-    /// @p level admitted. For tests and tools.
+    /// Hands records up to @p level to @p listener too, from the tracing thread (null: no longer), whatever the file
+    /// admits. The listener must not trace nor log. For tests and tools.
     void Listen(std::function<void(const Record&)> listener, int level);
 
     /// Whether a file or a listener takes records.
     bool IsEnabled() const noexcept { return GetLevel() > 0; }
 
-    /// The most detailed level admitted; 0 when tracing is off.
+    /// The most detailed level that the file or the listener admits; 0 when tracing is off.
     int GetLevel() const noexcept { return m_level.load(std::memory_order_relaxed); }
 
-    /// Writes one record, whatever its level. A record that cannot be written is lost without a word: the trace must
-    /// never disturb the program.
+    /// Writes one record where its level is admitted. A record that cannot be written is lost without a word: the
+    /// trace must never disturb the program.
     void Trace(int level, std::string_view function, std::string_view source, int line, std::string_view text);
 
 private:
     TraceFile() = default;
 
-    std::atomic<int> m_level{0};
-    std::mutex m_mutex;  ///< guards all below
+    /// Works out m_level anew; m_mutex is held.
+    void UpdateLevel();
+
+    std::atomic<int> m_level{0};  ///< written under m_mutex
+    std::mutex m_mutex;           ///< guards all below
     std::string m_fileName;
-    int m_descriptor = -1;
+    LogFile m_file;
+    int m_fileLevel = 0;
     std::function<void(const Record&)> m_listener;
+    int m_listenerLevel = 0;
 };
 
 /// The trace's present level; 0 when tracing is off.

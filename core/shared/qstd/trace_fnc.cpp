@@ -5,7 +5,7 @@
 
 namespace qstd {
 
-TraceFnc::TraceFnc(std::source_location where) : m_where(where), m_isActive(TraceActiveLevel() >= c_level) {
+TraceFnc::TraceFnc(SourceLocation where) : m_where(where), m_isActive(TraceActiveLevel() >= c_level) {
     if (m_isActive) {
         Write("entry");
     }
@@ -22,13 +22,13 @@ void TraceFnc::Write(const char* text) const {
                text);
 }
 
-void TraceHere(int level, const std::string& text, std::source_location where) {
+void TraceHere(int level, const std::string& text, SourceLocation where) {
     if (TraceActiveLevel() >= level) {
         TraceWrite(level, where.function_name(), SourceName(where.file_name()), static_cast<int>(where.line()), text);
     }
 }
 
-std::string ThisFncName(std::source_location where) {
+std::string ThisFncName(SourceLocation where) {
     return where.function_name();
 }
 

@@ -1,7 +1,8 @@
 #pragma once
 
-#include <source_location>
 #include <string>
+
+#include "qstd/source_location.h"
 
 namespace qstd {
 
@@ -14,7 +15,7 @@ public:
     static constexpr int c_level = 4;
 
     /// @param where the function to be named; leave it to its default.
-    explicit TraceFnc(std::source_location where = std::source_location::current());
+    explicit TraceFnc(SourceLocation where = SourceLocation::current());
     TraceFnc(const TraceFnc&) = delete;
     TraceFnc& operator=(const TraceFnc&) = delete;
     ~TraceFnc();
@@ -22,14 +23,14 @@ public:
 private:
     void Write(const char* text) const;
 
-    std::source_location m_where;
+    SourceLocation m_where;
     bool m_isActive;
 };
 
 /// Writes one trace record at @p level from the calling function, when the trace admits the level.
-void TraceHere(int level, const std::string& text, std::source_location where = std::source_location::current());
+void TraceHere(int level, const std::string& text, SourceLocation where = SourceLocation::current());
 
 /// The signature of the calling function, as the compiler writes it.
-std::string ThisFncName(std::source_location where = std::source_location::current());
+std::string ThisFncName(SourceLocation where = SourceLocation::current());
 
 }  // namespace qstd
