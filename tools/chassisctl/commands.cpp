@@ -1,0 +1,243 @@
+#include "tools/chassisctl/commands.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdint>
+#include <istream>
+#include <ostream>
+#include <string_view>
+
+#include "qstd/exception.h"
+#include "qstd/ver_info.h"
+#include "tools/chassisctl/command_line.h"
+#include "tools/chassisctl/import.h"
+#include "tools/chassisctl/listing.h"
+
+namespace chassisctl {
+
+namespace {
+
+using Outcome_e = Reply::Outcome_e;
+
+constexpr const char* c_program = "zelkor-chassisctl";
+
+/// A command whose words are the fields of its request as they stand.
+struct PlainCommand {
+    std::string_view name;
+    std::size_t required;  // number of arguments
+    std::size_t fields;    // of the request, arguments that are not given being empty
+    std::string_view usage;
+};
+
+constexpr std::array<PlainCommand, 10> c_plainCommands{{
+    {"set", 3, 3, "set BOARD SENSOR VALUE"},
+    {"auto", 2, 2, "auto BOARD SENSOR"},
+    {"invalid", 2, 2, "invalid BOARD SENSOR"},
+    {"missing", 1, 2, "missing BOARD [SENSOR]"},
+    {"slow", 2, 2, "slow BOARD MILLISECONDS"},
+    {"heal", 1, 2, "heal BOARD [SENSOR]"},
+    {"limit", 4, 4, "limit BOARD SENSOR NAME VALUE"},
+    {"clock", 2, 2, "clock BOARD SECONDS"},
+    {"power", 1, 1, "power BOARD"},
+    {"shutdown-count", 1, 1, "shutdown-count BOARD"},
+}};
+
+[[noreturn]] void BadUsage(std::string_view usage) {
+    throw qstd::Exception("usage: " + std::string(c_program) + " " + std::string(usage));
+}
+
+/// Decimal, or hexadecimal behind "0x".
+std::uint32_t ParseRegisterNumber(const std::string& text, const char* what) {
+    constexpr std::string_view c_hexPrefix = "0x";
+    const bool isHex = text.starts_with(c_hexPrefix);
+    const char* const begin = text.data() + (isHex ? c_hexPrefix.size() : 0);
+    std::uint32_t number = 0;
+    const auto [stop, error] = std::from_chars(begin, text.data() + text.size(), number, isHex ? 16 : 10);
+    if (error != std::errc() || stop != text.data() + text.size()) {
+        throw qstd::Exception(std::string(what) + " \"" + text + "\" is not a number from 0 to 4294967295");
+    }
+    return number;
+}
+
+std::string HexText(std::uint32_t number) {
+    std::array<char, 8> digits{};
+    const auto result = std::to_chars(digits.data(), digits.data() + digits.size(), number, 16);
+    return "0x" + std::string(digits.data(), result.ptr);
+}
+
+Fields PlainRequest(const PlainCommand& command, const Fields& words) {
+    if (words.size() < command.required + 1 || words.size() > command.fields + 1) {
+        BadUsage(command.usage);
+    }
+    Fields request = words;
+    request.resize(command.fields + 1);
+    return request;
+}
+
+/// fail BOARD [SENSOR] [TEXT]: a first word behind the board that is no decimal number is the text already. The words
+/// of a text may stand unquoted.
+Fields FailRequest(const Fields& words) {
+    if (words.size() < 2) {
+        BadUsage("fail BOARD [SENSOR] [TEXT]");
+    }
+    Fields request{words[0], words[1], "", ""};
+    std::size_t next = 2;
+    const auto isDigit = [](char letter) { return letter >= '0' && letter <= '9'; };
+    if (words.size() > next && !words[next].empty() && std::all_of(words[next].begin(), words[next].end(), isDigit)) {
+        request[2] = words[next++];
+    }
+    for (; next < words.size(); ++next) {
+        request[3] += (request[3].empty() ? "" : " ") + words[next];
+    }
+    return request;
+}
+
+Fields FpgaRequest(const Fields& words) {
+    constexpr std::string_view c_usage = "fpga read|fail|heal ADDRESS, or fpga write ADDRESS VALUE";
+    const std::string action = words.size() > 1 ? words[1] : "";
+    const bool isWrite = action == "write";
+    const bool isKnown = isWrite || action == "read" || action == "fail" || action == "heal";
+    constexpr std::size_t c_withAddress = 3;
+    if (!isKnown || words.size() != c_withAddress + (isWrite ? 1 : 0)) {
+        BadUsage(c_usage);
+    }
+    Fields request{"fpga-" + action, HexText(ParseRegisterNumber(words[2], "register address"))};
+    if (isWrite) {
+        request.push_back(std::to_string(ParseRegisterNumber(words[3], "register value")));
+    }
+    return request;
+}
+
+/// The request of every command but list, journal and import.
+Fields BuildRequest(const Fields& words) {
+    const std::string& name = words.front();
+    if (name == "fail") {
+        return FailRequest(words);
+    }
+    if (name == "fpga") {
+        return FpgaRequest(words);
+    }
+    const auto* const found = std::find_if(c_plainCommands.begin(), c_plainCommands.end(),
+                                           [&](const PlainCommand& command) { return command.name == name; });
+    if (found == c_plainCommands.end()) {
+        throw qstd::Exception("unknown command \"" + name + "\", see " + c_program + " --help");
+    }
+    return PlainRequest(*found, words);
+}
+
+/// Says what went wrong. @return the exit status
+int Conclude(const Reply& reply, std::ostream& err) {
+    if (reply.outcome == Outcome_e::done) {
+        return c_exitDone;
+    }
+    err << c_program << ": " << reply.text << '\n';
+    return reply.outcome == Outcome_e::refused ? c_exitRefused : c_exitNoAnswer;
+}
+
+int RunList(const CommandLine& line, const ControlClient& client, Streams streams) {
+    if (line.words.size() != 1) {
+        BadUsage("list [--json]");
+    }
+    const Reply reply = client.Ask(line.words);
+    if (reply.outcome == Outcome_e::done) {
+        const std::vector<BoardEntry> boards = ReadListing(reply.rows);
+        streams.out << (line.json ? ListingJson(boards) : ListingText(boards));
+    }
+    return Conclude(reply, streams.err);
+}
+
+int RunJournal(const CommandLine& line, const ControlClient& client, Streams streams) {
+    if (line.words.size() != 1) {
+        BadUsage("journal [--follow] [--json]");
+    }
+    const auto print = [&](const Fields& row) {
+        streams.out << (line.json ? JournalJson(row) : JournalText(row)) << std::flush;
+        return streams.out.good();
+    };
+    if (line.follow) {
+        return Conclude(client.Follow({"journal-follow"}, print), streams.err);
+    }
+    const Reply reply = client.Ask(line.words);
+    if (reply.outcome == Outcome_e::done) {
+        for (const Fields& row : reply.rows) {
+            print(row);
+        }
+    }
+    return Conclude(reply, streams.err);
+}
+
+int RunOther(const CommandLine& line, const ControlClient& client, Streams streams) {
+    const Fields request = BuildRequest(line.words);
+    const Reply reply = client.Ask(request);
+    if (reply.outcome == Outcome_e::done) {
+        for (const Fields& row : reply.rows) {
+            streams.out << row.back() << '\n';  // a register's row is address and value; the others have one field
+        }
+    }
+    return Conclude(reply, streams.err);
+}
+
+void CheckOptions(const CommandLine& line) {
+    const std::string& command = line.words.front();
+    const bool isImport = command == "import";
+    const auto demand = [&](bool isGiven, bool isAllowed, const char* option, const char* where) {
+        if (isGiven && !isAllowed) {
+            throw qstd::Exception(std::string(option) + " is an option of " + where + ", not of " + command);
+        }
+    };
+    demand(line.json, command == "list" || command == "journal", "--json", "list and journal");
+    demand(line.follow, command == "journal", "--follow", "journal");
+    demand(line.type.has_value(), isImport, "--type", "import");
+    demand(line.uri.has_value(), isImport, "--uri", "import");
+    demand(line.name.has_value(), isImport, "--name", "import");
+    demand(line.live.has_value(), isImport, "--live", "import");
+}
+
+std::string VersionText() {
+    const qstd::VerInfo& version = qstd::VerInfo::Get();
+    const bool isKnown = version.m_major != 0 || version.m_minor != 0 || version.m_micro != 0 || version.m_build != 0;
+    return c_program + (isKnown ? " " + version.ToString() : std::string());
+}
+
+int Dispatch(const CommandLine& line, Streams streams, std::chrono::milliseconds limit) {
+    if (line.help) {
+        streams.out << HelpText();
+        return c_exitDone;
+    }
+    if (line.version) {
+        streams.out << VersionText() << '\n';
+        return c_exitDone;
+    }
+    if (line.words.empty()) {
+        throw qstd::Exception(std::string("no command given, see ") + c_program + " --help");
+    }
+    CheckOptions(line);
+    const std::string& command = line.words.front();
+    if (command == "import") {
+        return RunImport(line, streams);
+    }
+    const ControlClient client(line.socketPath, limit);
+    if (command == "list") {
+        return RunList(line, client, streams);
+    }
+    return command == "journal" ? RunJournal(line, client, streams) : RunOther(line, client, streams);
+}
+
+}  // namespace
+
+int Run(const std::vector<std::string>& arguments, Streams streams, std::chrono::milliseconds limit) {
+    try {
+        const int status = Dispatch(ParseCommandLine(arguments), streams, limit);
+        streams.out.flush();
+        if (!streams.out.good()) {
+            throw qstd::Exception("standard output cannot be written");
+        }
+        return status;
+    } catch (const qstd::Exception& error) {
+        streams.err << c_program << ": " << error.what() << '\n';
+        return c_exitRefused;
+    }
+}
+
+}  // namespace chassisctl
