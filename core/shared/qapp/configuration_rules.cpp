@@ -1,0 +1,117 @@
+#include "qapp/configuration_rules.h"
+
+#include <memory>
+
+#include "qcfg/configuration.h"
+#include "qcfg/reference_writer.h"
+#include "qcfg/value_types.h"
+
+namespace qapp {
+
+namespace {
+
+using qcfg::AttributeRule;
+using qcfg::ElementRule;
+using qcfg::Occurrence_e;
+
+constexpr long long c_maxPort = 65535;
+
+ElementRule RegistryRule() {
+    ElementRule rule{.name = "registry", .doc = "The registry server, through which other programs read and write."};
+    rule.attributes = {
+        {.name = "port",
+         .type = qcfg::Whole(0, c_maxPort),
+         .defaultValue = "5678",
+         .doc = "TCP port; 0 takes any free one. The option --port wins over it."},
+        {.name = "listen",
+         .type = qcfg::Address(),
+         .doc = "Address to listen on; all addresses when left out. The option --listen wins over it."},
+        {.name = "push",
+         .type = qcfg::Boolean(),
+         .defaultValue = "false",
+         .doc = "Whether clients may hand in callback objects for notifications; otherwise they poll."},
+    };
+    ElementRule write{.name = "write",
+                      .occurrence = Occurrence_e::any,
+                      .doc = "Clients that may write. Without any such element every client may."};
+    write.attributes = {{.name = "from",
+                         .type = qcfg::AddressPrefix(),
+                         .isRequired = true,
+                         .doc = "Their address, or a prefix that their addresses have."}};
+    rule.children = {write};
+    return rule;
+}
+
+ElementRule BoardsRule(const std::vector<qcfg::VariantRule>& backends) {
+    ElementRule rule{.name = "boards", .occurrence = Occurrence_e::once, .doc = "How the boards are reached."};
+    rule.variantAttribute = "backend";
+    rule.variantDoc = "The way to the boards.";
+    rule.variants = backends;
+    return rule;
+}
+
+/// An empty section counts as absent, which a person who wrote it may not expect.
+void WarnOfEmptySections(const qcfg::Element& root, qcfg::Findings& findings) {
+    for (const std::shared_ptr<qcfg::Element>& section : root.GetChildren()) {
+        if (section->IsEmpty()) {
+            findings.push_back({qcfg::Severity_e::warning, section->GetLine(),
+                                "<" + section->GetName() + "> is empty and counts as absent"});
+        }
+    }
+}
+
+constexpr const char* c_preface =
+    R"(<!-- Written by `cmake --build --preset dev --target configuration_reference` from the rules in
+     core/shared/qapp/configuration_rules.cpp and daemon/configuration_rules.cpp. Change the rules, not this page: a test
+     compares the two. -->
+
+# Configuration reference
+
+The configuration is one XML file. Sections and their children may come in any order. Relative paths are relative to
+the file. Options on the command line win over the file. No external entity is ever loaded.
+
+`--check-config` proves a file by the rules below and prints each finding as `FILE:LINE: error: text` or
+`FILE:LINE: warning: text`. The service itself goes on with the default where a worker's setting is wrong.
+`--print-schema` prints the same rules as an XML schema for editors and `xmllint --schema`. The schema is a little weaker
+than the check: it does not tell the backends of `<boards>` apart, passes over blanks around numbers, holds hexadecimal
+numbers to 32 bits but not to their range, counts children only where none may repeat, and looks at IPv6 addresses and
+the numbers of a list only letter by letter.
+
+A value has no blanks around it. Numbers are decimal; in the text of an element they may also be hexadecimal with `0x`.
+)";
+
+}  // namespace
+
+qcfg::VariantRule SimulatedChassisRule() {
+    qcfg::VariantRule rule{.name = "sim", .doc = "a simulated chassis inside the process; no hardware is touched."};
+    rule.attributes = {
+        {.name = "chassis",
+         .type = qcfg::Text("path of a file"),
+         .isRequired = true,
+         .doc = "Description of the chassis."},
+        {.name = "control",
+         .type = qcfg::Text("path of a socket"),
+         .doc = "Socket through which zelkor-chassisctl reaches the chassis at run time; none when left out."},
+    };
+    return rule;
+}
+
+qcfg::ElementRule ConfigurationRules(const std::vector<qcfg::VariantRule>& backends,
+                                     const std::vector<qcfg::ElementRule>& sections) {
+    ElementRule root{.name = qcfg::Configuration::c_rootName,
+                     .occurrence = Occurrence_e::once,
+                     .doc =
+                         "The configuration. A section that is empty (no attribute, no child, no text) counts as "
+                         "absent."};
+    root.children = {RegistryRule(), BoardsRule(backends)};
+    root.children.insert(root.children.end(), sections.begin(), sections.end());
+    root.check = WarnOfEmptySections;
+    qcfg::ProveRules(root);
+    return root;
+}
+
+std::string ConfigurationReference(const qcfg::ElementRule& rules) {
+    return qcfg::WriteReference(rules, c_preface);
+}
+
+}  // namespace qapp
