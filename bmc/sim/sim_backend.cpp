@@ -81,6 +81,12 @@ void SimBackend::StartControl(const std::string& socketPath) {
     m_control = std::make_unique<ControlServer>(*this, socketPath, ControlServer::Limits{});
 }
 
+void Check(const qcfg::Element& section, const std::string& configFile) {
+    const ElementReader reader(section, configFile);
+    reader.CheckContent({"backend", "chassis", "control"}, {});
+    ReadChassisOf(reader, configFile);
+}
+
 std::unique_ptr<bmc::Backend> Create(const qcfg::Element& section, const std::string& configFile) {
     const ElementReader reader(section, configFile);
     reader.CheckContent({"backend", "chassis", "control"}, {});

@@ -60,4 +60,7 @@ private:
 /// @throws qstd::Exception "FILE:LINE: text"; nothing was started then.
 std::unique_ptr<bmc::Backend> Create(const qcfg::Element& section, const std::string& configFile);
 
+/// Proves such a section and the description it names, and starts nothing. @throws qstd::Exception "FILE:LINE: text".
+void Check(const qcfg::Element& section, const std::string& configFile);
+
 }  // namespace bmc::sim

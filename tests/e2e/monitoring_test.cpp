@@ -20,8 +20,19 @@ TEST_F(DaemonTest, CrossingMadeOnTheChassis_IsLoggedWithinAPass) {
     EXPECT_TRUE(AwaitLog("WARNING  Sensor value is above HNR (id = icb_0[12]:Intake; value = 100 C; HNR = 95)"));
     EXPECT_EQ(Chassis({"heal", "icb/0", "12"}).status, 0);
     EXPECT_TRUE(AwaitLog("INFO     Sensor value is is back to normal. (id = icb_0[12] - Intake;value = 48 C)"));
-    EXPECT_EQ(Chassis({"limit", "slot/2", "5", "lnc", "41"}).status, 0);
-    EXPECT_TRUE(AwaitLog("WARNING  Sensor value is below LNC (id = slot_2[5]:Core; value = 40 C; LNC = 41)"));
+    EXPECT_EQ(Stop(), 0);
+}
+
+TEST_F(DaemonTest, ThresholdChangedOnTheChassis_CountsFromTheNextPassOn) {
+    Configure(c_recordEverySecond);
+    StartAndAwait();
+    EXPECT_EQ(Chassis({"set", "slot/2", "5", "50"}).status, 0);
+    EXPECT_EQ(Chassis({"limit", "slot/2", "5", "lnc", "45"}).status, 0);
+    EXPECT_TRUE(Await([this] {
+        return test::ReadFile(m_folder.Path("log/sensors/slot_2.log")).find("] ;50\n") != std::string::npos;
+    }));
+    EXPECT_EQ(Chassis({"auto", "slot/2", "5"}).status, 0);
+    EXPECT_TRUE(AwaitLog("WARNING  Sensor value is below LNC (id = slot_2[5]:Core; value = 40 C; LNC = 45)"));
     EXPECT_EQ(Stop(), 0);
 }
 

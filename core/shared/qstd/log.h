@@ -48,8 +48,7 @@ public:
 
     void AddSink(const std::shared_ptr<LogSink>& sink);
     void RemoveSink(const std::shared_ptr<LogSink>& sink);
-    /// Lets go of every sink and disables the log. A service never does.
-    void Close();
+    void Close();  ///< Lets go of every sink and disables the log. A service never does.
 
     /// Opens the files anew under their names (SIGHUP). One that cannot be stays open and says so in a message.
     void Reopen();
@@ -67,8 +66,8 @@ private:
     std::vector<std::shared_ptr<LogSink>> m_sinks;
 };
 
-// The four log helpers. Each first writes the message to the trace, at level 3 (info), 2 (warning) or 1 (error and
-// critical), when the trace admits that level, and then passes it to the log when the log is enabled.
+// The log helpers. Each first writes the message to the trace, at level 3 (info), 2 (warning) or 1 (error, critical),
+// when the trace admits that level, and then passes it to the log when the log is enabled.
 
 /// The ordinary course of things.
 inline void LogInfo(const std::string& text) {
