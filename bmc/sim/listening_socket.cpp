@@ -75,6 +75,10 @@ FileDescriptor::~FileDescriptor() {
     }
 }
 
+void ListeningSocket::CheckPath(const std::string& path) {
+    AddressOf(path);
+}
+
 ListeningSocket::ListeningSocket(const std::string& path) : m_path(path) {
     const sockaddr_un address = AddressOf(path);
     RemoveStale(path, address);

@@ -31,6 +31,9 @@ public:
 
     int Get() const noexcept { return m_socket.Get(); }
 
+    /// @throws qstd::Exception when @p path is too long for a socket
+    static void CheckPath(const std::string& path);
+
 private:
     const std::string m_path;
     FileDescriptor m_socket;

@@ -6,6 +6,7 @@
 #include "bmc/sim/builtin_chassis.h"
 #include "bmc/sim/control_server.h"
 #include "bmc/sim/element_reader.h"
+#include "bmc/sim/listening_socket.h"
 #include "qstd/exception.h"
 
 namespace bmc::sim {
@@ -24,7 +25,22 @@ std::string Resolve(const std::string& path, const std::string& configFile) {
     return (std::filesystem::path(configFile).parent_path() / path).string();
 }
 
-ChassisDescription ReadChassisOf(const ElementReader& section, const std::string& configFile) {
+/// Runs @p action, whose failure is told with the line of @p section.
+template <class Action>
+void RefuseHere(const ElementReader& section, Action action) {
+    try {
+        action();
+    } catch (const qstd::Exception& error) {
+        section.Refuse(error.what());
+    }
+}
+
+std::string ControlPathOf(const ElementReader& section, const std::string& configFile) {
+    return Resolve(section.RequiredText("control"), configFile);
+}
+
+ChassisDescription ReadSection(const ElementReader& section, const std::string& configFile) {
+    section.CheckContent({"backend", "chassis", "control"}, {});
     if (!section.Has("chassis")) {
         return ReadChassisText(c_builtinChassis, c_builtinChassisName);
     }
@@ -81,24 +97,21 @@ void SimBackend::StartControl(const std::string& socketPath) {
     m_control = std::make_unique<ControlServer>(*this, socketPath, ControlServer::Limits{});
 }
 
-void Check(const qcfg::Element& section, const std::string& configFile) {
-    const ElementReader reader(section, configFile);
-    reader.CheckContent({"backend", "chassis", "control"}, {});
-    ReadChassisOf(reader, configFile);
-}
-
 std::unique_ptr<bmc::Backend> Create(const qcfg::Element& section, const std::string& configFile) {
     const ElementReader reader(section, configFile);
-    reader.CheckContent({"backend", "chassis", "control"}, {});
-    auto backend = std::make_unique<SimBackend>(ReadChassisOf(reader, configFile));
+    auto backend = std::make_unique<SimBackend>(ReadSection(reader, configFile));
     if (reader.Has("control")) {
-        try {
-            backend->StartControl(Resolve(reader.RequiredText("control"), configFile));
-        } catch (const qstd::Exception& error) {
-            reader.Refuse(error.what());
-        }
+        RefuseHere(reader, [&] { backend->StartControl(ControlPathOf(reader, configFile)); });
     }
     return backend;
+}
+
+void Check(const qcfg::Element& section, const std::string& configFile) {
+    const ElementReader reader(section, configFile);
+    ReadSection(reader, configFile);
+    if (reader.Has("control")) {
+        RefuseHere(reader, [&] { ListeningSocket::CheckPath(ControlPathOf(reader, configFile)); });
+    }
 }
 
 }  // namespace bmc::sim

@@ -60,7 +60,8 @@ private:
 /// @throws qstd::Exception "FILE:LINE: text"; nothing was started then.
 std::unique_ptr<bmc::Backend> Create(const qcfg::Element& section, const std::string& configFile);
 
-/// Proves such a section and the description it names, and starts nothing. @throws qstd::Exception "FILE:LINE: text".
+/// Proves the section and its chassis description as Create would, and starts nothing.
+/// @throws qstd::Exception as Create, but for what only taking the control socket can show
 void Check(const qcfg::Element& section, const std::string& configFile);
 
 }  // namespace bmc::sim
