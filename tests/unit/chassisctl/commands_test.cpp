@@ -202,13 +202,13 @@ TEST(Commands, List_BoardsAsHeadingsAndSensorsInColumns) {
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out,
               "icb/0  ICB  (icb, power on)\n"
-              "  ID  NAME       TYPE         READING  UNITS      NOMINAL  LNR    LC  LNC  UNC  UC  UNR  INJECTED\n"
-              "   1  Inlet      temperature  31.1235  degrees C       30  -20   -10    0   60  70   80\n"
+              "  ID  NAME      TYPE         READING  UNITS      NOMINAL  LNR    LC  LNC  UNC  UC  UNR  INJECTED\n"
+              "   1  Inlet     temperature  31.1235  degrees C       30  -20   -10    0   60  70   80\n"
               "\n"
               "io/1  IO1  (io, power off)  injected: slow 200, fail: bus, again\n"
-              "  ID  NAME       TYPE         READING  UNITS      NOMINAL  LNR    LC  LNC  UNC  UC  UNR  INJECTED\n"
+              "  ID  NAME      TYPE         READING  UNITS      NOMINAL  LNR    LC  LNC  UNC  UC  UNR  INJECTED\n"
               "  16  Zul\u00fcfter  fan               na  RPM              -    -  1500    -    -   -    -  set\n"
-              "  17  VCC        voltage          inf  Volts          nan    -     -    -    -   -    -  set, missing\n"
+              "  17  VCC       voltage          inf  Volts          nan    -     -    -    -   -    -  set, missing\n"
               "\n"
               "os/0  HOST  (os, power on)  injected: missing\n");
 }
@@ -269,7 +269,7 @@ TEST(Commands, JournalJson_OneObjectALine) {
     ScriptedServer server(c_journal + "ok\n");
     const Result result = RunAgainst(server, {"journal", "--json"});
     EXPECT_EQ(result.out,
-              "{\"dropped\":7.0}\n"
+              "{\"dropped\":7}\n"
               "{\"seconds\":0.512,\"uri\":\"icb/0\",\"action\":\"FpgaSpiWrite\",\"arguments\":[\"0x40\",\"483\"]}\n"
               "{\"seconds\":2.0,\"uri\":\"io/1\",\"action\":\"SetTime\",\"arguments\":[\"1795000000\"]}\n"
               "{\"seconds\":3.25,\"uri\":\"io/1\",\"action\":\"PowerDown\",\"arguments\":[]}\n");
