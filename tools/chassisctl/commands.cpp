@@ -49,9 +49,8 @@ constexpr std::array<PlainCommand, 10> c_plainCommands{{
 
 /// Decimal, or hexadecimal behind "0x".
 std::uint32_t ParseRegisterNumber(const std::string& text, const char* what) {
-    constexpr std::string_view c_hexPrefix = "0x";
-    const bool isHex = text.starts_with(c_hexPrefix);
-    const char* const begin = text.data() + (isHex ? c_hexPrefix.size() : 0);
+    const bool isHex = text.starts_with("0x") || text.starts_with("0X");
+    const char* const begin = text.data() + (isHex ? 2 : 0);
     std::uint32_t number = 0;
     const auto [stop, error] = std::from_chars(begin, text.data() + text.size(), number, isHex ? 16 : 10);
     if (error != std::errc() || stop != text.data() + text.size()) {

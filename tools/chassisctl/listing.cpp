@@ -53,10 +53,10 @@ Json NumberJson(const std::string& text) {
     return text == c_notThere ? Json(nullptr) : Json(text);
 }
 
-Json IdJson(const std::string& text) {
-    int id = 0;
-    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), id);
-    return error == std::errc() && stop == text.data() + text.size() ? Json(id) : Json(text);
+Json IntegerJson(const std::string& text) {
+    long long number = 0;
+    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc() && stop == text.data() + text.size() ? Json(number) : Json(text);
 }
 
 /// Text that is not valid UTF-8 gets replacement characters rather than no output at all.
@@ -182,9 +182,9 @@ std::string ListingJson(const std::vector<BoardEntry>& boards) {
     for (const BoardEntry& board : boards) {
         Json sensors = Json::array();
         for (const SensorEntry& sensor : board.sensors) {
-            Json entry{{"id", IdJson(sensor.id)}, {"name", sensor.name},
-                       {"type", sensor.type},     {"reading", NumberJson(sensor.reading)},
-                       {"units", sensor.units},   {"nominal", NumberJson(sensor.nominal)}};
+            Json entry{{"id", IntegerJson(sensor.id)}, {"name", sensor.name},
+                       {"type", sensor.type},          {"reading", NumberJson(sensor.reading)},
+                       {"units", sensor.units},        {"nominal", NumberJson(sensor.nominal)}};
             for (std::size_t i = 0; i < sensor.thresholds.size(); ++i) {
                 entry[c_thresholdNames[i]] = NumberJson(sensor.thresholds[i]);
             }
@@ -212,7 +212,7 @@ std::string JournalJson(const Fields& row) {
     constexpr int c_oneLine = -1;
     constexpr std::size_t c_fixedFields = 3;
     if (row[0] == "dropped" && row.size() > 1) {
-        return Dump(Json{{"dropped", NumberJson(row[1])}}, c_oneLine);
+        return Dump(Json{{"dropped", IntegerJson(row[1])}}, c_oneLine);
     }
     if (row.size() < c_fixedFields) {
         throw qstd::Exception("the daemon's journal is not understood: " + Join(row, " "));
