@@ -12,6 +12,15 @@ std::string Code(const std::string& text) {
     return text.empty() ? "" : "`" + text + "`";
 }
 
+/// A text as it may stand in a cell of a table.
+std::string Cell(const std::string& text) {
+    std::string cell;
+    for (const char letter : text) {
+        cell += letter == '|' ? "\\|" : std::string(1, letter);
+    }
+    return cell;
+}
+
 std::string HowOften(Occurrence_e occurrence) {
     switch (occurrence) {
         case Occurrence_e::once:
@@ -75,9 +84,9 @@ private:
         }
         m_page += "\n| attribute | value | default | meaning |\n|---|---|---|---|\n";
         for (const AttributeRule& attribute : attributes) {
-            m_page += "| " + Code(attribute.name) + " | " + Describe(*attribute.type, Place_e::attribute) + " | " +
-                      (attribute.isRequired ? "required" : Code(attribute.defaultValue)) + " | " + attribute.doc +
-                      " |\n";
+            m_page += "| " + Code(attribute.name) + " | " + Cell(Describe(*attribute.type, Place_e::attribute)) +
+                      " | " + (attribute.isRequired ? "required" : Code(attribute.defaultValue)) + " | " +
+                      attribute.doc + " |\n";
         }
     }
 
@@ -87,8 +96,8 @@ private:
         }
         m_page += "\n| element | how often | meaning |\n|---|---|---|\n";
         for (const ElementRule& child : children) {
-            m_page +=
-                "| " + Code("<" + child.name + ">") + " | " + HowOften(child.occurrence) + " | " + child.doc + " |\n";
+            m_page += "| " + Code("<" + child.name + ">") + " | " + HowOften(child.occurrence) + " | " +
+                      Cell(child.doc) + " |\n";
         }
     }
 
