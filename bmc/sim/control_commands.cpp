@@ -120,8 +120,9 @@ std::string SensorLine(const SimBoard& board, const SimSensor& sensor) {
 
 }  // namespace
 
-const std::vector<ControlCommands::Command>& ControlCommands::Commands() {
-    static const std::vector<Command> commands = {
+std::span<const ControlCommands::Command> ControlCommands::Commands() {
+    // Constant, so that it is there to the very end of the process: the control thread outlives later statics.
+    static constexpr std::array<Command, 18> c_commands{{
         {"list", 0, &ControlCommands::List},
         {"set", 3, &ControlCommands::Set},
         {"auto", 2, &ControlCommands::Auto},
@@ -140,13 +141,13 @@ const std::vector<ControlCommands::Command>& ControlCommands::Commands() {
         {"journal-follow", 0, &ControlCommands::ShowJournal},
         {"shutdown-count", 1, &ControlCommands::ShutDownCount},
         {"power", 1, &ControlCommands::Power},
-    };
-    return commands;
+    }};
+    return c_commands;
 }
 
 std::string ControlCommands::Execute(const Request& request) {
     const std::string name = request.empty() ? std::string() : request.front();
-    const auto& commands = Commands();
+    const auto commands = Commands();
     const auto found =
         std::find_if(commands.begin(), commands.end(), [&name](const Command& each) { return name == each.name; });
     if (found == commands.end()) {

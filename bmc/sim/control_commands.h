@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -30,7 +31,7 @@ private:
         std::size_t arguments;
         std::string (ControlCommands::*execute)(const Request& request);
     };
-    static const std::vector<Command>& Commands();
+    static std::span<const Command> Commands();
 
     std::string List(const Request& request);
     std::string Set(const Request& request);

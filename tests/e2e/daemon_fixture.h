@@ -60,9 +60,12 @@ protected:
         ASSERT_TRUE(AwaitLog(message)) << ReadFile(m_folder.Path("err"));
     }
 
+    /// Asks the daemon to stop. @return its exit status; when that is bad, standard error is shown.
     std::optional<int> Stop(int signal = SIGTERM) {
         m_daemon->Signal(signal);
-        return m_daemon->Wait();
+        const std::optional<int> status = m_daemon->Wait();
+        EXPECT_EQ(status, 0) << ReadFile(m_folder.Path("err"));
+        return status;
     }
 
     std::string Log() const { return ReadFile(m_folder.Path("log/zelkor-platformd.log")); }
