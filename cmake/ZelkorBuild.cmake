@@ -15,6 +15,10 @@ endif()
 # Flags that belong to this project's own sources only; never handed on to whoever links a library.
 function(zelkor_compile_options target)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+    # GCC 12 warns of its own std::string operator+ (GCC bug 105651).
+    target_compile_options(${target} PRIVATE -Wno-restrict)
+  endif()
   if(ZELKOR_WERROR)
     target_compile_options(${target} PRIVATE -Werror)
   endif()
