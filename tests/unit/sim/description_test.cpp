@@ -124,7 +124,7 @@ TEST(ChassisDescription, WrongStructure_IsRefusedWithItsLine) {
         {"<chassis/>", "c.xml:1: the chassis has no <board>"},
         {"<chassis>\n<bord/></chassis>", "c.xml:2: unknown element <bord> in <chassis>, did you mean <board>?"},
         {"<chassis>\n<fans/></chassis>", "c.xml:2: unknown element <fans> in <chassis>; known: board"},
-        {"<chassis spede='1'/>", "c.xml:1: unknown attribute \"spede\" of <chassis>, did you mean \"speed\"?"},
+        {"<chassis speeds='1'/>", "c.xml:1: unknown attribute \"speeds\" of <chassis>, did you mean \"speed\"?"},
         {"<chassis colour='1'/>", "c.xml:1: unknown attribute \"colour\" of <chassis>; known: ambient, seed, speed"},
         {"<chassis>\n text</chassis>", "c.xml:1: text in <chassis>, which has attributes and elements only"},
         {InBoard("type='io'"), "c.xml:2: <board> needs the attribute \"uri\""},
