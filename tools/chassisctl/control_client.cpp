@@ -22,10 +22,10 @@ namespace {
 using Outcome_e = Reply::Outcome_e;
 using SteadyTime = std::chrono::steady_clock::time_point;
 
-constexpr std::size_t c_requestSize = 4096;             // bytes of a request with its newline
-constexpr std::size_t c_lineSize = 64 * 1024;           // a longer line is no answer of a daemon
-constexpr std::size_t c_answerSize = 64 * 1024 * 1024;  // nor is more than this before the final line
-constexpr std::size_t c_chunkSize = 16 * 1024;
+constexpr std::size_t c_requestSize = 4096;                          // bytes of a request with its newline
+constexpr std::size_t c_lineSize = std::size_t{64} * 1024;           // a longer line is no answer of a daemon
+constexpr std::size_t c_answerSize = std::size_t{64} * 1024 * 1024;  // nor is more than this before the final line
+constexpr std::size_t c_chunkSize = std::size_t{16} * 1024;
 
 /// A file descriptor that is closed at the end of the scope.
 class Socket {

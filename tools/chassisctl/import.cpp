@@ -17,7 +17,7 @@ namespace chassisctl {
 
 namespace {
 
-constexpr std::size_t c_largestTable = 16 * 1024 * 1024;  // bytes; a machine's table has some ten thousand
+constexpr std::size_t c_largestTable = std::size_t{16} * 1024 * 1024;  // bytes; a machine's table has some ten thousand
 
 std::string ReadAll(std::istream& in, const std::string& label) {
     std::string text(c_largestTable + 1, '\0');
