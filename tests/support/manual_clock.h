@@ -36,8 +36,7 @@ public:
         {
             const std::lock_guard<std::mutex> guard(m_mutex);
             const auto length = std::max<std::chrono::nanoseconds>(period, std::chrono::milliseconds(1));
-            self = m_sleepers.insert(m_sleepers.end(),
-                                     {condition, *lock.mutex(), m_calendar + length, m_steady + length, false});
+            self = m_sleepers.insert(m_sleepers.end(), {condition, *lock.mutex(), m_calendar + length, false, false});
             ++m_sleeps;
             m_changed.notify_all();
         }
@@ -57,11 +56,14 @@ public:
         WakeThoseDue();
     }
 
-    /// Moves the calendar clock only, as a person who sets it does.
+    /// Moves the calendar clock only, as a person who sets it does. Ends every sleep, as with the real clock.
     void SetCalendarBy(std::chrono::nanoseconds duration) {
         {
             const std::lock_guard<std::mutex> guard(m_mutex);
             m_calendar += duration;
+            for (Sleeper& sleeper : m_sleepers) {
+                sleeper.isDue = true;
+            }
         }
         WakeThoseDue();
     }
@@ -82,7 +84,7 @@ private:
         std::condition_variable& condition;
         std::mutex& mutex;
         std::chrono::nanoseconds calendarEnd;
-        std::chrono::nanoseconds steadyEnd;
+        bool isDue;  ///< whatever the clock says
         bool isWoken;
     };
 
@@ -92,7 +94,7 @@ private:
             all = true;
             std::unique_lock<std::mutex> lock(m_mutex);
             for (Sleeper& sleeper : m_sleepers) {
-                if (sleeper.isWoken || (m_calendar < sleeper.calendarEnd && m_steady < sleeper.steadyEnd)) {
+                if (sleeper.isWoken || (m_calendar < sleeper.calendarEnd && !sleeper.isDue)) {
                     continue;
                 }
                 const std::unique_lock<std::mutex> proof(sleeper.mutex, std::try_to_lock);

@@ -51,14 +51,21 @@ std::string TrimmedEnd(std::string text) {
     return text;
 }
 
-/// What one reading has come to; the parser's context leads to it.
+/// What one reading has come to. The contexts of the parser lead to it: the document's, and those that the parser makes
+/// for the contents of entities.
 struct Reading {
+    const xmlParserCtxt* document = nullptr;
     int errorLine = 0;
     std::string error;  ///< the first error; empty while there is none
 
-    void Fail(int line, const std::string& text) {
+    /// The line that has been reached in the document itself, whatever entity is being read.
+    int Line() const noexcept {
+        return document->inputNr > 0 && document->inputTab[0] != nullptr ? document->inputTab[0]->line : 1;
+    }
+
+    void Fail(const std::string& text) {
         if (error.empty()) {
-            errorLine = std::max(line, 1);
+            errorLine = Line();
             error = qstd::OneLine(text);
         }
     }
@@ -68,13 +75,9 @@ Reading* ReadingOf(const xmlParserCtxt* context) {
     return context == nullptr ? nullptr : static_cast<Reading*>(context->_private);
 }
 
-int LineOf(const xmlParserCtxt* context) {
-    return context == nullptr || context->input == nullptr ? 0 : context->input->line;
-}
-
 xmlParserInputPtr RefuseExternalEntity(const char* url, const char* /*id*/, xmlParserCtxtPtr context) {
     if (Reading* const reading = ReadingOf(context)) {
-        reading->Fail(LineOf(context), "external entity is not loaded: " + Name(url));
+        reading->Fail("external entity is not loaded: " + Name(url));
     }
     return nullptr;
 }
@@ -90,7 +93,7 @@ void InitParserOnce() {
 void TakeError(void* context, xmlErrorPtr error) {
     Reading* const reading = ReadingOf(static_cast<xmlParserCtxt*>(context));
     if (reading != nullptr && error->level >= XML_ERR_ERROR) {
-        reading->Fail(error->line, TrimmedEnd(error->message == nullptr ? "not an XML document" : error->message));
+        reading->Fail(TrimmedEnd(error->message == nullptr ? "not an XML document" : error->message));
     }
 }
 
@@ -111,9 +114,12 @@ void StartElement(void* parser, const xmlChar* name, const xmlChar* prefix, cons
     auto* const context = static_cast<xmlParserCtxt*>(parser);
     xmlSAX2StartElementNs(context, name, prefix, uri, namespaceCount, namespaces, attributeCount, defaultedCount,
                           attributes);
-    if (context->node != nullptr && context->input != nullptr) {
+    const Reading* const reading = ReadingOf(context);
+    if (context->node != nullptr && reading != nullptr) {
+        const bool isInDocument = context == reading->document && context->inputNr == 1;
+        const std::intptr_t line = isInDocument ? LineOfStartTag(*context->input) : reading->Line();
         // NOLINTNEXTLINE(performance-no-int-to-ptr): the node's free slot carries the number
-        context->node->_private = reinterpret_cast<void*>(static_cast<std::intptr_t>(LineOfStartTag(*context->input)));
+        context->node->_private = reinterpret_cast<void*>(line);
     }
 }
 
@@ -125,21 +131,19 @@ void ReadAttributes(const xmlNode& node, Element& element) {
     }
 }
 
-/// An element that an entity stands for has no line of its own: it takes that of the element around it.
+/// An element that an entity stands for once more has no line of its own: it takes that of the element around it.
 /// The depth of the tree is bounded by the parser.
 // NOLINTNEXTLINE(misc-no-recursion)
-std::shared_ptr<Element> ToElement(xmlNode& node, int outerLine, Reading& reading) {
+std::shared_ptr<Element> ToElement(xmlNode& node, int outerLine) {
     const auto ownLine = static_cast<int>(reinterpret_cast<std::intptr_t>(node._private));
     const int line = ownLine > 0 ? ownLine : outerLine;
     auto element = std::make_shared<Element>(Text(node.name), std::string(), line);
     ReadAttributes(node, *element);
     for (xmlNode* child = node.children; child != nullptr; child = child->next) {
         if (child->type == XML_ELEMENT_NODE) {
-            element->AddChild(ToElement(*child, line, reading));
+            element->AddChild(ToElement(*child, line));
         } else if (child->type == XML_TEXT_NODE || child->type == XML_CDATA_SECTION_NODE) {
             element->AppendText(Text(child->content));
-        } else if (child->type == XML_ENTITY_REF_NODE) {
-            reading.Fail(line, "entity is not declared: " + Text(child->name));
         }
     }
     return element;
@@ -161,6 +165,7 @@ std::shared_ptr<Element> ReadXmlText(const std::string& text, const std::string&
         throw qstd::Exception(name + ": out of memory");
     }
     Reading reading;
+    reading.document = context.get();
     context->_private = &reading;
     context->sax->serror = TakeError;
     context->sax->startElementNs = StartElement;
@@ -170,9 +175,9 @@ std::shared_ptr<Element> ReadXmlText(const std::string& text, const std::string&
     xmlNode* const root = document == nullptr ? nullptr : xmlDocGetRootElement(document.get());
     std::shared_ptr<Element> tree;
     if (root != nullptr) {
-        tree = ToElement(*root, 1, reading);
+        tree = ToElement(*root, 1);
     } else {
-        reading.Fail(1, "not an XML document");
+        reading.Fail("not an XML document");
     }
     if (!reading.error.empty()) {
         throw qstd::Exception(AtLine(name, reading.errorLine, reading.error));

@@ -12,8 +12,8 @@ namespace {
 /// One thread asleep in Clock::Sleep, so that a set calendar clock can wake it.
 struct Sleeper {
     std::condition_variable& condition;
-    std::mutex& mutex;         ///< the one whose lock the sleeper releases
-    bool clockWasSet = false;  ///< guarded by mutex
+    std::mutex& mutex;     ///< the one whose lock the sleeper releases
+    bool isWoken = false;  ///< guarded by mutex
 };
 
 /// The threads asleep. Never destroyed: workers may sleep until the very end of the process.
@@ -36,22 +36,9 @@ constexpr std::chrono::seconds c_longestSleep = std::chrono::hours(24) * 365 * 5
 
 }  // namespace
 
-SleepEnd EndOfSleep(std::chrono::seconds period, std::chrono::system_clock::time_point calendarNow,
-                    std::chrono::steady_clock::time_point steadyNow) {
-    const auto length = std::max(std::chrono::duration_cast<std::chrono::microseconds>(
-                                     std::clamp(period, std::chrono::seconds::zero(), c_longestSleep)),
-                                 c_leastSleep);
-    return {calendarNow + length, steadyNow + length};
-}
-
-std::optional<std::chrono::system_clock::time_point> GoOnUntil(const SleepEnd& end,
-                                                               std::chrono::system_clock::time_point calendarNow,
-                                                               std::chrono::steady_clock::time_point steadyNow) {
-    if (calendarNow >= end.calendar || steadyNow >= end.steady) {
-        return std::nullopt;
-    }
-    return std::min(end.calendar,
-                    calendarNow + std::chrono::duration_cast<std::chrono::microseconds>(end.steady - steadyNow));
+std::chrono::microseconds LengthOfSleep(std::chrono::seconds period) noexcept {
+    return std::max<std::chrono::microseconds>(std::clamp(period, std::chrono::seconds::zero(), c_longestSleep),
+                                               c_leastSleep);
 }
 
 std::chrono::system_clock::time_point Clock::SystemNow() const {
@@ -63,20 +50,14 @@ std::chrono::steady_clock::time_point Clock::SteadyNow() const {
 }
 
 void Clock::Sleep(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, std::chrono::seconds period) {
-    const SleepEnd end = EndOfSleep(period, SystemNow(), SteadyNow());
+    const auto end = SystemNow() + LengthOfSleep(period);
     Sleepers& sleepers = AllSleepers();
     std::list<Sleeper>::iterator self;
     {
         const std::lock_guard<std::mutex> guard(sleepers.mutex);
         self = sleepers.list.insert(sleepers.list.end(), Sleeper{condition, *lock.mutex()});
     }
-    for (std::optional until(end.calendar); until; until = GoOnUntil(end, SystemNow(), SteadyNow())) {
-        self->clockWasSet = false;
-        condition.wait_until(lock, *until);
-        if (!self->clockWasSet) {
-            break;
-        }
-    }
+    condition.wait_until(lock, end);
     const std::lock_guard<std::mutex> guard(sleepers.mutex);
     sleepers.list.erase(self);
 }
@@ -87,13 +68,16 @@ void Clock::CalendarClockWasSet() {
         all = true;
         std::unique_lock<std::mutex> guard(sleepers.mutex);
         for (Sleeper& sleeper : sleepers.list) {
+            if (sleeper.isWoken) {
+                continue;
+            }
             // Having its mutex proves that the sleeper is asleep or awake again, not in between: no wake-up is lost.
             const std::unique_lock<std::mutex> proof(sleeper.mutex, std::try_to_lock);
             if (!proof.owns_lock()) {
                 all = false;
                 continue;
             }
-            sleeper.clockWasSet = true;
+            sleeper.isWoken = true;
             sleeper.condition.notify_all();
         }
         guard.unlock();

@@ -3,26 +3,12 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
-#include <optional>
 
 namespace qstd {
 
-/// Where a sleep ends: at the one point or at the other, whichever comes first.
-struct SleepEnd {
-    std::chrono::system_clock::time_point calendar;
-    std::chrono::steady_clock::time_point steady;
-};
-
-/// The end of a sleep of @p period that begins at the given times. The period is taken as at least 100 microseconds
-/// and at most 50 years.
-SleepEnd EndOfSleep(std::chrono::seconds period, std::chrono::system_clock::time_point calendarNow,
-                    std::chrono::steady_clock::time_point steadyNow);
-
-/// The calendar time until which a sleeper goes on to wait after the calendar clock was set, so that it still wakes at
-/// @p end on the steady clock when the calendar's was put off. Nothing when the sleep is over.
-std::optional<std::chrono::system_clock::time_point> GoOnUntil(const SleepEnd& end,
-                                                               std::chrono::system_clock::time_point calendarNow,
-                                                               std::chrono::steady_clock::time_point steadyNow);
+/// The length of a sleep of @p period: at least 100 microseconds, at most 50 years, which keeps its end within what the
+/// clocks can hold.
+std::chrono::microseconds LengthOfSleep(std::chrono::seconds period) noexcept;
 
 /// Where the time comes from, and how a worker sleeps for its period. The host's clocks by default; a test puts its own
 /// in place. All operations may be called from any thread.
@@ -40,13 +26,14 @@ public:
     virtual std::chrono::steady_clock::time_point SteadyNow() const;
 
     /// Sleeps on @p condition with the held @p lock, which is released meanwhile, until the calendar clock reaches the
-    /// present time plus @p period, or @p period has gone by on the steady clock, whichever comes first: a calendar
-    /// clock that is set back does not prolong the sleep. Any notification ends it too. A period of zero or less
-    /// still releases the lock once, so that another thread gets it.
+    /// present time plus @p period. Any notification ends it too, and so does CalendarClockWasSet(): a calendar clock
+    /// that is set back does not prolong the sleep. A period of zero or less still releases the lock once, so that
+    /// another thread gets it.
     virtual void Sleep(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
                        std::chrono::seconds period);
 
-    /// To be called after the calendar clock was set: sleepers work out their deadline anew.
+    /// To be called after the calendar clock was set: ends every sleep. (To sleep on would lose the notification that
+    /// comes at the same moment, a stop perhaps: two that come together are one to the sleeper.)
     static void CalendarClockWasSet();
 
     /// The clock in force.

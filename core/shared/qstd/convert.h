@@ -10,7 +10,7 @@
 #include "qstd/exception.h"
 
 // Conversions between numbers and text. All of them work in the "C" locale, whatever the environment says, and may be
-// called from any thread.
+// called from any thread. (FromString follows std::locale::global(), which this system therefore never calls.)
 
 namespace qstd {
 

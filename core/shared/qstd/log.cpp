@@ -135,14 +135,18 @@ Log& Log::GetInstance() {
     return *instance;
 }
 
-void Log::OpenFile(const std::string& fileName) {
-    AddSink(std::make_shared<FileSink>(fileName));
+std::shared_ptr<LogSink> Log::OpenFile(const std::string& fileName) {
+    auto sink = std::make_shared<FileSink>(fileName);
+    AddSink(sink);
     m_enabled = true;
+    return sink;
 }
 
-void Log::OpenStandardError() {
-    AddSink(std::make_shared<StandardErrorSink>());
+std::shared_ptr<LogSink> Log::OpenStandardError() {
+    auto sink = std::make_shared<StandardErrorSink>();
+    AddSink(sink);
     m_enabled = true;
+    return sink;
 }
 
 void Log::AddSink(const std::shared_ptr<LogSink>& sink) {

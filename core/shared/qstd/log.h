@@ -40,11 +40,11 @@ public:
 
     /// Appends messages to @p fileName from now on, which is created when needed, and enables the log. Messages that
     /// the file does not take (a full disk) disturb nobody; the file says how many they were once it takes more.
-    /// @throws Exception naming the file and the reason.
-    void OpenFile(const std::string& fileName);
+    /// @return what RemoveSink() takes. @throws Exception naming the file and the reason.
+    std::shared_ptr<LogSink> OpenFile(const std::string& fileName);
 
-    /// Writes messages to standard error too, and enables the log.
-    void OpenStandardError();
+    /// The same for standard error.
+    std::shared_ptr<LogSink> OpenStandardError();
 
     void AddSink(const std::shared_ptr<LogSink>& sink);
     void RemoveSink(const std::shared_ptr<LogSink>& sink);

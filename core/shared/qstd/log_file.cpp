@@ -31,8 +31,11 @@ LogFile::~LogFile() {
 bool LogFile::Open(const std::string& fileName, bool truncate) {
     int descriptor = OpenDescriptor(fileName);
     if (descriptor < 0 && errno == ENOENT) {
+        const std::filesystem::path folder = std::filesystem::path(fileName).parent_path();
         std::error_code error;
-        std::filesystem::create_directories(std::filesystem::path(fileName).parent_path(), error);
+        if (!folder.empty()) {
+            std::filesystem::create_directories(folder, error);
+        }
         if (error) {
             errno = error.value();
             return false;
