@@ -51,7 +51,7 @@ public:
 
 private:
     struct Sink : qstd::LogSink {
-        void Write(qstd::LogLevel_e level, const std::string& text) override {
+        void Write(qstd::LogLevel_e level, const qstd::Time& /*time*/, const std::string& text) override {
             static constexpr const char* c_letters = "IWEC";
             const std::lock_guard<std::mutex> guard(mutex);
             messages.push_back(std::string(1, c_letters[static_cast<int>(level)]) + ": " + text);

@@ -7,11 +7,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstring>
 #include <utility>
 
-#include "qstd/clock.h"
 #include "qstd/exception.h"
 #include "qstd/log_file.h"
 
@@ -51,13 +51,14 @@ std::unique_ptr<spdlog::formatter> MakeFormatter() {
     return formatter;
 }
 
-spdlog::details::log_msg MakeMessage(LogLevel_e level, const std::string& text) {
+spdlog::details::log_msg MakeMessage(LogLevel_e level, const Time& time, const std::string& text) {
     static constexpr std::array c_levels{spdlog::level::info, spdlog::level::warn, spdlog::level::err,
                                          spdlog::level::critical};
     // A message that ends with a newline ends its last line with it: the writer's own newline would add an empty line.
     const std::size_t size = !text.empty() && text.back() == '\n' ? text.size() - 1 : text.size();
-    return {Clock::Get().SystemNow(), spdlog::source_loc(), spdlog::string_view_t(),
-            c_levels.at(static_cast<std::size_t>(level)), spdlog::string_view_t(text.data(), size)};
+    const spdlog::log_clock::time_point at{std::chrono::microseconds(time.ToMicroseconds())};
+    return {at, spdlog::source_loc(), spdlog::string_view_t(), c_levels.at(static_cast<std::size_t>(level)),
+            spdlog::string_view_t(text.data(), size)};
 }
 
 /// Appends to one file and writes each message at once, whole or not at all. What cannot be written (a full disk) is
@@ -70,17 +71,17 @@ public:
         }
     }
 
-    void Write(LogLevel_e level, const std::string& text) override {
+    void Write(LogLevel_e level, const Time& time, const std::string& text) override {
         if (m_lost > 0) {
             const char* const form = m_lost == 1 ? "{} log message before this one could not be written: {}"
                                                  : "{} log messages before this one could not be written: {}";
-            if (!Append(LogLevel_e::warning, fmt::format(fmt::runtime(form), m_lost, std::strerror(m_reason)))) {
+            if (!Append(LogLevel_e::warning, time, fmt::format(fmt::runtime(form), m_lost, std::strerror(m_reason)))) {
                 ++m_lost;
                 return;
             }
             m_lost = 0;
         }
-        if (!Append(level, text)) {
+        if (!Append(level, time, text)) {
             ++m_lost;
         }
     }
@@ -88,16 +89,16 @@ public:
     void Reopen() override {
         // When it cannot be opened, the file that is open goes on taking the messages under its new name.
         if (!m_file.Open(m_fileName, false)) {
-            Write(LogLevel_e::warning,
+            Write(LogLevel_e::warning, Time(Time::c_current),
                   fmt::format("Cannot open log file {} anew: {}. Messages go on to the file opened before.", m_fileName,
                               std::strerror(errno)));
         }
     }
 
 private:
-    bool Append(LogLevel_e level, const std::string& text) {
+    bool Append(LogLevel_e level, const Time& time, const std::string& text) {
         spdlog::memory_buf_t line;
-        m_formatter->format(MakeMessage(level, text), line);
+        m_formatter->format(MakeMessage(level, time, text), line);
         if (m_file.WriteHeader(std::string(line.data(), line.size()))) {
             return true;
         }
@@ -117,8 +118,8 @@ class StandardErrorSink : public LogSink {
 public:
     StandardErrorSink() { m_sink.set_formatter(MakeFormatter()); }
 
-    void Write(LogLevel_e level, const std::string& text) override {
-        m_sink.log(MakeMessage(level, text));
+    void Write(LogLevel_e level, const Time& time, const std::string& text) override {
+        m_sink.log(MakeMessage(level, time, text));
         m_sink.flush();
     }
 
@@ -174,8 +175,9 @@ void Log::Reopen() {
 
 void Log::Write(LogLevel_e level, const std::string& text) {
     const std::lock_guard<std::mutex> guard(m_mutex);
+    const Time time(Time::c_current);  // one time for all sinks, taken under the lock: lines stand in its order
     for (const auto& sink : m_sinks) {
-        sink->Write(level, text);
+        sink->Write(level, time, text);
     }
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "qstd/source_name.h"
+#include "qstd/time.h"
 #include "qstd/trace_file.h"
 
 namespace qstd {
@@ -19,12 +20,12 @@ enum class LogLevel_e {
     critical,  ///< hardware is in danger
 };
 
-/// Takes the messages of the log. Called from any thread, one message at a time.
+/// Takes the messages of the log. Called from any thread, one message at a time. Must not throw and must not log.
 class LogSink {
 public:
     virtual ~LogSink() = default;
-    /// @param text one message; it may hold several lines. Must not throw and must not log.
-    virtual void Write(LogLevel_e level, const std::string& text) = 0;
+    /// Takes one message, which may hold several lines, of the given time.
+    virtual void Write(LogLevel_e level, const Time& time, const std::string& text) = 0;
     /// Opens a file behind the sink anew under its name, after a log rotation renamed it.
     virtual void Reopen() {}
 };
@@ -35,7 +36,6 @@ class Log {
 public:
     /// Whether the log helpers below pass messages on to the log.
     static std::atomic<bool> m_enabled;
-
     static Log& GetInstance();
 
     /// Appends messages to @p fileName from now on, which is created when needed, and enables the log. Messages that

@@ -272,7 +272,7 @@ TEST(LogHelpers, InfoIsTracedFromLine75) {
 TEST(LogHelpers, TraceRecordComesBeforeTheLogMessage) {
     struct Sink : qstd::LogSink {
         explicit Sink(std::vector<std::string>& into) : order(into) {}
-        void Write(qstd::LogLevel_e, const std::string&) override { order.emplace_back("log"); }
+        void Write(qstd::LogLevel_e, const qstd::Time&, const std::string&) override { order.emplace_back("log"); }
         std::vector<std::string>& order;
     };
     std::vector<std::string> order;
