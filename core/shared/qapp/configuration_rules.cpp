@@ -1,6 +1,7 @@
 #include "qapp/configuration_rules.h"
 
 #include <memory>
+#include <utility>
 
 #include "qcfg/configuration.h"
 #include "qcfg/reference_writer.h"
@@ -10,7 +11,6 @@ namespace qapp {
 
 namespace {
 
-using qcfg::AttributeRule;
 using qcfg::ElementRule;
 using qcfg::Occurrence_e;
 
@@ -103,8 +103,9 @@ qcfg::ElementRule ConfigurationRules(const std::vector<qcfg::VariantRule>& backe
                      .doc =
                          "The configuration. A section that is empty (no attribute, no child, no text) counts as "
                          "absent."};
-    root.children = {RegistryRule(), BoardsRule(backends)};
-    root.children.insert(root.children.end(), sections.begin(), sections.end());
+    std::vector<ElementRule> children{RegistryRule(), BoardsRule(backends)};
+    children.insert(children.end(), sections.begin(), sections.end());
+    root.children = qcfg::RuleList(std::move(children));
     root.check = WarnOfEmptySections;
     qcfg::ProveRules(root);
     return root;

@@ -35,17 +35,18 @@ std::string Tag(const std::string& name) {
     return "<" + name + ">";
 }
 
-template <class Rule>
-const Rule* Find(const std::vector<Rule>& rules, const std::string& name) {
+/// The rule of that name, null when there is none.
+template <class Rules>
+auto Find(const Rules& rules, const std::string& name) -> decltype(&*rules.begin()) {
     const auto found =
-        std::find_if(rules.begin(), rules.end(), [&name](const Rule& rule) { return rule.name == name; });
+        std::find_if(rules.begin(), rules.end(), [&name](const auto& rule) { return rule.name == name; });
     return found == rules.end() ? nullptr : &*found;
 }
 
-template <class Rule>
-std::string FindSimilarName(const std::vector<Rule>& rules, const std::string& word) {
+template <class Rules>
+std::string FindSimilarName(const Rules& rules, const std::string& word) {
     std::vector<std::string> names;
-    std::transform(rules.begin(), rules.end(), std::back_inserter(names), [](const Rule& rule) { return rule.name; });
+    std::transform(rules.begin(), rules.end(), std::back_inserter(names), [](const auto& rule) { return rule.name; });
     return FindSimilar(word, names);
 }
 

@@ -86,12 +86,12 @@ private:
         for (const AttributeRule& attribute : attributes) {
             m_page += "| " + Code(attribute.name) + " | " + Cell(Describe(*attribute.type, Place_e::attribute)) +
                       " | " + (attribute.isRequired ? "required" : Code(attribute.defaultValue)) + " | " +
-                      attribute.doc + " |\n";
+                      Cell(attribute.doc) + " |\n";
         }
     }
 
-    void WriteChildList(const std::vector<ElementRule>& children) {
-        if (children.empty()) {
+    void WriteChildList(const RuleList& children) {
+        if (children.IsEmpty()) {
             return;
         }
         m_page += "\n| element | how often | meaning |\n|---|---|---|\n";

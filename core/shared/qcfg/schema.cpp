@@ -66,7 +66,9 @@ ElementRule WithoutVariants(const ElementRule& rule) {
 
 void AddVariant(ElementRule& rule, const VariantRule& variant) {
     rule.attributes.insert(rule.attributes.end(), variant.attributes.begin(), variant.attributes.end());
-    rule.children.insert(rule.children.end(), variant.children.begin(), variant.children.end());
+    std::vector<ElementRule> children = rule.children.ToVector();
+    children.insert(children.end(), variant.children.begin(), variant.children.end());
+    rule.children = RuleList(std::move(children));
 }
 
 [[noreturn]] void Refuse(const std::string& path, const std::string& reason) {
@@ -108,7 +110,7 @@ void ProveElement(const std::string& parentPath, const ElementRule& given) {
     if (given.variants.empty() != given.variantAttribute.empty()) {
         Refuse(path, "variants and the attribute that chooses one go together");
     }
-    if (rule.text != nullptr && !rule.children.empty()) {
+    if (rule.text != nullptr && !rule.children.IsEmpty()) {
         Refuse(path, "has both a text and children");
     }
     if (rule.text != nullptr) {
@@ -126,6 +128,25 @@ void ProveElement(const std::string& parentPath, const ElementRule& given) {
 
 }  // namespace
 
+RuleList::RuleList() : RuleList(std::vector<ElementRule>()) {}
+
+RuleList::RuleList(std::initializer_list<ElementRule> rules) : RuleList(std::vector<ElementRule>(rules)) {}
+
+RuleList::RuleList(std::vector<ElementRule> rules)
+    : m_rules(std::make_shared<const std::vector<ElementRule>>(std::move(rules))) {}
+
+const ElementRule* RuleList::begin() const noexcept {
+    return m_rules->data();
+}
+
+const ElementRule* RuleList::end() const noexcept {
+    return m_rules->data() + m_rules->size();
+}
+
+std::vector<ElementRule> RuleList::ToVector() const {
+    return *m_rules;
+}
+
 ElementRule WithAllVariants(const ElementRule& rule) {
     ElementRule result = WithoutVariants(rule);
     const bool isChoice = rule.variants.size() > 1;
@@ -133,10 +154,12 @@ ElementRule WithAllVariants(const ElementRule& rule) {
         for (AttributeRule& attribute : variant.attributes) {
             attribute.isRequired = attribute.isRequired && !isChoice;
         }
-        for (ElementRule& child : variant.children) {
+        std::vector<ElementRule> children = variant.children.ToVector();
+        for (ElementRule& child : children) {
             child.occurrence =
                 isChoice && child.occurrence == Occurrence_e::once ? Occurrence_e::atMostOne : child.occurrence;
         }
+        variant.children = RuleList(std::move(children));
         AddVariant(result, variant);
     }
     return result;

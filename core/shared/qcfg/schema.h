@@ -1,6 +1,8 @@
 #pragma once
 
 #include <functional>
+#include <initializer_list>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -30,12 +32,30 @@ struct AttributeRule {
 
 struct ElementRule;
 
+/// Rules of elements in the order in which they are told. Immutable and shared by its copies, so copying is cheap.
+class RuleList {
+public:
+    RuleList();
+    RuleList(std::initializer_list<ElementRule> rules);
+    explicit RuleList(std::vector<ElementRule> rules);
+
+    const ElementRule* begin() const noexcept;
+    const ElementRule* end() const noexcept;
+    bool IsEmpty() const noexcept { return begin() == end(); }
+
+    /// A copy to make another list from.
+    std::vector<ElementRule> ToVector() const;
+
+private:
+    std::shared_ptr<const std::vector<ElementRule>> m_rules;
+};
+
 /// What an element holds beside its own rules when the attribute that chooses says this variant's name.
 struct VariantRule {
     std::string name{};
     std::string doc{};
     std::vector<AttributeRule> attributes{};
-    std::vector<ElementRule> children{};
+    RuleList children{};
 };
 
 /// One element. Attributes and children may come in any order. It holds children, or a value as its text, or neither.
@@ -46,7 +66,7 @@ struct ElementRule {
     std::vector<AttributeRule> attributes{};
     ValueTypePtr text{};         ///< type of the element's text; null: it has none
     std::string defaultValue{};  ///< the text's value when the element is left out; empty: see doc
-    std::vector<ElementRule> children{};
+    RuleList children{};
 
     std::string variantAttribute{};       ///< the attribute that chooses a variant; empty: there are none
     std::string variantDoc{};             ///< what it means

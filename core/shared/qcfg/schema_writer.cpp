@@ -91,7 +91,7 @@ private:
 
     /// The type's name; its definition follows the elements.
     std::string Use(const ValueType& type, Place_e place) {
-        const std::string name = type.GetSchemaName(place);
+        std::string name = type.GetSchemaName(place);
         const Forms forms = type.GetSchemaForms(place);
         const auto [known, isNew] = m_types.emplace(name, forms);
         if (!isNew && !std::equal(known->second.begin(), known->second.end(), forms.begin(), forms.end(), IsSame)) {
@@ -145,7 +145,7 @@ private:
         }
         WriteDoc(rule.doc + (rule.defaultValue.empty() ? "" : " Default: " + rule.defaultValue + "."));
         m_xml.Start("xs:complexType");
-        if (rule.children.empty()) {
+        if (rule.children.IsEmpty()) {
             m_xml.Start("xs:simpleContent");
             m_xml.Start("xs:extension");
             m_xml.Attribute("base", rule.text == nullptr ? c_nothing : Use(*rule.text, Place_e::text));

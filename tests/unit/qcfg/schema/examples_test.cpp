@@ -50,7 +50,8 @@ TEST(Examples, TheThreeAreThere) {
     EXPECT_THAT(ExampleNames(), testing::IsSupersetOf({"demo", "full", "minimal"}));
 }
 
-/// Every element and attribute of the rules, by path.
+/// Every element and attribute of the rules, by path. The depth is that of the table.
+// NOLINTNEXTLINE(misc-no-recursion)
 void CollectRules(const qcfg::ElementRule& given, const std::string& parent, std::set<std::string>& paths) {
     const qcfg::ElementRule rule = qcfg::WithAllVariants(given);
     const std::string path = parent + "/" + rule.name;
@@ -63,6 +64,7 @@ void CollectRules(const qcfg::ElementRule& given, const std::string& parent, std
     }
 }
 
+// NOLINTNEXTLINE(misc-no-recursion)
 void CollectElements(const qcfg::Element& element, const std::string& parent, std::set<std::string>& paths) {
     const std::string path = parent + "/" + element.GetName();
     paths.insert(path);

@@ -15,7 +15,7 @@ TEST(ReferenceWriter, SmallTable_WholePage) {
     rule.variants = {{.name = "a", .doc = "the first kind."}};
     rule.variants[0].attributes = {{.name = "id", .type = qcfg::Whole(0, 9), .isRequired = true, .doc = "A | number."}};
     rule.children = {{.name = "child",
-                      .doc = "A child.",
+                      .doc = "A | child.",
                       .text = qcfg::NameOrNumber("t", "thing", {{"x", 1}}),
                       .defaultValue = "x"}};
     EXPECT_EQ(qcfg::WriteReference(rule, "# Title\n"), R"(# Title
@@ -30,7 +30,7 @@ A root.
 
 | element | how often | meaning |
 |---|---|---|
-| `<child>` | at most once | A child. |
+| `<child>` | at most once | A \| child. |
 
 With `kind="a"`: the first kind.
 
@@ -40,7 +40,7 @@ With `kind="a"`: the first kind.
 
 ## root / child
 
-A child.
+A | child.
 
 Text: name or number of a thing; default `x`.
 

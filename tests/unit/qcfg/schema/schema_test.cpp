@@ -19,6 +19,12 @@ ElementRule GoodRule() {
             .children = {{.name = "child", .doc = "A child.", .text = qcfg::Boolean(), .defaultValue = "on"}}};
 }
 
+void SpoilChild(ElementRule& rule, const std::function<void(ElementRule&)>& spoil) {
+    ElementRule child = *rule.children.begin();
+    spoil(child);
+    rule.children = {child};
+}
+
 std::string Refusal(const std::function<void(ElementRule&)>& spoil) {
     ElementRule rule = GoodRule();
     spoil(rule);
@@ -37,11 +43,13 @@ TEST(ProveRules, GoodTable_Passes) {
 TEST(ProveRules, EachContradiction_IsNamed) {
     EXPECT_EQ(Refusal([](ElementRule& rule) { rule.doc.clear(); }),
               "Configuration rule /root: name or explanation is missing");
-    EXPECT_EQ(Refusal([](ElementRule& rule) { rule.children[0].name.clear(); }),
+    EXPECT_EQ(Refusal([](ElementRule& rule) { SpoilChild(rule, [](ElementRule& child) { child.name.clear(); }); }),
               "Configuration rule /root/: name or explanation is missing");
     EXPECT_EQ(Refusal([](ElementRule& rule) { rule.text = qcfg::Boolean(); }),
               "Configuration rule /root: has both a text and children");
-    EXPECT_EQ(Refusal([](ElementRule& rule) { rule.children.push_back(rule.children[0]); }),
+    EXPECT_EQ(Refusal([](ElementRule& rule) {
+                  rule.children = {*rule.children.begin(), *rule.children.begin()};
+              }),
               "Configuration rule /root: has two rules for its child child");
     EXPECT_EQ(Refusal([](ElementRule& rule) { rule.attributes.push_back(rule.attributes[0]); }),
               "Configuration rule /root/@a: attribute without a name of its own");
@@ -52,7 +60,7 @@ TEST(ProveRules, EachContradiction_IsNamed) {
     EXPECT_EQ(Refusal([](ElementRule& rule) { rule.attributes[0].defaultValue = "10"; }),
               "Configuration rule /root/@a: default \"10\" is above the limit of 9");
     EXPECT_EQ(
-        Refusal([](ElementRule& rule) { rule.children[0].defaultValue = "soon"; }),
+        Refusal([](ElementRule& rule) { SpoilChild(rule, [](ElementRule& child) { child.defaultValue = "soon"; }); }),
         "Configuration rule /root/child: default \"soon\" is not a boolean (true, false, 1, 0, yes, no, on, off)");
     EXPECT_EQ(Refusal([](ElementRule& rule) { rule.variants = {{.name = "v", .doc = "A variant."}}; }),
               "Configuration rule /root: variants and the attribute that chooses one go together");
