@@ -1,11 +1,12 @@
 #include <memory>
 
+#include "bmc/sim/configuration_rule.h"
 #include "bmc/sim/sim_backend.h"
 #include "platform_daemon.h"
 
 /// The composition root: puts the daemon together from its parts and runs it.
 int main(int argc, char** argv) {
     const auto daemon = std::make_shared<PlatformDaemon>();
-    daemon->AddBoardBackend({"sim", bmc::sim::Create, bmc::sim::Check});
+    daemon->AddBoardBackend({bmc::sim::ConfigurationRule(), bmc::sim::Create, bmc::sim::Check});
     return daemon->Run(argc, argv) ? 0 : 1;
 }

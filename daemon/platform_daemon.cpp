@@ -1,6 +1,7 @@
 #include "platform_daemon.h"
 
 #include "build_info.h"
+#include "configuration_rules.h"
 #include "monitor.h"
 #include "qstd/log.h"
 #include "qstd/trace_fnc.h"
@@ -41,6 +42,10 @@ int PlatformDaemon::DefaultPort() const {
 qapp::ZelkorBoard* PlatformDaemon::CreateBoard(const bmc::Board* /*board*/) {
     const qstd::TraceFnc trace;
     return nullptr;
+}
+
+std::vector<qcfg::ElementRule> PlatformDaemon::GetSectionRules() const {
+    return WorkerSectionRules();
 }
 
 void PlatformDaemon::OnPostInit() {

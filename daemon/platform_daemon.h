@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "qapp/zelkor_application.h"
 #include "qnode/tree_node.h"
@@ -20,6 +21,9 @@ public:
 
     /// Null for every board: the daemon keeps no framework board objects of its own.
     qapp::ZelkorBoard* CreateBoard(const bmc::Board* board) override;
+
+    /// The rules of the workers' sections.
+    std::vector<qcfg::ElementRule> GetSectionRules() const override;
 
     /// Starts the workers.
     void OnPostInit() override;

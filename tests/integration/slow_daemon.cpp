@@ -5,6 +5,7 @@
 #include <memory>
 #include <thread>
 
+#include "bmc/sim/configuration_rule.h"
 #include "bmc/sim/sim_backend.h"
 #include "platform_daemon.h"
 
@@ -28,7 +29,7 @@ private:
 
 int main(int argc, char** argv) {
     const auto daemon = std::make_shared<PlatformDaemon>();
-    daemon->AddBoardBackend({"sim",
+    daemon->AddBoardBackend({bmc::sim::ConfigurationRule(),
                              [](const qcfg::Element& section, const std::string& configFile) {
                                  return std::make_unique<SlowBackend>(bmc::sim::Create(section, configFile));
                              },

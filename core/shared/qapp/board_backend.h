@@ -6,13 +6,14 @@
 
 #include "bmc/backend.h"
 #include "qcfg/element.h"
+#include "qcfg/schema.h"
 
 namespace qapp {
 
 /// A way to reach boards that the configuration may ask for by name.
 struct BoardBackend {
-    /// What `boards/@backend` says.
-    std::string name;
+    /// What the "boards" section holds for it. The rule's name is what `boards/@backend` says.
+    qcfg::VariantRule rule;
 
     /// Makes the backend from the "boards" section of the named configuration file.
     /// @throws qstd::Exception with a text that says where and what.

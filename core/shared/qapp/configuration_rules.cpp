@@ -43,7 +43,8 @@ ElementRule RegistryRule() {
 }
 
 ElementRule BoardsRule(const std::vector<qcfg::VariantRule>& backends) {
-    ElementRule rule{.name = "boards", .occurrence = Occurrence_e::once, .doc = "How the boards are reached."};
+    ElementRule rule{.name = "boards",
+                     .doc = "How the boards are reached. Without this section: by the first way, with its defaults."};
     rule.variantAttribute = "backend";
     rule.variantDoc = "The way to the boards.";
     rule.variants = backends;
@@ -81,20 +82,6 @@ A value has no blanks around it. Numbers are decimal; in the text of an element 
 )";
 
 }  // namespace
-
-qcfg::VariantRule SimulatedChassisRule() {
-    qcfg::VariantRule rule{.name = "sim", .doc = "a simulated chassis inside the process; no hardware is touched."};
-    rule.attributes = {
-        {.name = "chassis",
-         .type = qcfg::Text("path of a file"),
-         .isRequired = true,
-         .doc = "Description of the chassis."},
-        {.name = "control",
-         .type = qcfg::Text("path of a socket"),
-         .doc = "Socket through which zelkor-chassisctl reaches the chassis at run time; none when left out."},
-    };
-    return rule;
-}
 
 qcfg::ElementRule ConfigurationRules(const std::vector<qcfg::VariantRule>& backends,
                                      const std::vector<qcfg::ElementRule>& sections) {

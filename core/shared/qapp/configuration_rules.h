@@ -15,9 +15,6 @@ namespace qapp {
 qcfg::ElementRule ConfigurationRules(const std::vector<qcfg::VariantRule>& backends,
                                      const std::vector<qcfg::ElementRule>& sections);
 
-/// What `<boards>` holds for the simulated chassis.
-qcfg::VariantRule SimulatedChassisRule();
-
 /// The reference page of the configuration, in Markdown.
 std::string ConfigurationReference(const qcfg::ElementRule& rules);
 

@@ -10,11 +10,14 @@
 #include <utility>
 
 #include "bmc/board_pool.h"
+#include "qapp/configuration_rules.h"
 #include "qapp/detacher.h"
 #include "qapp/main_loop.h"
 #include "qapp/service_notifier.h"
 #include "qapp/signals.h"
+#include "qcfg/checker.h"
 #include "qcfg/document.h"
+#include "qcfg/schema_writer.h"
 #include "qstd/exception.h"
 #include "qstd/log.h"
 #include "qstd/ver_info.h"
@@ -154,24 +157,34 @@ Options ZelkorApplication::ReadCommandLine(int argc, char** argv) {
 }
 
 bool ZelkorApplication::CheckAndPrint(const Options& options) {
-    std::vector<std::string> findings;
-    bool isGood = true;
     try {
         LoadConfiguration(options);
-        for (const std::string& finding : CheckConfiguration(isGood)) {
-            std::cout << finding << '\n';
+        const qcfg::Findings findings = qcfg::CheckConfiguration(m_config.GetRoot(), GetRules());
+        for (const qcfg::Finding& finding : findings) {
+            std::cout << qcfg::ToText(finding, m_config.GetFileName()) << '\n';
+        }
+        std::cout.flush();
+        if (qcfg::HasError(findings)) {
+            return false;
         }
         const std::shared_ptr<qcfg::Element> section = FindBoardsSection();
         const BoardBackend& backend = FindBackend(*section);
         if (backend.check) {
             backend.check(*section, m_config.GetFileName());
         }
+        return true;
     } catch (const std::exception& error) {
-        std::cout << error.what() << '\n';
-        isGood = false;
+        std::cout << error.what() << std::endl;
+        return false;
     }
-    std::cout.flush();
-    return isGood;
+}
+
+qcfg::ElementRule ZelkorApplication::GetRules() const {
+    std::vector<qcfg::VariantRule> backends;
+    for (const BoardBackend& backend : m_backends) {
+        backends.push_back(backend.rule);
+    }
+    return ConfigurationRules(backends, GetSectionRules());
 }
 
 void ZelkorApplication::LoadConfiguration(const Options& options) {
@@ -210,10 +223,10 @@ const BoardBackend& ZelkorApplication::FindBackend(const qcfg::Element& section)
     }
     std::string known;
     for (const BoardBackend& backend : m_backends) {
-        if (backend.name == attribute->GetValue()) {
+        if (backend.rule.name == attribute->GetValue()) {
             return backend;
         }
-        known += (known.empty() ? "" : ", ") + backend.name;
+        known += (known.empty() ? "" : ", ") + backend.rule.name;
     }
     throw qstd::Exception(qcfg::AtLine(m_config.GetFileName(), section.GetLine(),
                                        "unknown backend \"" + attribute->GetValue() + "\" (known: " + known + ")"));
@@ -316,10 +329,10 @@ std::string ZelkorApplication::ConfFile() const {
 }
 
 std::string ZelkorApplication::CreateXsd() const {
-    return {};
+    return qcfg::WriteSchema(GetRules());
 }
 
-std::vector<std::string> ZelkorApplication::CheckConfiguration(bool& /*isGood*/) const {
+std::vector<qcfg::ElementRule> ZelkorApplication::GetSectionRules() const {
     return {};
 }
 

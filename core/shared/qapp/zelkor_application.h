@@ -12,6 +12,7 @@
 #include "qapp/zelkor_board.h"
 #include "qapp/zelkor_object.h"
 #include "qcfg/configuration.h"
+#include "qcfg/schema.h"
 #include "qfeature/local_timing_sync.h"
 #include "qnode/tree_node.h"
 
@@ -93,13 +94,14 @@ protected:
     /// Replaces the configuration and the folder of the log files without Run, for tests of what uses them.
     void Prepare(const std::string& configText, const std::string& logFileDir);
 
-    /// Findings in the loaded configuration, one "FILE:LINE: ..." each. @param isGood becomes false with an error
-    virtual std::vector<std::string> CheckConfiguration(bool& isGood) const;
+    /// The rules of the application's own sections of the configuration, for its check and its schema.
+    virtual std::vector<qcfg::ElementRule> GetSectionRules() const;
 
 private:
     Options ReadCommandLine(int argc, char** argv);
     bool RunUnguarded(int argc, char** argv);
     bool CheckAndPrint(const Options& options);
+    qcfg::ElementRule GetRules() const;
     void LoadConfiguration(const Options& options);
     void OpenLogs(const Options& options);
     void OpenBoards();

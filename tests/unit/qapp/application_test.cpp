@@ -27,7 +27,7 @@ using testing::IsEmpty;
 class RecordingApplication : public qapp::ZelkorApplication {
 public:
     RecordingApplication(bool createsBoards, bool runsOnce) : ZelkorApplication("recorder", createsBoards, runsOnce) {
-        AddBoardBackend({"mock",
+        AddBoardBackend({{.name = "mock", .doc = "boards of a test"},
                          [this](const qcfg::Element& /*section*/, const std::string& /*file*/) {
                              Note("(boards)");
                              auto backend = std::make_unique<testing::NiceMock<test::MockBackend>>();
@@ -202,7 +202,8 @@ TEST_F(Application, CheckConfig_PrintsWhatIsWrongAndTouchesNoBoard) {
     EXPECT_TRUE(Run({"--check-config"}));
     EXPECT_EQ(m_output, "");
     EXPECT_FALSE(Run({"--check-config"}, "<zelkor>\n\n<boards backend='smoke'/></zelkor>"));
-    EXPECT_EQ(m_output, m_folder.Path("c.xml") + ":3: unknown backend \"smoke\" (known: mock)\n");
+    EXPECT_EQ(m_output, m_folder.Path("c.xml") +
+                            ":3: error: attribute \"backend\" of <boards>: \"smoke\" is not known (known: mock)\n");
     EXPECT_THAT(m_application->m_calls, testing::Not(Contains("(boards)")));
     EXPECT_FALSE(test::Exists(m_folder.Path("log")));
 }

@@ -1,11 +1,12 @@
 #pragma once
 
+#include "bmc/sim/configuration_rule.h"
 #include "configuration_rules.h"
 #include "qapp/configuration_rules.h"
 
 /// The rules of the daemon's whole configuration, as the program puts them together.
 inline const qcfg::ElementRule& DaemonRules() {
     static const qcfg::ElementRule rules =
-        qapp::ConfigurationRules({qapp::SimulatedChassisRule()}, WorkerSectionRules());
+        qapp::ConfigurationRules({bmc::sim::ConfigurationRule()}, WorkerSectionRules());
     return rules;
 }

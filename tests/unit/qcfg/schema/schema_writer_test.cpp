@@ -75,8 +75,8 @@ std::vector<Case> GoodDocuments() {
 
 std::vector<Case> BadDocuments() {
     return {
-        {"no boards", "<zelkor/>", false, false},
-        {"no chassis", "<zelkor><boards backend='sim'/></zelkor>", false, false},
+        {"no boards", "<zelkor/>", true, true},
+        {"no chassis", "<zelkor><boards backend='sim'/></zelkor>", true, true},
         {"empty chassis", "<zelkor><boards chassis=''/></zelkor>", false, false},
         {"unknown backend", "<zelkor><boards backend='smi' chassis='c'/></zelkor>", false, false},
         {"unknown section", WithSections("<monitr enabled='1'/>"), false, false},
