@@ -26,7 +26,7 @@ public:
     /// Time constant of the lag in seconds.
     static constexpr double c_lag = 2;
     /// The mean speed at which a <thermal> sensor's resistance holds.
-    static constexpr double c_ratedRpm = 3000;
+    static constexpr double c_ratedRpm = 4000;
 
     /// @param rpm the speed that all fans run at and are told to run at, at time 0
     explicit FanBank(double rpm);

@@ -3,7 +3,7 @@
 
 Usage: check_captions.py ROOT
 A README lists files when one of its tables has the heading "File" or "Files" in its first column; each row names one
-or several files in backquotes, folders with a slash at the end. All of the folder's files but the README and the build
+or several files in backquotes, folders with a slash at the end, or a folder's files with their path. All of the folder's files but the README and the build
 file must be in it, and nothing else. Exit status 1 when one differs."""
 
 import pathlib
@@ -30,8 +30,10 @@ def listed_names(text):
     return names
 
 
-def names_in(root, folder):
-    """The names in a folder that version control knows, or would; all that is there when there is no such control."""
+def names_in(root, folder, listed):
+    """The names in a folder that version control knows, or would; all that is there when there is no such control.
+    Of a subfolder whose files are listed one by one, the files; of others the folder."""
+    opened = {name.split("/")[0] for name in listed if "/" in name.rstrip("/")}
     known = subprocess.run(["git", "-C", str(root), "ls-files", "--cached", "--others", "--exclude-standard", "--",
                             str(folder)], capture_output=True, text=True, check=False)
     if known.returncode == 0 and known.stdout:
@@ -42,7 +44,7 @@ def names_in(root, folder):
     for path in paths:
         if path.is_file():
             parts = path.relative_to(folder).parts
-            names.add(parts[0] if len(parts) == 1 else parts[0] + "/")
+            names.add("/".join(parts) if len(parts) == 1 or parts[0] in opened else parts[0] + "/")
     return names - NEVER_LISTED
 
 
@@ -58,7 +60,7 @@ def main():
         if listed is None:
             continue
         checked += 1
-        there = names_in(root, folder)
+        there = names_in(root, folder, listed)
         where = readme.relative_to(root).as_posix()
         problems += [f"{where}: `{name}` is listed but not there" for name in sorted(listed - there)]
         problems += [f"{where}: `{name}` is there but not listed" for name in sorted(there - listed)]

@@ -30,7 +30,7 @@ void SetAll(FanBank& fans, std::uint16_t raw, double time) {
 }
 
 TEST(ThermalModel, Start_IsAmbientAndWarmsUpWithTau) {
-    const FanBank fans(3000);
+    const FanBank fans(FanBank::c_ratedRpm);
     ThermalModel model(c_thermal, c_ambient, &fans);
     EXPECT_EQ(ValueAt(model, 0), c_ambient);
     EXPECT_NEAR(ValueAt(model, 30), c_ambient + 24 * (1 - std::exp(-1.0)), 0.01);
@@ -58,7 +58,7 @@ TEST(ThermalModel, FansAtRestOrNone_TemperatureIsBounded) {
 }
 
 TEST(ThermalModel, FanSpeedRaised_TemperatureFallsSlowly) {
-    FanBank fans(3000);
+    FanBank fans(FanBank::c_ratedRpm);
     ThermalModel model(c_thermal, c_ambient, &fans);
     const double before = ValueAt(model, 1000);
     SetAll(fans, 297, 1000);
@@ -69,7 +69,7 @@ TEST(ThermalModel, FanSpeedRaised_TemperatureFallsSlowly) {
 }
 
 TEST(ThermalModel, Readings_DoNotDependOnHowOftenItIsRead) {
-    FanBank fans(3000);
+    FanBank fans(FanBank::c_ratedRpm);
     ThermalModel often(c_thermal, c_ambient, &fans);
     ThermalModel seldom(c_thermal, c_ambient, &fans);
     for (int i = 0; i < 3000; ++i) {
@@ -85,7 +85,7 @@ TEST(ThermalModel, Readings_DoNotDependOnHowOftenItIsRead) {
 }
 
 TEST(ThermalModel, LongUnread_IsRightAndQuick) {
-    FanBank fans(3000);
+    FanBank fans(FanBank::c_ratedRpm);
     ThermalModel model({40, 0.6, 0.001}, c_ambient, &fans);
     EXPECT_NEAR(ValueAt(model, 1e9), c_ambient + 24, 0.01);
 }
