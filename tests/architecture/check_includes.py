@@ -28,7 +28,7 @@ ARROWS = {
                         "core/shared/qreg", "core/shared/qnode", "core/shared/qcfg", "core/shared/qfeature",
                         "core/shared/qstd"},
     "tools/regctl": {"core/shared/qreg/corba", "core/shared/qreg", "core/shared/qnode", "core/shared/qstd"},
-    "tools/chassisctl": {"bmc/sim", "bmc", "core/shared/qcfg", "core/shared/qstd"},
+    "tools/chassisctl": {"bmc", "core/shared/qstd"},
 }
 
 # Outside library -> (the folders that may include it, whether only sources may and headers not).

@@ -21,7 +21,7 @@ namespace qcfg {
 namespace {
 
 /// The most bytes that are taken from a file: a hundred times a large chassis description, but a bound for a device.
-constexpr std::size_t c_maxSize = 64 * 1024 * 1024;
+constexpr std::size_t c_maxSize = std::size_t{64} * 1024 * 1024;
 
 std::string TooLarge(const std::string& name) {
     return name + ": larger than " + std::to_string(c_maxSize) + " bytes";

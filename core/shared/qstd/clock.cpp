@@ -87,7 +87,7 @@ void Clock::CalendarClockWasSet() {
     }
 }
 
-Clock& Clock::Get() noexcept {
+Clock& Clock::Get() {
     static auto* const host = new Clock;
     Clock* const replacement = g_replacement.load(std::memory_order_acquire);
     return replacement != nullptr ? *replacement : *host;

@@ -37,7 +37,7 @@ public:
     static void CalendarClockWasSet();
 
     /// The clock in force.
-    static Clock& Get() noexcept;
+    static Clock& Get();
 
     /// Puts @p clock in force (null: the host's). The caller keeps it alive until it is replaced and no sleeper is
     /// left.
