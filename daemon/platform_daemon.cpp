@@ -3,7 +3,9 @@
 #include "build_info.h"
 #include "configuration_rules.h"
 #include "monitor.h"
+#include "qnode/node.h"
 #include "qstd/log.h"
+#include "qstd/trace_file.h"
 #include "qstd/trace_fnc.h"
 #include "qstd/ver_info.h"
 
@@ -51,6 +53,10 @@ std::vector<qcfg::ElementRule> PlatformDaemon::GetSectionRules() const {
 void PlatformDaemon::OnPostInit() {
     qstd::LogInfo("**************************************************");
     qstd::LogInfo("***Platform daemon started");
+    if (qstd::TraceActiveLevel() > 3) {
+        qstd::TraceHere(4, "Exporting following nodes through the qreg:");
+        qstd::TraceHere(4, qnode::Node(GetRegistry()).DumpSubTree(-1, 0, qnode::Node::c_defMaxValueLen));
+    }
     Monitor::GetInstance();
 }
 

@@ -101,6 +101,27 @@ TEST_F(DaemonTest, Trace_HoldsTheMessagesWithTheirSourceAndLine) {
         HasSubstr("core/shared/qstd/log:75 void qstd::LogInfo(const std::string&): ***Platform daemon started"));
 }
 
+TEST_F(DaemonTest, Trace_HoldsTheRegistryTreeAtLevel4BeforeTheFirstWorker) {
+    for (const char* level : {"3", "4"}) {
+        Configure("");
+        std::filesystem::remove_all(m_folder.Path("log"));
+        Start({"--trace-level", level});
+        ASSERT_TRUE(AwaitLog("Monitor settings:"));
+        EXPECT_EQ(Stop(), 0);
+        const std::string trace = test::ReadFile(m_folder.Path("log/zelkor-platformd.trace"));
+        const auto heading =
+            trace.find(" virtual void PlatformDaemon::OnPostInit(): Exporting following nodes through the qreg:\n");
+        if (*level == '3') {
+            EXPECT_EQ(heading, std::string::npos);
+        } else {
+            const auto dump = trace.find(" virtual void PlatformDaemon::OnPostInit(): registry\n");
+            EXPECT_LT(heading, dump);
+            EXPECT_LT(dump, trace.find("*Monitor process started."));
+        }
+        EXPECT_THAT(Log(), Not(HasSubstr("Exporting")));
+    }
+}
+
 TEST_F(DaemonTest, SecondRun_AppendsToTheLog) {
     Configure("");
     for (int run = 1; run <= 2; ++run) {

@@ -8,13 +8,12 @@
 #include <utility>
 #include <vector>
 
+#include "qcfg/xml_names.h"
 #include "qstd/exception.h"
 
 namespace qcfg {
 
 namespace {
-
-constexpr const char* c_namespace = "http://www.w3.org/2001/XMLSchema";
 
 /// Content of an element that holds neither a text nor children: blanks and comments only.
 constexpr const char* c_nothing = "nothing";
@@ -75,7 +74,7 @@ class SchemaWriter {
 public:
     std::string Write(const ElementRule& root) {
         m_xml.Start("xs:schema");
-        m_xml.Attribute("xmlns:xs", c_namespace);
+        m_xml.Attribute("xmlns:xs", c_schemaNamespace);
         m_xml.Attribute("elementFormDefault", "qualified");
         WriteElement(root, false);
         m_types.emplace(c_nothing, Forms{{"xs:token", {{"length", "0"}}}});
