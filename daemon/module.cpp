@@ -1,6 +1,5 @@
 #include "module.h"
 
-#include <exception>
 #include <string>
 #include <vector>
 
@@ -26,7 +25,7 @@ void ForEachLocalBoard(const Visit& visit) {
         }
         try {
             visit(*board, name);
-        } catch (const std::exception& error) {
+        } catch (const qstd::Exception& error) {
             qstd::LogError("Problem accessing board " + name + ". Exception: " + error.what());
         } catch (...) {
             qstd::LogError("Problem accessing board " + name + ". Unknown exception.");

@@ -170,7 +170,7 @@ TEST_F(SensorSelection, BoardThatRaises_IsLoggedAndTheOthersAreKept) {
         EXPECT_EQ(Text(All()), "u:a [3 12] u:c [7]");
     }
     EXPECT_THAT(m_log.Messages(), ElementsAre("E: Problem accessing board SLOT_2. Exception: bus",
-                                              "E: Problem accessing board SLOT_2. Exception: link",
+                                              "E: Problem accessing board SLOT_2. Unknown exception.",
                                               "E: Problem accessing board SLOT_2. Unknown exception."));
 }
 
