@@ -74,8 +74,9 @@ private:
     void Loop();
     bool IsStopped() const { return m_stopRequested || m_disabled; }
     void LogBoard(const bmc::Uri& uri, const std::string& label, std::vector<SensorData>& sensors);
-    bool LogSensor(bmc::Board& board, const std::string& label, SensorData& data, std::string& heading,
-                   std::string& record) const;
+    /// Appends the sensor's columns and sets @p record when its reading is to be recorded.
+    void LogSensor(bmc::Board& board, const std::string& label, SensorData& data, std::string& heading,
+                   std::string& line, bool& record) const;
     SensorLog& GetLog(const bmc::Uri& uri, const std::string& columns);
 
     std::map<bmc::Uri, SensorLog> m_logs;

@@ -51,7 +51,7 @@ void Monitor::LogBoard(const bmc::Uri& uri, const std::string& label, std::vecto
     bool record = false;
     for (SensorData& data : sensors) {
         try {
-            record |= LogSensor(*board, label, data, heading, line);
+            LogSensor(*board, label, data, heading, line, record);
         } catch (const std::exception& error) {
             qstd::LogError("Problem accessing sensor id: " + bmc::ToString(data.id) + " on board " + label +
                            ". Exception: " + error.what());
@@ -65,26 +65,26 @@ void Monitor::LogBoard(const bmc::Uri& uri, const std::string& label, std::vecto
     }
 }
 
-bool Monitor::LogSensor(bmc::Board& board, const std::string& label, SensorData& data, std::string& heading,
-                        std::string& record) const {
+void Monitor::LogSensor(bmc::Board& board, const std::string& label, SensorData& data, std::string& heading,
+                        std::string& line, bool& record) const {
     bmc::Sensor* const sensor = board.GetSensor(data.id);
     if (sensor == nullptr) {
         heading.append(";[").append(bmc::ToString(data.id)).append("]");
-        record.append(";N/A");
+        line.append(";N/A");
         qstd::LogError("Problem accessing sensor id: " + bmc::ToString(data.id) + " on board " + label);
-        return false;
+        return;
     }
     const double value = sensor->Read().Converted();
+    const std::string& name = sensor->GetName();
     heading.append(";[");
     qstd::AppendNumber(heading, static_cast<long long>(data.id.GetValue()));
-    heading.append("]-").append(sensor->GetName());
-    record.append(";");
-    qstd::AppendNumber(record, value);
-    const bool isRecorded = Filter(sensor, data, value);
+    heading.append("]-").append(name);
+    line.append(";");
+    qstd::AppendNumber(line, value);
+    record |= Filter(sensor, data, value);  // stands even when a threshold below raises
     LogCriticalValues(label, sensor, data, value);
     data.valid = true;
     data.value = value;
-    return isRecorded;
 }
 
 void Monitor::LogCriticalValues(const std::string& board, bmc::Sensor* sensor, const SensorData& data, double value) {

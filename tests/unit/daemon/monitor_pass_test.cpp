@@ -280,6 +280,25 @@ TEST_F(MonitorTest, ThresholdThatRaises_KeepsTheColumn) {
     EXPECT_THAT(m_log.Messages(), Contains("E: Problem accessing sensor id: 12 on board ICB_1. Exception: link"));
 }
 
+TEST_F(MonitorTest, ThresholdThatRaises_TheReadingThatPassedTheFilterIsRecordedAllTheSame) {
+    EXPECT_CALL(m_boards.core, GetUpperNonRecoverable).WillRepeatedly(Throw(std::runtime_error("link")));
+    StartAndPass(std::string("<monitor>") + c_recordAll + "</monitor>");
+    EXPECT_THAT(test::ReadLines(SensorLogPath("SLOT_2")).back(), testing::EndsWith("] ;40"));
+}
+
+TEST_F(MonitorTest, NameThatRaises_LeavesNoPartOfAColumn) {
+    EXPECT_CALL(m_boards.intake, GetName).WillRepeatedly(Throw(std::runtime_error("link")));
+    StartAndPass(std::string("<monitor>") + c_recordAll + "</monitor>");
+    EXPECT_THAT(test::ReadLines(SensorLogPath("ICB_1")), Contains("[TIME];[3]-V12"));
+    EXPECT_THAT(test::ReadLines(SensorLogPath("ICB_1")).back(), testing::EndsWith("] ;12"));
+}
+
+TEST_F(MonitorTest, IdsListedInAnyOrder_ColumnsStandInTheOrderOfTheIds) {
+    StartAndPass(std::string("<monitor>") + c_recordAll +
+                 "<sensors><exclude>all</exclude><include>12,3</include></sensors></monitor>");
+    EXPECT_THAT(test::ReadLines(SensorLogPath("ICB_1")), Contains("[TIME];[3]-V12;[12]-Intake"));
+}
+
 TEST_F(MonitorTest, BoardGoneDuringTheRun_IsReportedEveryPassAndGetsNoLine) {
     StartAndPass(std::string("<monitor>") + c_recordAll + "</monitor>");
     m_log.Clear();

@@ -1,6 +1,9 @@
 // The monitor's life, settings and report.
 
+#include <atomic>
 #include <condition_variable>
+#include <future>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -213,16 +216,29 @@ TEST_F(MonitorTest, StopBeforeTheLoop_NoPassAndTheUsualMessages) {
                             "I: *Monitor process stopped"));
 }
 
+/// Holds whoever logs its first message until it is opened.
+class LogGate : public qstd::LogSink {
+public:
+    void Write(qstd::LogLevel_e /*level*/, const qstd::Time& /*time*/, const std::string& /*text*/) override {
+        m_opened.wait();
+    }
+    void Open() { m_open.set_value(); }
+
+private:
+    std::promise<void> m_open;
+    const std::shared_future<void> m_opened{m_open.get_future()};
+};
+
 TEST_F(MonitorTest, StopBeforeEnabledIsRead_StaysAStop) {
-    // The host, first in the pool, holds the worker in its settings; "enabled" was read before, so stop in between by
-    // a board that stops the worker itself from another thread.
-    Gate gate(m_boards.slot2);
+    const auto gate = std::make_shared<LogGate>();  // the worker's first message comes before it reads its settings
+    qstd::Log::GetInstance().AddSink(gate);
     EXPECT_CALL(m_boards.intake, Read).Times(0);
     Start("<monitor enabled='true'><frequency>60</frequency></monitor>");
     m_monitor->StopThread();
-    gate.AwaitEntry();
-    gate.Open();
+    gate->Open();
     EXPECT_TRUE(m_log.WaitFor("I: *Monitor process stopped"));
+    qstd::Log::GetInstance().RemoveSink(gate);
+    EXPECT_THAT(m_log.Messages(), Contains(Report("false", "60", c_threeBoards, "true", "false (value = 0)")));
 }
 
 TEST_F(MonitorTest, StopDuringAPass_WaitsForItAndNoPassFollows) {
@@ -237,18 +253,20 @@ TEST_F(MonitorTest, StopDuringAPass_WaitsForItAndNoPassFollows) {
         changed.wait(lock, [&] { return mayGoOn; });
         return bmc::SensorReading(40);
     });
-    EXPECT_CALL(m_boards.cpu, Read).Times(1);  // the board after SLOT_2 in the pass: the pass is completed
+    std::atomic<bool> isLastRead = false;  // on the board after SLOT_2: the pass is complete
+    EXPECT_CALL(m_boards.cpu, Read).WillOnce([&] {
+        isLastRead = true;
+        return bmc::SensorReading(45);
+    });
     Start("<monitor><frequency>0</frequency></monitor>");
     {
         std::unique_lock<std::mutex> lock(mutex);
         changed.wait(lock, [&] { return isReading; });
     }
-    std::atomic<bool> hasStopReturned = false;
     std::thread stopper([&] {
         m_monitor->StopThread();
-        hasStopReturned = true;
+        EXPECT_TRUE(isLastRead);
     });
-    EXPECT_FALSE(hasStopReturned);
     {
         const std::lock_guard<std::mutex> guard(mutex);
         mayGoOn = true;
