@@ -137,7 +137,7 @@ TEST_F(DaemonTest, SecondRun_AppendsToTheLog) {
 }
 
 TEST_F(DaemonTest, StopAtManyMomentsOfTheStart_IsAlwaysOrderly) {
-    // A slow board stretches the worker's start, so that stops fall before, into and behind it.
+    // In steps of 2 ms, so that stops fall before, into and behind the worker's start.
     Configure("<monitor><frequency>1</frequency></monitor>");
     for (int delay = 0; delay < 60; delay += 2) {
         std::filesystem::remove_all(m_folder.Path("log"));
@@ -240,6 +240,18 @@ TEST_F(DaemonTest, Detached_TheCallerReturnsWhenTheServiceIsReady) {
     EXPECT_THAT(Log(), HasSubstr("***Platform daemon started"));
     const int pid = std::stoi(test::ReadFile(pidFile));
     EXPECT_EQ(::kill(pid, SIGTERM), 0);
+    EXPECT_TRUE(AwaitLog("*Monitor process stopped"));
+    EXPECT_TRUE(Await([&] { return !test::Exists(pidFile); }));
+}
+
+TEST_F(DaemonTest, StandardStreamsLeftClosed_AreNotTakenForOtherFiles) {
+    Configure("<monitor><frequency>60</frequency></monitor>");
+    const std::string pidFile = m_folder.Path("pid");
+    std::vector<std::string> command = Command({"--daemon", "--pid-file", pidFile});
+    command.insert(command.begin(), {"/bin/sh", "-c", "exec \"$0\" \"$@\" <&- >&- 2>&-"});
+    EXPECT_EQ(test::RunProgram(command).status, 0);
+    ASSERT_TRUE(test::Exists(pidFile));
+    EXPECT_EQ(::kill(std::stoi(test::ReadFile(pidFile)), SIGTERM), 0);
     EXPECT_TRUE(AwaitLog("*Monitor process stopped"));
     EXPECT_TRUE(Await([&] { return !test::Exists(pidFile); }));
 }

@@ -1,11 +1,15 @@
 #include "qapp/zelkor_application.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <cstdlib>
 #include <ctime>
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <sstream>
 #include <system_error>
 #include <utility>
 
@@ -30,6 +34,18 @@ std::atomic<ZelkorApplication*> g_instance{nullptr};
 
 constexpr int c_defaultPort = 5678;
 constexpr int c_defaultMaxPacketSize = 2 * 1024 * 1024;
+
+/// Puts the null device in place of a standard stream that whoever started the program left closed: its number would go
+/// to the next file opened, which then got what is meant for the stream, or was lost when the program detaches.
+void OpenMissingStandardStreams() {
+    int descriptor = 0;
+    do {
+        descriptor = ::open("/dev/null", O_RDWR);
+    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    if (descriptor >= 0) {
+        ::close(descriptor);
+    }
+}
 
 void MakeFolder(const std::string& folder) {
     std::error_code error;
@@ -68,7 +84,7 @@ ZelkorApplication& ZelkorApplication::Instance() {
 bool ZelkorApplication::Run(int argc, char** argv) {
     // Keeps the application past the end of `main`, until the workers' threads, started later, were joined.
     static std::shared_ptr<ZelkorApplication> keepAlive;
-    keepAlive = std::dynamic_pointer_cast<ZelkorApplication>(weak_from_this().lock());
+    keepAlive = weak_from_this().lock();
     try {
         return RunUnguarded(argc, argv);
     } catch (const std::exception& error) {
@@ -81,6 +97,7 @@ bool ZelkorApplication::Run(int argc, char** argv) {
 }
 
 bool ZelkorApplication::RunUnguarded(int argc, char** argv) {
+    OpenMissingStandardStreams();
     Signals signals;
     Detacher detacher;
     const auto isStopRequested = [&signals] {
@@ -141,6 +158,9 @@ Options ZelkorApplication::ReadCommandLine(int argc, char** argv) {
     try {
         Options options = ParseOptions(argc, argv, description, values);
         OnProgramOptionsProcess(values);
+        while (options.logDir.size() > 1 && options.logDir.back() == '/') {
+            options.logDir.pop_back();
+        }
         if (options.pidFile.empty()) {
             options.pidFile = defaults.pidFile;
         }
@@ -251,14 +271,20 @@ void ZelkorApplication::CreateBoards() {
     }
 }
 
-bool ZelkorApplication::CallHooks(const char* phase, const std::function<void()>& hooks) {
+bool ZelkorApplication::CallHooks(const char* phase, bool isForeground, const std::function<void()>& hooks) {
+    std::string problem = std::string("Problem at ") + phase + " - ";
     try {
         hooks();
         return true;
     } catch (const std::exception& error) {
-        qstd::LogError(std::string("Problem at ") + phase + " - " + error.what());
+        problem += error.what();
     } catch (...) {
-        qstd::LogError(std::string("Problem at ") + phase + " - Unknown Exception");
+        problem += "Unknown Exception";
+    }
+    qstd::LogError(problem);
+    if (!isForeground) {
+        // The log does not show there. Once the program is ready this goes to the null device.
+        std::cerr << m_name << ": " << problem << std::endl;
     }
     return false;
 }
@@ -268,7 +294,7 @@ bool ZelkorApplication::Serve(Signals& signals, Detacher& detacher, bool isForeg
         qstd::Log::GetInstance().OpenStandardError();
     }
     const ServiceNotifier notifier;
-    const bool isStarted = CallHooks("start", [this] {
+    const bool isStarted = CallHooks("start", isForeground, [this] {
         OnPostInit();
         OnStartRunning();
         OnAcceptRequests();
@@ -281,7 +307,7 @@ bool ZelkorApplication::Serve(Signals& signals, Detacher& detacher, bool isForeg
         }
     }
     notifier.Stopping();
-    const bool isStopped = CallHooks("stop", [this] { OnShutdown(); });
+    const bool isStopped = CallHooks("stop", isForeground, [this] { OnShutdown(); });
     return isStarted && isStopped;
 }
 

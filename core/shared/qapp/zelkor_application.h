@@ -109,7 +109,7 @@ private:
     const BoardBackend& FindBackend(const qcfg::Element& section) const;
     void CreateBoards();
     bool Serve(Signals& signals, Detacher& detacher, bool isForeground);
-    bool CallHooks(const char* phase, const std::function<void()>& hooks);
+    bool CallHooks(const char* phase, bool isForeground, const std::function<void()>& hooks);
 
     const std::string m_name;
     const bool m_createsBoards;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <functional>
 #include <map>
 #include <stdexcept>
@@ -86,18 +87,24 @@ protected:
         m_application = std::make_unique<RecordingApplication>(createsBoards, runsOnce);
     }
 
-    bool Run(std::vector<std::string> options = {}, const std::string& config = "<zelkor/>") {
-        test::WriteFile(m_folder.Path("c.xml"), config);
-        options.insert(options.begin(),
-                       {"recorder", "--config", m_folder.Path("c.xml"), "--log-dir", m_folder.Path("log")});
+    /// Without looking at the standard streams.
+    bool RunOpenly(std::vector<std::string> options) {
+        options.insert(options.begin(), {"recorder", "--config", m_folder.Path("c.xml")});
         std::vector<char*> words;
         for (std::string& option : options) {
             words.push_back(option.data());
         }
         words.push_back(nullptr);
+        return m_application->Run(static_cast<int>(words.size() - 1), words.data());
+    }
+
+    bool Run(std::vector<std::string> options = {}, const std::string& config = "<zelkor/>",
+             const std::string& logFolder = "log") {
+        test::WriteFile(m_folder.Path("c.xml"), config);
+        options.insert(options.end(), {"--log-dir", m_folder.Path(logFolder)});
         testing::internal::CaptureStderr();
         testing::internal::CaptureStdout();
-        const bool result = m_application->Run(static_cast<int>(words.size() - 1), words.data());
+        const bool result = RunOpenly(options);
         m_output = testing::internal::GetCapturedStdout();
         m_error = testing::internal::GetCapturedStderr();
         return result;
@@ -178,6 +185,17 @@ TEST_F(Application, ExceptionOutOfTheStart_IsLoggedAndTheStopGoesOn) {
     EXPECT_EQ(m_application->m_calls.back(), "OnShutdown");
 }
 
+using ApplicationDeathTest = Application;
+
+TEST_F(ApplicationDeathTest, ExceptionOutOfTheStartInTheBackground_IsToldToTheCaller) {
+    Make();
+    m_application->m_inHook["OnPostInit"] = [] { throw std::runtime_error("no thread"); };
+    test::WriteFile(m_folder.Path("c.xml"), "<zelkor/>");
+    EXPECT_EXIT(std::_Exit(RunOpenly({"--log-dir", m_folder.Path("log"), "--daemon"}) ? 0 : 2),
+                testing::ExitedWithCode(1), "^recorder: Problem at start - no thread\n$");
+    EXPECT_THAT(test::ReadFile(m_folder.Path("log/own.log")), HasSubstr("ERROR    Problem at start - no thread\n"));
+}
+
 TEST_F(Application, ExceptionOutOfTheStop_IsLogged) {
     Make();
     m_application->m_inHook["OnShutdown"] = [] { throw std::bad_weak_ptr(); };
@@ -195,6 +213,12 @@ TEST_F(Application, LogFile_HasTheNameThatTheApplicationGives) {
     EXPECT_TRUE(Run());
     EXPECT_EQ(m_application->LogFileDir(), m_folder.Path("log"));
     EXPECT_THAT(test::ReadFile(m_folder.Path("log/own.log")), HasSubstr("INFO     here\n"));
+}
+
+TEST_F(Application, LogFolder_HasNoSlashAtItsEnd) {
+    Make();
+    EXPECT_TRUE(Run({}, "<zelkor/>", "log//"));
+    EXPECT_EQ(m_application->LogFileDir(), m_folder.Path("log"));
 }
 
 TEST_F(Application, CheckConfig_PrintsWhatIsWrongAndTouchesNoBoard) {
