@@ -16,7 +16,7 @@ public:
     Uri(std::string text, std::string subSystem, std::string id);
 
     /// From the text form "SUBSYSTEM/ID". @throws qstd::Exception naming the text when either half is empty or holds
-    /// anything but letters, digits, "_", "-" and "." (both halves become part of file names).
+    /// anything but letters, digits, "_", "-" and ".", or begins with "." (both halves become part of file names).
     static Uri Parse(const std::string& text);
 
     /// The board's unique text form, which is also its ordering key.

@@ -76,8 +76,8 @@ ElementRule FilterRule() {
         {.name = "enabled", .type = qcfg::Boolean(), .defaultValue = "true", .doc = "Whether this filter is on."}};
     ElementRule relative{.name = "relative",
                          .doc =
-                             "Records a reading that differs from the last recorded one by more than this many "
-                             "percent of the sensor's nominal value.",
+                             "Records a reading that differs from the one of the pass before, recorded or not, by "
+                             "more than this many percent of the sensor's nominal value.",
                          .text = qcfg::Real(0),
                          .defaultValue = "0"};
     relative.attributes = {

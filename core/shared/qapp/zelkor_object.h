@@ -8,8 +8,9 @@
 namespace qapp {
 
 /// An object of an application that takes part in the application's life through hooks. The framework calls the hooks
-/// on its main thread, each at most once in a life, in the order of their declaration here, but for OnRegistryAdd and
-/// OnQueryChild. Every hook is empty unless said otherwise.
+/// on its main thread, each at most once in a life: OnPreInit, OnPreConfig, OnPostConfig, OnPostInit, OnStartRunning,
+/// OnAcceptRequests, OnShutdown; OnRegistryAdd and OnQueryChild come whenever there is something to ask. Every hook is
+/// empty unless said otherwise.
 class ZelkorObject {
 public:
     ZelkorObject() = default;
