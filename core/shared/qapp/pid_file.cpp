@@ -25,13 +25,26 @@ constexpr mode_t c_fileMode = 0644;
     throw qstd::Exception("Cannot write pid file " + fileName + ": " + reason);
 }
 
-/// Who holds the lock, as far as the file says.
-std::string Holder(int descriptor) {
+/// What the file holds, as far as it can be a process id and its newline.
+std::string Content(int descriptor) {
     constexpr std::size_t c_longest = 32;
     std::array<char, c_longest> buffer{};
     const ssize_t size = ::pread(descriptor, buffer.data(), buffer.size(), 0);
-    std::string text(buffer.data(), size > 0 ? static_cast<std::size_t>(size) : 0);
+    return {buffer.data(), size > 0 ? static_cast<std::size_t>(size) : 0};
+}
+
+/// Who holds the lock, as far as the file says.
+std::string Holder(int descriptor) {
+    const std::string text = Content(descriptor);
     return qstd::OneLine(text.substr(0, text.find('\n')));
+}
+
+/// Whether the file is empty or what an earlier run left, so that nothing is lost with its content.
+bool IsPidFile(int descriptor) {
+    constexpr std::size_t c_longestId = 20;
+    const std::string text = Content(descriptor);
+    const auto end = text.find_first_not_of("0123456789");
+    return text.size() <= c_longestId && (end == std::string::npos || (end == text.size() - 1 && text[end] == '\n'));
 }
 
 /// Whether the file of that name is still the one that is open: another program may have removed it before the lock.
@@ -66,6 +79,9 @@ void PidFile::Create(const std::string& fileName) {
             break;
         }
         ::close(descriptor);
+    }
+    if (!IsPidFile(descriptor)) {
+        Fail(fileName, descriptor, "it holds something else than a process id");
     }
     const std::string text = std::to_string(::getpid()) + "\n";
     if (::ftruncate(descriptor, 0) != 0 ||

@@ -14,7 +14,8 @@ public:
     ~PidFile();
 
     /// Creates the file, locks it and writes the process id.
-    /// @throws qstd::Exception naming the file and the reason, or the process that holds the lock.
+    /// @throws qstd::Exception naming the file and the reason, or the process that holds the lock. A file that holds
+    ///         something else than a process id is refused and stays as it is.
     void Create(const std::string& fileName);
 
 private:

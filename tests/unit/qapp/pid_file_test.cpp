@@ -39,6 +39,21 @@ TEST(PidFile, LeftBehind_IsTakenOver) {
     EXPECT_EQ(test::ReadFile(folder.Path("pid")), std::to_string(::getpid()) + "\n");
 }
 
+TEST(PidFile, FileOfAnotherKind_IsRefusedAndStays) {
+    const test::TempFolder folder;
+    const std::string path = folder.Path("notes");
+    for (const std::string text :
+         {"keep me\n", "12 men\n", "\n12\n", "12\n13\n", "123456789012345678901234567890123456"}) {
+        test::WriteFile(path, text);
+        EXPECT_EQ(ErrorOf(path), "Cannot write pid file " + path + ": it holds something else than a process id");
+        EXPECT_EQ(test::ReadFile(path), text);
+    }
+    for (const std::string text : {"", "12", "12\n"}) {
+        test::WriteFile(path, text);
+        EXPECT_EQ(ErrorOf(path), "created");
+    }
+}
+
 TEST(PidFile, ThatCannotBeMade_IsNamed) {
     const test::TempFolder folder;
     EXPECT_EQ(ErrorOf(folder.Path("no/pid")),
