@@ -33,11 +33,18 @@ ElementRule FrequencyRule(const std::string& defaultValue) {
             .defaultValue = defaultValue};
 }
 
-/// With a type of board given, the board itself is not looked at.
+/// With a type of board given, the board itself is not looked at; but "none" is as good as no type.
 void WarnOfUnusedBoard(const qcfg::Element& entry, qcfg::Findings& findings) {
     std::shared_ptr<qcfg::Attribute> board;
     std::shared_ptr<qcfg::Attribute> boardType;
-    if (entry.FindAttr("board", board) && entry.FindAttr("boardType", boardType)) {
+    if (!entry.FindAttr("boardType", boardType)) {
+        return;
+    }
+    if (boardType->GetValue() == "none" || boardType->GetValue() == "255") {
+        findings.push_back({qcfg::Severity_e::warning, entry.GetLine(),
+                            "attribute \"boardType\" of <" + entry.GetName() + "> is \"" + boardType->GetValue() +
+                                "\" and counts as left out: \"board\" tells the boards, all of them by default"});
+    } else if (entry.FindAttr("board", board)) {
         findings.push_back({qcfg::Severity_e::warning, entry.GetLine(),
                             "attribute \"board\" of <" + entry.GetName() + "> is passed over beside \"boardType\""});
     }

@@ -139,6 +139,16 @@ TEST(Checker, BoardBesideBoardType_Warning) {
                 ElementsAre("f.xml:1: warning: attribute \"board\" of <include> is passed over beside \"boardType\""));
 }
 
+TEST(Checker, BoardTypeNone_WarnsThatTheEntryMeansAllBoards) {
+    EXPECT_THAT(
+        CheckText(WithSections("<monitor><sensors><exclude boardType='none'>all</exclude>\n"
+                               "<exclude boardType='255' board='io/1'>all</exclude></sensors></monitor>")),
+        ElementsAre("f.xml:1: warning: attribute \"boardType\" of <exclude> is \"none\" and counts as left out: "
+                    "\"board\" tells the boards, all of them by default",
+                    "f.xml:2: warning: attribute \"boardType\" of <exclude> is \"255\" and counts as left out: "
+                    "\"board\" tells the boards, all of them by default"));
+}
+
 TEST(Checker, EmptySection_Warning) {
     EXPECT_THAT(CheckText(WithSections("<monitor>\n</monitor>")),
                 ElementsAre("f.xml:1: warning: <monitor> is empty and counts as absent"));
