@@ -38,6 +38,7 @@ private:
 
     const std::string& m_fileName;
     std::map<std::string, int> m_boardLines;
+    std::map<std::string, int> m_labelLines;
     int m_fansLine = 0;
 };
 
@@ -84,6 +85,13 @@ BoardDescription DescriptionReader::ReadBoard(const qcfg::Element& element) {
     const auto [other, isNew] = m_boardLines.emplace(uri, element.GetLine());
     if (!isNew) {
         reader.Refuse("there is a board " + uri + " already, in line " + std::to_string(other->second));
+    }
+    const std::string label = BoardLabel(board.uri);
+    const auto [sameLabel, isNewLabel] = m_labelLines.emplace(label, element.GetLine());
+    if (!isNewLabel) {
+        // Messages could not tell the two apart, and they would share one sensor log.
+        reader.Refuse("board " + uri + " has the label " + label + ", as the one in line " +
+                      std::to_string(sameLabel->second));
     }
     reader.RequiredText("type");
     board.type = reader.Enum("type", board.type);

@@ -1,10 +1,12 @@
 #include "qapp/detacher.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -16,6 +18,10 @@ namespace qapp {
 namespace {
 
 [[noreturn]] void WaitForReady(int pipe) {
+    // This process has no signals to take in order: whoever waits may interrupt it.
+    sigset_t none;
+    sigemptyset(&none);
+    pthread_sigmask(SIG_SETMASK, &none, nullptr);
     char status = 0;
     ssize_t size = 0;
     do {

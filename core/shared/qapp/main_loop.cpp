@@ -8,7 +8,9 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <cstring>
 #include <ctime>
+#include <string>
 
 #include "qstd/clock.h"
 #include "qstd/log.h"
@@ -27,6 +29,9 @@ MainLoop::MainLoop(Signals& signals, const ServiceNotifier& notifier)
     : m_signals(signals),
       m_notifier(notifier),
       m_clockWatch(::timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC)) {
+    if (m_clockWatch < 0) {
+        qstd::LogWarning(std::string("Setting the calendar clock is not noticed: ") + std::strerror(errno));
+    }
     ArmClockWatch();
 }
 

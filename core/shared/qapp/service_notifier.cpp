@@ -22,10 +22,6 @@ void ServiceNotifier::Stopping() const {
     sd_notify(0, "STOPPING=1");
 }
 
-void ServiceNotifier::Status(const std::string& text) const {
-    sd_notify(0, ("STATUS=" + text).c_str());
-}
-
 void ServiceNotifier::Alive() const {
     sd_notify(0, "WATCHDOG=1");
 }

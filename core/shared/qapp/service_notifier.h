@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <string>
 
 namespace qapp {
 
@@ -15,8 +14,6 @@ public:
     void Ready() const;
     /// The stop has begun.
     void Stopping() const;
-    /// A line for people who ask for the service's state.
-    void Status(const std::string& text) const;
     /// Feeds the watchdog.
     void Alive() const;
 

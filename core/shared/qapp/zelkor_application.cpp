@@ -294,6 +294,7 @@ bool ZelkorApplication::Serve(Signals& signals, Detacher& detacher, bool isForeg
         qstd::Log::GetInstance().OpenStandardError();
     }
     const ServiceNotifier notifier;
+    MainLoop mainLoop(signals, notifier);  // watches the calendar clock from before the first worker sleeps
     const bool isStarted = CallHooks("start", isForeground, [this] {
         OnPostInit();
         OnStartRunning();
@@ -303,7 +304,7 @@ bool ZelkorApplication::Serve(Signals& signals, Detacher& detacher, bool isForeg
         notifier.Ready();
         detacher.Ready();
         if (!m_runsOnce) {
-            MainLoop(signals, notifier).Run();
+            mainLoop.Run();
         }
     }
     notifier.Stopping();

@@ -1,13 +1,15 @@
 #include "qstd/log.h"
 
+#include <fmt/format.h>
+#include <poll.h>
 #include <spdlog/pattern_formatter.h>
-#include <spdlog/sinks/ansicolor_sink.h>
-#include <spdlog/sinks/base_sink.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cstddef>
 #include <cstring>
 #include <utility>
@@ -113,18 +115,58 @@ private:
     int m_reason = 0;               ///< why the last of them was lost
 };
 
-/// Standard error, coloured on a terminal.
+/// Standard error, the level coloured on a terminal. A reader that does not keep up (a stopped terminal, a full pipe)
+/// may hold up a message for a moment, then loses messages; it never holds up the program.
 class StandardErrorSink : public LogSink {
 public:
-    StandardErrorSink() { m_sink.set_formatter(MakeFormatter()); }
+    StandardErrorSink() : m_formatter(MakeFormatter()), m_isTerminal(::isatty(STDERR_FILENO) != 0) {}
 
     void Write(LogLevel_e level, const Time& time, const std::string& text) override {
-        m_sink.log(MakeMessage(level, time, text));
-        m_sink.flush();
+        if (m_lost > 0 && IsReady(0)) {
+            const auto lost = std::exchange(m_lost, 0);
+            Show(LogLevel_e::warning, time, fmt::format("{} log messages before this one could not be shown.", lost));
+        }
+        if (m_lost > 0 || !Show(level, time, text)) {
+            ++m_lost;
+        }
     }
 
 private:
-    spdlog::sinks::ansicolor_stderr_sink_st m_sink;
+    static constexpr int c_patience = 100;  // milliseconds, for one message
+
+    static bool IsReady(int timeout) {
+        pollfd target{STDERR_FILENO, POLLOUT, 0};
+        return ::poll(&target, 1, timeout) == 1 && (target.revents & POLLOUT) != 0;
+    }
+
+    bool Show(LogLevel_e level, const Time& time, const std::string& text) {
+        const spdlog::details::log_msg message = MakeMessage(level, time, text);
+        spdlog::memory_buf_t line;
+        m_formatter->format(message, line);
+        std::string bytes(line.data(), line.size());
+        if (m_isTerminal) {
+            static constexpr std::array<const char*, 4> c_colours{"\033[32m", "\033[33m", "\033[31m", "\033[1;31m"};
+            bytes.insert(message.color_range_end, "\033[m");
+            bytes.insert(message.color_range_start, c_colours.at(static_cast<std::size_t>(level)));
+        }
+        // A pipe that is ready takes this much at once without blocking.
+        for (std::size_t done = 0; done < bytes.size();) {
+            const std::size_t size = std::min<std::size_t>(bytes.size() - done, PIPE_BUF);
+            if (!IsReady(c_patience)) {
+                return false;
+            }
+            const ssize_t written = ::write(STDERR_FILENO, bytes.data() + done, size);
+            if (written <= 0) {
+                return false;
+            }
+            done += static_cast<std::size_t>(written);
+        }
+        return true;
+    }
+
+    std::unique_ptr<spdlog::formatter> m_formatter;
+    bool m_isTerminal;
+    unsigned long long m_lost = 0;
 };
 
 }  // namespace

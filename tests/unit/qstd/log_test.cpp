@@ -1,5 +1,6 @@
 #include "qstd/log.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -157,6 +158,40 @@ TEST_F(LogTest, OneLostMessage_IsSaidInTheSingular) {
         test::ReadLines(Path()),
         ElementsAre(Line("WARNING", "1 log message before this one could not be written: No space left on device"),
                     Line("INFO", "two")));
+}
+
+TEST_F(LogTest, StandardErrorThatNobodyReads_CostsMessagesNotTheProgram) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK), 0);
+    // The writing end blocks, as that of a program's standard error does.
+    ::fcntl(ends[1], F_SETFL, ::fcntl(ends[1], F_GETFL) & ~O_NONBLOCK);
+    const int before = ::dup(STDERR_FILENO);
+    ::dup2(ends[1], STDERR_FILENO);
+    m_sink = Log::GetInstance().OpenStandardError();
+    for (int i = 0; i < 200; ++i) {
+        qstd::LogInfo(std::string(2000, 'x'));
+    }
+    const auto readAll = [&ends] {
+        std::string text;
+        std::array<char, 4096> buffer{};
+        for (ssize_t size = 0; (size = ::read(ends[0], buffer.data(), buffer.size())) > 0;) {
+            text.append(buffer.data(), static_cast<std::size_t>(size));
+        }
+        return text;
+    };
+    const std::string shown = readAll();
+    const auto lines = std::count(shown.begin(), shown.end(), '\n');
+    qstd::LogInfo("read again");
+    const std::string after = readAll();
+    ::dup2(before, STDERR_FILENO);
+    for (const int descriptor : {before, ends[0], ends[1]}) {
+        ::close(descriptor);
+    }
+    EXPECT_GT(lines, 10);
+    EXPECT_LT(lines, 200);
+    EXPECT_THAT(after, testing::HasSubstr("WARNING  " + std::to_string(200 - lines) +
+                                          " log messages before this one could not be shown.\n"));
+    EXPECT_THAT(after, testing::HasSubstr("INFO     read again\n"));
 }
 
 TEST_F(LogTest, StandardError_ShowsTheSameLines) {

@@ -132,6 +132,8 @@ TEST(ChassisDescription, WrongStructure_IsRefusedWithItsLine) {
         {InBoard("uri='io' type='io'"), "c.xml:2: Bad board uri \"io\": not of the form SUBSYSTEM/ID"},
         {"<chassis><board uri='io/1' type='io'/>\n<board uri='io/1' type='io'/></chassis>",
          "c.xml:2: there is a board io/1 already, in line 1"},
+        {"<chassis><board uri='a_b/c' type='io'/>\n<board uri='a/b_c' type='io'/></chassis>",
+         "c.xml:2: board a/b_c has the label a_b_c, as the one in line 1"},
         {InBoard("uri='io/1' type='io'", "\n<fans/>\n<fans/>"), "c.xml:4: there is a <fans> already, in line 3"},
         {InBoard("uri='io/1' type='io'", "<fans><x/></fans>"), "c.xml:2: unknown element <x> in <fans>"},
         {"<chassis><board uri='a/1' type='io'><fans/></board>\n<board uri='b/1' type='io'><fans/></board></chassis>",
