@@ -376,4 +376,10 @@ TEST(Import, FileThatIsFarTooLarge_Status1) {
     EXPECT_THAT(result.err, HasSubstr("larger than a sensor table may be, 16777216 bytes"));
 }
 
+TEST(Import, UriThatIsNone_NamesTheOption) {
+    const Result result = RunWords({"import", "--uri", "io", "-"}, c_table);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "zelkor-chassisctl: --uri: Bad board uri \"io\": not of the form SUBSYSTEM/ID\n");
+}
+
 }  // namespace
