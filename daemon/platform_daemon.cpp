@@ -7,16 +7,11 @@
 #include "qstd/log.h"
 #include "qstd/trace_file.h"
 #include "qstd/trace_fnc.h"
-#include "qstd/ver_info.h"
 
 static_assert(qstd::SourceName(__FILE__) == "platform_daemon", "trace records name sources of the daemon bare");
 
 namespace {
 
-constexpr int c_major = 2;
-constexpr int c_minor = 8;
-constexpr int c_micro = 167;
-constexpr int c_build = 20437;
 constexpr int c_defaultPort = 5678;
 
 const std::string& Name() {
@@ -24,8 +19,7 @@ const std::string& Name() {
     return name;
 }
 
-[[maybe_unused]] const bool c_versionIsSet = qstd::VerInfo::Init(
-    c_major, c_minor, c_micro, c_build, "", ZELKOR_COMPILER, ZELKOR_BUILT_AT, ZELKOR_BUILD_MACHINE, ZELKOR_BUILD_USER);
+[[maybe_unused]] const bool c_versionIsSet = InitVersion();
 
 }  // namespace
 

@@ -20,6 +20,9 @@ namespace bmc::sim {
 
 namespace {
 
+/// How long connections wait when one could not be accepted.
+constexpr std::chrono::milliseconds c_acceptPause{1000};
+
 FileDescriptor NewEvent() {
     FileDescriptor made(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
     if (made.Get() < 0) {
@@ -60,10 +63,13 @@ ControlServer::~ControlServer() {
     m_thread.join();
 }
 
+bool ControlServer::IsAcceptPaused() const {
+    return ControlClient::Clock::now() < m_acceptAgain;
+}
+
 int ControlServer::PollTimeout() const {
     using std::chrono::milliseconds;
-    constexpr milliseconds c_acceptPause{1000};
-    auto first = ControlClient::Clock::time_point::max();
+    auto first = IsAcceptPaused() ? m_acceptAgain : ControlClient::Clock::time_point::max();
     for (const ControlClient& client : m_clients) {
         first = std::min(first, client.Deadline());
     }
@@ -78,7 +84,7 @@ void ControlServer::Serve() {
     qstd::SetThreadName("sim-control");
     std::vector<pollfd> waits;
     while (!m_stop) {
-        waits.assign({pollfd{m_wake.Get(), POLLIN, 0}, pollfd{m_listening.Get(), POLLIN, 0}});
+        waits.assign({pollfd{m_wake.Get(), POLLIN, 0}, pollfd{IsAcceptPaused() ? -1 : m_listening.Get(), POLLIN, 0}});
         for (const ControlClient& client : m_clients) {
             waits.push_back(pollfd{client.Socket(), client.PollEvents(), 0});
         }
@@ -100,6 +106,10 @@ void ControlServer::Serve() {
 void ControlServer::Accept() {
     FileDescriptor socket(::accept4(m_listening.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (socket.Get() < 0) {
+        // Out of descriptors or memory, the connection stays in the queue: poll would tell of it without end.
+        if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+            m_acceptAgain = ControlClient::Clock::now() + c_acceptPause;
+        }
         return;
     }
     if (m_clients.size() < m_limits.clients) {

@@ -35,6 +35,7 @@ public:
 private:
     void Serve();
     void Accept();
+    bool IsAcceptPaused() const;
     int PollTimeout() const;
 
     SimBackend& m_chassis;
@@ -43,8 +44,9 @@ private:
     FileDescriptor m_wake;  ///< eventfd: the journal has grown, or the end has come
     std::atomic<bool> m_stop{false};
     ListeningSocket m_listening;
-    std::list<ControlClient> m_clients;  ///< the thread's own
-    std::thread m_thread;                ///< the last: it uses all above
+    std::list<ControlClient> m_clients;              ///< the thread's own
+    ControlClient::Clock::time_point m_acceptAgain;  ///< the thread's own; connections wait until then
+    std::thread m_thread;                            ///< the last: it uses all above
 };
 
 }  // namespace bmc::sim

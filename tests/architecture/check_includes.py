@@ -20,7 +20,9 @@ ARROWS = {
     "core/shared/qapp": {"core/shared/qreg", "core/shared/qnode", "core/shared/qcfg", "core/shared/qfeature",
                          "core/shared/qstd", "bmc"},
     "bmc": {"core/shared/qstd"},
-    "bmc/sim": {"bmc", "core/shared/qcfg", "core/shared/qstd"},
+    "bmc/sim": {"bmc", "bmc/sim/control_protocol.h", "core/shared/qcfg", "core/shared/qstd"},
+    # The language of the control socket: its client knows it and nothing else of the simulation.
+    "bmc/sim/control_protocol.h": {"core/shared/qstd"},
     "bmc/ipmi": {"bmc", "core/shared/qcfg", "core/shared/qstd"},
     "daemon": {"bmc", "core/shared/qapp", "core/shared/qreg", "core/shared/qnode", "core/shared/qcfg",
                "core/shared/qfeature", "core/shared/qstd"},
@@ -28,7 +30,7 @@ ARROWS = {
                         "core/shared/qreg", "core/shared/qnode", "core/shared/qcfg", "core/shared/qfeature",
                         "core/shared/qstd"},
     "tools/regctl": {"core/shared/qreg/corba", "core/shared/qreg", "core/shared/qnode", "core/shared/qstd"},
-    "tools/chassisctl": {"bmc", "core/shared/qstd"},
+    "tools/chassisctl": {"bmc", "bmc/sim/control_protocol.h", "core/shared/qstd"},
 }
 
 # Outside library -> (the folders that may include it, whether only sources may and headers not).

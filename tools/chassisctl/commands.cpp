@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
-#include <cstdint>
 #include <istream>
 #include <ostream>
 #include <string_view>
 
+#include "bmc/sim/control_protocol.h"
+#include "build_info.h"
 #include "qstd/exception.h"
 #include "qstd/ver_info.h"
 #include "tools/chassisctl/command_line.h"
@@ -21,6 +21,8 @@ namespace {
 using Outcome_e = Reply::Outcome_e;
 
 constexpr const char* c_program = "zelkor-chassisctl";
+
+[[maybe_unused]] const bool c_versionIsSet = InitVersion();
 
 /// A command whose words are the fields of its request as they stand.
 struct PlainCommand {
@@ -47,34 +49,35 @@ constexpr std::array<PlainCommand, 10> c_plainCommands{{
     throw qstd::Exception("usage: " + std::string(c_program) + " " + std::string(usage));
 }
 
-/// Decimal, or hexadecimal behind "0x".
-std::uint32_t ParseRegisterNumber(const std::string& text, const char* what) {
-    const bool isHex = text.starts_with("0x") || text.starts_with("0X");
-    const char* const begin = text.data() + (isHex ? 2 : 0);
-    std::uint32_t number = 0;
-    const auto [stop, error] = std::from_chars(begin, text.data() + text.size(), number, isHex ? 16 : 10);
-    if (error != std::errc() || stop != text.data() + text.size()) {
-        throw qstd::Exception(std::string(what) + " \"" + text + "\" is not a number from 0 to 4294967295");
+unsigned int ParseRegister(const std::string& text, const char* what) {
+    const auto number = bmc::sim::ParseRegister(text);
+    if (!number) {
+        throw qstd::Exception("register " + std::string(what) + " \"" + text + "\" is not a number from 0 to 0xFFFF");
     }
-    return number;
-}
-
-std::string HexText(std::uint32_t number) {
-    std::array<char, 8> digits{};
-    const auto result = std::to_chars(digits.data(), digits.data() + digits.size(), number, 16);
-    return "0x" + std::string(digits.data(), result.ptr);
+    return *number;
 }
 
 Fields PlainRequest(const PlainCommand& command, const Fields& words) {
     if (words.size() < command.required + 1 || words.size() > command.fields + 1) {
         BadUsage(command.usage);
     }
+    // On the wire an empty sensor is the whole board: a script's empty variable must not get that far.
+    const auto empty = std::find(words.begin() + 1, words.end(), std::string());
+    if (empty != words.end()) {
+        throw qstd::Exception("argument " + std::to_string(empty - words.begin()) + " of " + words[0] + " is empty");
+    }
     Fields request = words;
     request.resize(command.fields + 1);
     return request;
 }
 
-/// fail BOARD [SENSOR] [TEXT]: a first word behind the board that is no decimal number is the text already. The words
+/// Decimal, of any length; ids may be negative.
+bool IsWholeNumber(const std::string& word) {
+    const std::size_t first = word.starts_with('-') ? 1 : 0;
+    return word.size() > first && word.find_first_not_of("0123456789", first) == std::string::npos;
+}
+
+/// fail BOARD [SENSOR] [TEXT]: a first word behind the board that is no whole number is the text already. The words
 /// of a text may stand unquoted.
 Fields FailRequest(const Fields& words) {
     if (words.size() < 2) {
@@ -82,8 +85,7 @@ Fields FailRequest(const Fields& words) {
     }
     Fields request{words[0], words[1], "", ""};
     std::size_t next = 2;
-    const auto isDigit = [](char letter) { return letter >= '0' && letter <= '9'; };
-    if (words.size() > next && !words[next].empty() && std::all_of(words[next].begin(), words[next].end(), isDigit)) {
+    if (words.size() > next && IsWholeNumber(words[next])) {
         request[2] = words[next++];
     }
     for (; next < words.size(); ++next) {
@@ -101,9 +103,9 @@ Fields FpgaRequest(const Fields& words) {
     if (!isKnown || words.size() != c_withAddress + (isWrite ? 1 : 0)) {
         BadUsage(c_usage);
     }
-    Fields request{"fpga-" + action, HexText(ParseRegisterNumber(words[2], "register address"))};
+    Fields request{"fpga-" + action, bmc::sim::AddressText(ParseRegister(words[2], "address"))};
     if (isWrite) {
-        request.push_back(std::to_string(ParseRegisterNumber(words[3], "register value")));
+        request.push_back(std::to_string(ParseRegister(words[3], "value")));
     }
     return request;
 }
@@ -193,19 +195,13 @@ void CheckOptions(const CommandLine& line) {
     demand(line.live.has_value(), isImport, "--live", "import");
 }
 
-std::string VersionText() {
-    const qstd::VerInfo& version = qstd::VerInfo::Get();
-    const bool isKnown = version.m_major != 0 || version.m_minor != 0 || version.m_micro != 0 || version.m_build != 0;
-    return c_program + (isKnown ? " " + version.ToString() : std::string());
-}
-
 int Dispatch(const CommandLine& line, Streams streams, std::chrono::milliseconds limit) {
     if (line.help) {
         streams.out << HelpText();
         return c_exitDone;
     }
     if (line.version) {
-        streams.out << VersionText() << '\n';
+        streams.out << c_program << ' ' << qstd::VerInfo::Get() << '\n';
         return c_exitDone;
     }
     if (line.words.empty()) {

@@ -15,6 +15,9 @@
 #include <system_error>
 #include <utility>
 
+#include "bmc/sim/control_protocol.h"
+#include "qstd/exception.h"
+
 namespace chassisctl {
 
 namespace {
@@ -22,7 +25,6 @@ namespace {
 using Outcome_e = Reply::Outcome_e;
 using SteadyTime = std::chrono::steady_clock::time_point;
 
-constexpr std::size_t c_requestSize = 4096;                          // bytes of a request with its newline
 constexpr std::size_t c_lineSize = std::size_t{64} * 1024;           // a longer line is no answer of a daemon
 constexpr std::size_t c_answerSize = std::size_t{64} * 1024 * 1024;  // nor is more than this before the final line
 constexpr std::size_t c_chunkSize = std::size_t{16} * 1024;
@@ -48,35 +50,19 @@ std::string ErrorText(int error) {
     return std::generic_category().message(error);
 }
 
-Fields SplitFields(std::string_view line) {
-    Fields fields;
-    for (;;) {
-        const auto end = line.find('\t');
-        fields.emplace_back(line.substr(0, end));
-        if (end == std::string_view::npos) {
-            return fields;
-        }
-        line.remove_prefix(end + 1);
-    }
-}
-
 /// The request as one line; nothing when a field cannot be sent, @p why then says which.
 std::optional<std::string> RequestLine(const Fields& request, std::string& why) {
-    std::string line;
-    for (const std::string& field : request) {
-        if (field.find_first_of(std::string_view("\t\n\0", 3)) != std::string::npos) {
-            why = "an argument of " + request.front() + " holds a tab, a newline or a zero byte";
-            return std::nullopt;
+    try {
+        std::string line = bmc::sim::JoinFields(request) + "\n";
+        if (line.size() <= bmc::sim::c_maxRequestSize) {
+            return line;
         }
-        line += (line.empty() ? "" : "\t") + field;
+        why = "the request has " + std::to_string(line.size()) + " bytes, at most " +
+              std::to_string(bmc::sim::c_maxRequestSize) + " are allowed";
+    } catch (const qstd::Exception& error) {
+        why = error.what();
     }
-    line += '\n';
-    if (line.size() > c_requestSize) {
-        why = "the request has " + std::to_string(line.size()) + " bytes, at most " + std::to_string(c_requestSize) +
-              " are allowed";
-        return std::nullopt;
-    }
-    return line;
+    return std::nullopt;
 }
 
 /// One request: connection, deadline and what has come so far.
@@ -154,7 +140,7 @@ private:
     /// Nothing as long as the answer goes on.
     std::optional<Reply> TakeLine(const std::string& line, const std::function<bool(const Fields&)>& onRow) {
         if (line.starts_with('+')) {
-            return onRow(SplitFields(std::string_view(line).substr(1))) ? std::nullopt : std::optional<Reply>(Reply{});
+            return onRow(bmc::sim::SplitFields(line.substr(1))) ? std::nullopt : std::optional<Reply>(Reply{});
         }
         if (line == "ok") {
             return Reply{};

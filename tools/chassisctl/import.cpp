@@ -58,7 +58,11 @@ double ParsePercent(const std::string& text) {
 /// The options as far as the command line settles them.
 BoardOptions ReadOptions(const CommandLine& line) {
     BoardOptions options;
-    options.uri = bmc::Uri::Parse(line.uri.value_or(options.uri)).ToString();
+    try {
+        options.uri = bmc::Uri::Parse(line.uri.value_or(options.uri)).ToString();
+    } catch (const qstd::Exception& error) {
+        throw qstd::Exception(std::string("--uri: ") + error.what());
+    }
     options.type = line.type.value_or(options.type);
     try {
         const auto type = qstd::EnumFromString<bmc::BoardType_e>(options.type);

@@ -60,6 +60,19 @@ Cells SplitCells(std::string_view line, char separator) {
     return cells;
 }
 
+/// @p text fit for a message, however long it is: a file that is no table may hold anything.
+std::string Shown(std::string_view text) {
+    constexpr std::size_t c_longest = 200;
+    if (text.size() <= c_longest) {
+        return Printable(text);
+    }
+    std::size_t end = c_longest;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0U) == 0x80U) {
+        --end;  // not through the middle of a character
+    }
+    return Printable(text.substr(0, end)) + "...";
+}
+
 std::string WrongColumnCount(std::size_t found, std::size_t expected) {
     return "malformed, " + std::to_string(found) + " columns instead of " + std::to_string(expected);
 }
@@ -163,7 +176,7 @@ private:
     bool TakeId(RawRow& raw, const std::string& id) {
         const auto [stop, error] = std::from_chars(id.data(), id.data() + id.size(), raw.id);
         if (error != std::errc() || stop != id.data() + id.size()) {
-            LeaveOut("malformed, sensor_id \"" + Printable(id) + "\" is not a whole number that fits", raw.name);
+            LeaveOut("malformed, sensor_id \"" + Shown(id) + "\" is not a whole number that fits", raw.name);
             return false;
         }
         return true;
@@ -178,7 +191,7 @@ private:
         } else if (const auto named = qstd::EnumMap<SensorType_e>::items.FindValue(type)) {
             raw.type = *named;
         } else {
-            LeaveOut("malformed, unknown sensor type \"" + Printable(type) + "\"", raw.name);
+            LeaveOut("malformed, unknown sensor type \"" + Shown(type) + "\"", raw.name);
             return false;
         }
         return true;
@@ -206,7 +219,7 @@ private:
         } else if (const auto whyUnits = WhyNotPrintable(raw.units)) {
             LeaveOut("units " + *whyUnits, raw.name);
         } else if (value.kind == Cell_e::malformed) {
-            LeaveOut("malformed, value \"" + Printable(raw.value) + "\" is not a number", raw.name);
+            LeaveOut("malformed, value \"" + Shown(raw.value) + "\" is not a number", raw.name);
         } else if (!m_ids.insert(raw.id).second) {
             LeaveOut("duplicate sensor id " + std::to_string(raw.id), raw.name);
         } else {
@@ -231,7 +244,7 @@ private:
             return read.number;
         }
         if (read.kind != Cell_e::notAvailable) {
-            Remark(std::string(limit) + " \"" + Printable(text) + "\" left out, " +
+            Remark(std::string(limit) + " \"" + Shown(text) + "\" left out, " +
                        (read.kind == Cell_e::notFinite ? "not finite" : "not a number"),
                    sensor);
         }
@@ -245,11 +258,11 @@ private:
     }
 
     void LeaveOut(std::string reason, std::string_view sensor) {
-        m_table.remarks.push_back({m_line, true, std::move(reason), Printable(sensor)});
+        m_table.remarks.push_back({m_line, true, std::move(reason), Shown(sensor)});
     }
 
     void Remark(std::string reason, std::string_view sensor) {
-        m_table.remarks.push_back({m_line, false, std::move(reason), Printable(sensor)});
+        m_table.remarks.push_back({m_line, false, std::move(reason), Shown(sensor)});
     }
 
     SensorTable m_table;

@@ -77,6 +77,11 @@ TEST(Commands, NegativeNumbers_AreNoOptions) {
     EXPECT_EQ(RequestOf({"limit", "io/1", "-1", "lnr", "-20"}), "limit|io/1|-1|lnr|-20");
 }
 
+TEST(Commands, Fail_SensorIdMayBeNegative) {
+    EXPECT_EQ(RequestOf({"fail", "io/1", "-5", "dead"}), "fail|io/1|-5|dead");
+    EXPECT_EQ(RequestOf({"fail", "io/1", "-"}), "fail|io/1||-");
+}
+
 TEST(Commands, Fail_SensorAndTextMayBeLeftOut) {
     EXPECT_EQ(RequestOf({"fail", "io/1"}), "fail|io/1||");
     EXPECT_EQ(RequestOf({"fail", "io/1", "16"}), "fail|io/1|16|");
@@ -150,14 +155,17 @@ TEST(Commands, BadUsage_Status1AndALineThatSaysWhatAndHow) {
         {{"fail"}, "usage: zelkor-chassisctl fail BOARD [SENSOR] [TEXT]"},
         {{"fpga", "peek", "1"}, "usage: zelkor-chassisctl fpga read|fail|heal ADDRESS, or fpga write ADDRESS VALUE"},
         {{"fpga", "write", "1"}, "usage: zelkor-chassisctl fpga read|fail|heal ADDRESS, or fpga write ADDRESS VALUE"},
-        {{"fpga", "read", "1x"}, "register address \"1x\" is not a number from 0 to 4294967295"},
-        {{"fpga", "read", "0x"}, "register address \"0x\" is not a number from 0 to 4294967295"},
-        {{"fpga", "write", "1", "-1"}, "register value \"-1\" is not a number from 0 to 4294967295"},
+        {{"fpga", "read", "1x"}, "register address \"1x\" is not a number from 0 to 0xFFFF"},
+        {{"fpga", "read", "0x"}, "register address \"0x\" is not a number from 0 to 0xFFFF"},
+        {{"fpga", "write", "1", "-1"}, "register value \"-1\" is not a number from 0 to 0xFFFF"},
+        {{"fpga", "read", "65536"}, "register address \"65536\" is not a number from 0 to 0xFFFF"},
+        {{"missing", "io/1", ""}, "argument 2 of missing is empty"},
+        {{"heal", "io/1", ""}, "argument 2 of heal is empty"},
         {{"journal", "now"}, "usage: zelkor-chassisctl journal [--follow] [--json]"},
         {{"power", "io/1", "--json"}, "--json is an option of list and journal, not of power"},
         {{"list", "--follow"}, "--follow is an option of journal, not of list"},
         {{"list", "--live", "2"}, "--live is an option of import, not of list"},
-        {{"power", "io\t1"}, "an argument of power holds a tab, a newline or a zero byte"},
+        {{"power", "io\t1"}, "A field may not hold a tab, newline or null byte: \"io?1\""},
     };
     for (const auto& [words, text] : cases) {
         const Result result = RunWords(words);
@@ -176,7 +184,7 @@ TEST(Commands, HelpAndVersion_NeedNoDaemon) {
     }
     const Result version = RunWords({"--version"});
     EXPECT_EQ(version.status, 0);
-    EXPECT_THAT(version.out, StartsWith("zelkor-chassisctl"));
+    EXPECT_EQ(version.out, "zelkor-chassisctl 2.8.167.20437\n");
 }
 
 TEST(Commands, StandardOutputThatCannotBeWritten_Status1) {
@@ -366,6 +374,12 @@ TEST(Import, FileThatIsFarTooLarge_Status1) {
     const Result result = RunWords({"import", "-"}, std::string(16 * 1024 * 1024 + 1, '\n'));
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.err, HasSubstr("larger than a sensor table may be, 16777216 bytes"));
+}
+
+TEST(Import, UriThatIsNone_NamesTheOption) {
+    const Result result = RunWords({"import", "--uri", "io", "-"}, c_table);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "zelkor-chassisctl: --uri: Bad board uri \"io\": not of the form SUBSYSTEM/ID\n");
 }
 
 }  // namespace

@@ -125,7 +125,7 @@ TEST(ControlClient, FieldThatCannotBeSent_RefusedWithoutADaemon) {
     for (const std::string& field : {"a\tb"s, "a\nb"s, "a\0b"s}) {
         const Reply reply = ControlClient("nowhere").Ask({"fail", "io/1", "", field});
         EXPECT_EQ(reply.outcome, Outcome_e::refused);
-        EXPECT_EQ(reply.text, "an argument of fail holds a tab, a newline or a zero byte");
+        EXPECT_EQ(reply.text, "A field may not hold a tab, newline or null byte: \"a?b\"");
     }
 }
 

@@ -288,4 +288,10 @@ TEST(SensorText, ShortestNumber_ReadsBackToTheSameDouble) {
     EXPECT_EQ(ReadNumber(chassisctl::ShortestNumber(1.0 / 3.0)).number, 1.0 / 3.0);
 }
 
+TEST(SensorTable, RemarkOfAHugeLine_ShowsItsBegin) {
+    const SensorTable table = ReadSensorTable(std::string(199, 'x') + "\u00b0" + std::string(100000, 'y'));
+    ASSERT_THAT(table.remarks, SizeIs(1));
+    EXPECT_EQ(table.remarks[0].name, std::string(199, 'x') + "...");
+}
+
 }  // namespace

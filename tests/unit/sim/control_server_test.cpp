@@ -1,13 +1,16 @@
 #include "bmc/sim/control_server.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <memory>
 
@@ -26,16 +29,23 @@ using test::SimChassis;
 class Client {
 public:
     explicit Client(const std::string& path) : m_socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-        m_isConnected = ::connect(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
-        const timeval patience{30, 0};
-        ::setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
+        Connect(path);
+        SetPatience(std::chrono::seconds(30));
     }
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
     ~Client() { ::close(m_socket); }
+
+    void Connect(const std::string& path) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+        m_isConnected = ::connect(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
+    }
+    void SetPatience(milliseconds patience) {
+        const timeval limit{patience.count() / 1000, patience.count() % 1000 * 1000};
+        ::setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
+    }
 
     bool IsConnected() const { return m_isConnected; }
     void Send(const std::string& text) { ::send(m_socket, text.data(), text.size(), MSG_NOSIGNAL); }
@@ -259,6 +269,33 @@ TEST_F(ControlServerTest, ServerThread_IsNotSentSignals) {
         }
     }
     FAIL() << "no thread of that name";
+}
+
+TEST(ControlServer, OutOfDescriptors_WaitsWithoutSpinningAndThenServes) {
+    SimChassis chassis;
+    const test::TempFolder folder;
+    const ControlServer server(chassis.backend, folder.Path("s"), ControlServer::Limits{});
+    const auto cpuTime = [] {
+        timespec used{};
+        ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+        return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
+    };
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    Client client(folder.Path("s-not-there"));  // its descriptor, before there are none
+    rlimit none = before;
+    none.rlim_cur = 3;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    const auto begin = cpuTime();
+    client.Connect(folder.Path("s"));
+    client.Send("power\ticb/0\n");
+    client.SetPatience(milliseconds(300));
+    EXPECT_EQ(client.ReadLine(), "");
+    const auto used = cpuTime() - begin;
+    ::setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_LT(used, milliseconds(100));
+    client.SetPatience(milliseconds(30000));
+    EXPECT_EQ(client.ReadLine(), "+on\n");
 }
 
 }  // namespace
