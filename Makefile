@@ -13,7 +13,7 @@ help:
 	@echo "make bench    build and run the benchmarks"
 	@echo "make asan     every test under the address and undefined behaviour sanitizers"
 	@echo "make tsan     every test under the thread sanitizer"
-	@echo "make tidy     clang-tidy over every source"
+	@echo "make tidy     clang-tidy over every source of the product"
 	@echo "make format   clang-format over every source"
 	@echo "make fuzz     every fuzz target for a minute"
 	@echo "make install  install (honours DESTDIR and PREFIX)"

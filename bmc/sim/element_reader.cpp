@@ -88,9 +88,9 @@ void ElementReader::CheckContent(std::initializer_list<const char*> attributes,
     for (const auto& child : m_element.GetChildren()) {
         const std::string& name = child->GetName();
         if (!IsKnown(name, children)) {
-            ElementReader(*child, m_fileName)
-                .RefuseUnknown("unknown element <" + name + "> in " + self, name, {children.begin(), children.end()},
-                               "<", ">");
+            std::string text = "unknown element <";
+            text.append(name).append("> in ").append(self);
+            ElementReader(*child, m_fileName).RefuseUnknown(text, name, {children.begin(), children.end()}, "<", ">");
         }
     }
     if (m_element.GetValue().find_first_not_of(" \t\r\n") != std::string::npos) {
