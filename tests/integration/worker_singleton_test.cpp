@@ -22,6 +22,19 @@ public:
     explicit PreparedDaemon(const std::string& logFileDir) { Prepare("<zelkor/>", logFileDir); }
 };
 
+/// How many different instances eight threads get that ask for it at once.
+std::size_t CountInstances() {
+    std::vector<std::thread> callers;
+    std::vector<const Monitor*> instances(8);
+    for (const Monitor*& instance : instances) {
+        callers.emplace_back([&instance] { instance = &Monitor::GetInstance(); });
+    }
+    for (std::thread& caller : callers) {
+        caller.join();
+    }
+    return std::set<const Monitor*>(instances.begin(), instances.end()).size();
+}
+
 TEST(WorkerSingleton, StopWithoutStart_MakesTheWorkerAndStopsIt_AndManyCallersGetOneInstance) {
     // In the order of the daemon: boards and application before the worker, which is destroyed before them.
     static const test::TempFolder folder;
@@ -34,15 +47,7 @@ TEST(WorkerSingleton, StopWithoutStart_MakesTheWorkerAndStopsIt_AndManyCallersGe
     EXPECT_EQ(log.Messages().front(), "I: ***Platform daemon is stopping.");
     EXPECT_EQ(log.Count("I: *Monitor process started."), 1);
 
-    std::vector<std::thread> callers;
-    std::vector<const Monitor*> instances(8);
-    for (const Monitor*& instance : instances) {
-        callers.emplace_back([&instance] { instance = &Monitor::GetInstance(); });
-    }
-    for (std::thread& caller : callers) {
-        caller.join();
-    }
-    EXPECT_EQ(std::set<const Monitor*>(instances.begin(), instances.end()).size(), 1U);
+    EXPECT_EQ(CountInstances(), 1U);
     EXPECT_EQ(log.Count("I: *Monitor process started."), 1);
 }
 
@@ -54,16 +59,7 @@ TEST(WorkerSingletonDeathTest, FirstCallFromManyThreads_ConstructsOne) {
             static const test::ThreeBoards boards;
             static const auto daemon = std::make_shared<PreparedDaemon>(folder.Path());
             static const test::LogCapture log;
-            std::vector<std::thread> callers;
-            std::vector<const Monitor*> instances(8);
-            for (const Monitor*& instance : instances) {
-                callers.emplace_back([&instance] { instance = &Monitor::GetInstance(); });
-            }
-            for (std::thread& caller : callers) {
-                caller.join();
-            }
-            const bool isOne = std::set<const Monitor*>(instances.begin(), instances.end()).size() == 1 &&
-                               log.WaitFor("I: *Monitor process started.") &&
+            const bool isOne = CountInstances() == 1 && log.WaitFor("I: *Monitor process started.") &&
                                log.Count("I: *Monitor process started.") == 1;
             std::exit(isOne ? 0 : 1);
         },
