@@ -50,14 +50,14 @@ std::chrono::steady_clock::time_point Clock::SteadyNow() const {
 }
 
 void Clock::Sleep(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, std::chrono::seconds period) {
-    const auto end = SystemNow() + LengthOfSleep(period);
     Sleepers& sleepers = AllSleepers();
     std::list<Sleeper>::iterator self;
     {
         const std::lock_guard<std::mutex> guard(sleepers.mutex);
         self = sleepers.list.insert(sleepers.list.end(), Sleeper{condition, *lock.mutex()});
     }
-    condition.wait_until(lock, end);
+    // The deadline comes after the registration: a clock that is set in between is seen by one or the other.
+    condition.wait_until(lock, SystemNow() + LengthOfSleep(period));
     const std::lock_guard<std::mutex> guard(sleepers.mutex);
     sleepers.list.erase(self);
 }
