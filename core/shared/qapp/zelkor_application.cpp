@@ -85,8 +85,9 @@ bool ZelkorApplication::Run(int argc, char** argv) {
     // Keeps the application past the end of `main`, until the workers' threads, started later, were joined.
     static std::shared_ptr<ZelkorApplication> keepAlive;
     keepAlive = weak_from_this().lock();
+    Detacher detacher;  // outlives the message below: its end is what lets a waiting caller go
     try {
-        return RunUnguarded(argc, argv);
+        return RunUnguarded(argc, argv, detacher);
     } catch (const std::exception& error) {
         std::cerr << m_name << ": " << error.what() << std::endl;
         if (qstd::Log::m_enabled) {
@@ -96,10 +97,9 @@ bool ZelkorApplication::Run(int argc, char** argv) {
     }
 }
 
-bool ZelkorApplication::RunUnguarded(int argc, char** argv) {
+bool ZelkorApplication::RunUnguarded(int argc, char** argv, Detacher& detacher) {
     OpenMissingStandardStreams();
     Signals signals;
-    Detacher detacher;
     const auto isStopRequested = [&signals] {
         signals.Poll();
         return signals.IsStopRequested();

@@ -99,7 +99,7 @@ protected:
 
 private:
     Options ReadCommandLine(int argc, char** argv);
-    bool RunUnguarded(int argc, char** argv);
+    bool RunUnguarded(int argc, char** argv, Detacher& detacher);
     bool CheckAndPrint(const Options& options);
     qcfg::ElementRule GetRules() const;
     void LoadConfiguration(const Options& options);
