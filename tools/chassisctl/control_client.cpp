@@ -187,18 +187,8 @@ ControlClient::ControlClient(std::string socketPath, std::chrono::milliseconds l
     : m_socketPath(std::move(socketPath)), m_limit(limit) {}
 
 Reply ControlClient::Ask(const Fields& request) const {
-    const SteadyTime deadline = std::chrono::steady_clock::now() + m_limit;
-    std::string why;
-    const auto line = RequestLine(request, why);
-    if (!line) {
-        return {Outcome_e::refused, why, {}};
-    }
-    Exchange exchange(m_socketPath, m_limit);
-    if (auto failed = exchange.Send(*line)) {
-        return *std::move(failed);
-    }
     std::vector<Fields> rows;
-    Reply reply = exchange.Receive(deadline, [&](const Fields& row) {
+    Reply reply = Converse(request, std::chrono::steady_clock::now() + m_limit, [&rows](const Fields& row) {
         rows.push_back(row);
         return true;
     });
@@ -207,6 +197,12 @@ Reply ControlClient::Ask(const Fields& request) const {
 }
 
 Reply ControlClient::Follow(const Fields& request, const std::function<bool(const Fields&)>& onRow) const {
+    return Converse(request, std::nullopt, onRow);
+}
+
+Reply ControlClient::Converse(const Fields& request,
+                              const std::optional<std::chrono::steady_clock::time_point>& deadline,
+                              const std::function<bool(const Fields&)>& onRow) const {
     std::string why;
     const auto line = RequestLine(request, why);
     if (!line) {
@@ -216,7 +212,7 @@ Reply ControlClient::Follow(const Fields& request, const std::function<bool(cons
     if (auto failed = exchange.Send(*line)) {
         return *std::move(failed);
     }
-    return exchange.Receive(std::nullopt, onRow);
+    return exchange.Receive(deadline, onRow);
 }
 
 }  // namespace chassisctl

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,10 @@ public:
     Reply Follow(const Fields& request, const std::function<bool(const Fields&)>& onRow) const;
 
 private:
+    /// One request and its reply; @p deadline for all of the reply, nothing: for ever.
+    Reply Converse(const Fields& request, const std::optional<std::chrono::steady_clock::time_point>& deadline,
+                   const std::function<bool(const Fields&)>& onRow) const;
+
     std::string m_socketPath;
     std::chrono::milliseconds m_limit;
 };
