@@ -8,6 +8,9 @@ find_package(LibXml2 REQUIRED)
 find_package(nlohmann_json REQUIRED)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(Systemd REQUIRED IMPORTED_TARGET libsystemd)
+# The dynamic part holds the type `any`.
+pkg_check_modules(OmniORB REQUIRED IMPORTED_TARGET omniORB4 omniDynamic4)
+find_program(OMNIIDL omniidl REQUIRED)
 
 if(ZELKOR_TESTS)
   find_package(GTest REQUIRED)

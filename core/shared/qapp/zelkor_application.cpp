@@ -22,6 +22,7 @@
 #include "qcfg/checker.h"
 #include "qcfg/document.h"
 #include "qcfg/schema_writer.h"
+#include "qnode/factory.h"
 #include "qstd/exception.h"
 #include "qstd/log.h"
 #include "qstd/ver_info.h"
@@ -61,7 +62,7 @@ ZelkorApplication::ZelkorApplication(const std::string& name, bool createsBoards
     : m_name(name),
       m_createsBoards(createsBoards),
       m_runsOnce(runsOnce),
-      m_registry(std::make_shared<qnode::TreeNode>("registry")),
+      m_registry(qnode::factory::Create<qnode::TreeNode>("registry")),
       m_logFileDir("/var/log/zelkor") {
     ZelkorApplication* none = nullptr;
     if (!g_instance.compare_exchange_strong(none, this)) {

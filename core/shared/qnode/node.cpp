@@ -1,5 +1,6 @@
 #include "qnode/node.h"
 
+#include <exception>
 #include <utility>
 
 #include "qstd/exception.h"
@@ -9,18 +10,44 @@ namespace qnode {
 
 namespace {
 
+template <class T>
+bool ReadAs(const TreeNode& node, Value& value) {
+    T typed{};
+    if (!node.OnGet(&typed, 0, 1)) {
+        return false;
+    }
+    value = std::move(typed);
+    return true;
+}
+
+/// What a dump shows after the name: " = value", or nothing for a node that never has one.
+std::string ShownValue(const TreeNode& node, std::size_t maxValueLen) {
+    std::string text;
+    try {
+        if (node.OnGetValueType({}) == enums::ValueType_e::empty) {
+            return {};
+        }
+        Value value;
+        text = ReadValue(node, value) ? ToText(value) : "(no value)";
+    } catch (const std::exception& error) {
+        text = error.what();
+    } catch (...) {
+        text = "Unknown Exception";
+    }
+    return " = " + text.substr(0, maxValueLen);
+}
+
 // The depth of the recursion is that of the tree, which the program itself builds.
 // NOLINTNEXTLINE(misc-no-recursion)
-void Dump(const TreeNode& node, int level, int depth, std::string& text) {
+void Dump(const TreeNode& node, int level, int depth, std::size_t maxValueLen, std::string& text) {
     constexpr std::size_t c_indent = 2;
     text.append(static_cast<std::size_t>(level) * c_indent, ' ');
-    text += node.GetName();
-    text += '\n';
+    text.append(node.GetName()).append(ShownValue(node, maxValueLen)).append("\n");
     if (depth >= 0 && level >= depth) {
         return;
     }
     for (const auto& child : node.GetChildren()) {
-        Dump(*child, level + 1, depth, text);
+        Dump(*child, level + 1, depth, maxValueLen, text);
     }
 }
 
@@ -41,10 +68,28 @@ Node Node::Find(const std::string& path) const {
     return Node(std::move(node));
 }
 
-std::string Node::DumpSubTree(int depth, int /*mode*/, std::size_t /*maxValueLen*/) const {
+bool Node::GetValue(Value& value) const {
+    return ReadValue(*m_node, value);
+}
+
+std::string Node::DumpSubTree(int depth, int /*mode*/, std::size_t maxValueLen) const {
     std::string text;
-    Dump(*m_node, 0, depth, text);
+    Dump(*m_node, 0, depth, maxValueLen, text);
     return text;
+}
+
+bool ReadValue(const TreeNode& node, Value& value) {
+    switch (node.OnGetValueType({})) {
+        case enums::ValueType_e::integer:
+            return ReadAs<int>(node, value);
+        case enums::ValueType_e::real:
+            return ReadAs<double>(node, value);
+        case enums::ValueType_e::text:
+            return ReadAs<std::string>(node, value);
+        case enums::ValueType_e::empty:
+            break;
+    }
+    return false;
 }
 
 }  // namespace qnode

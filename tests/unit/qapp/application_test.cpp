@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "bmc/board_pool.h"
+#include "qnode/factory.h"
 #include "qstd/exception.h"
 #include "tests/support/file.h"
 #include "tests/support/log_capture.h"
@@ -234,9 +235,9 @@ TEST_F(Application, CheckConfig_PrintsWhatIsWrongAndTouchesNoBoard) {
 
 TEST_F(Application, Registry_TakesNodesAndRefusesASecondOfAName) {
     Make();
-    m_application->AddRegNode(std::make_shared<qnode::TreeNode>("boards"));
+    m_application->AddRegNode(qnode::factory::Create<qnode::TreeNode>("boards"));
     EXPECT_NE(m_application->GetRegistry()->FindChild("boards"), nullptr);
-    EXPECT_THROW(m_application->AddRegNode(std::make_shared<qnode::TreeNode>("boards")), qstd::Exception);
+    EXPECT_THROW(m_application->AddRegNode(qnode::factory::Create<qnode::TreeNode>("boards")), qstd::Exception);
 }
 
 TEST_F(Application, Instance_IsTheOneApplication) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "qnode/factory.h"
 #include "qstd/exception.h"
 #include "tests/support/expect_text.h"
 
@@ -13,11 +14,12 @@ using qnode::TreeNode;
 /// boards / icb / sensors / ID_12, and fans beside boards.
 class NodeTest : public testing::Test {
 protected:
-    NodeTest() : m_root(std::make_shared<TreeNode>("platform")) {
-        const auto boards = m_root->Add(std::make_shared<TreeNode>("boards"));
-        m_root->Add(std::make_shared<TreeNode>("fans"));
-        const auto icb = boards->Add(std::make_shared<TreeNode>("icb"));
-        icb->Add(std::make_shared<TreeNode>("sensors"))->Add(std::make_shared<TreeNode>("ID_12"));
+    NodeTest() : m_root(qnode::factory::Create<qnode::LocalNodeStructure, TreeNode>("platform")) {
+        const auto boards = m_root->Add(qnode::factory::Create<qnode::LocalNodeStructure, TreeNode>("boards"));
+        m_root->Add(qnode::factory::Create<qnode::LocalNodeStructure, TreeNode>("fans"));
+        const auto icb = boards->Add(qnode::factory::Create<qnode::LocalNodeStructure, TreeNode>("icb"));
+        icb->Add(qnode::factory::Create<qnode::LocalNodeStructure, TreeNode>("sensors"))
+            ->Add(qnode::factory::Create<qnode::LocalNodeStructure, TreeNode>("ID_12"));
     }
     std::shared_ptr<TreeNode> m_root;
 };

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <thread>
 
+#include "qnode/factory.h"
 #include "qnode/node.h"
 #include "tests/support/expect_text.h"
 
@@ -14,7 +15,7 @@ namespace {
 using qnode::TreeNode;
 
 std::shared_ptr<TreeNode> Make(const std::string& name, std::uint64_t flags = 0) {
-    return std::make_shared<TreeNode>(name, flags);
+    return qnode::factory::Create<qnode::LocalNodeStructure, TreeNode>(name, flags);
 }
 
 std::vector<std::string> NamesUnder(const TreeNode& node) {
@@ -25,11 +26,26 @@ std::vector<std::string> NamesUnder(const TreeNode& node) {
     return names;
 }
 
-TEST(TreeNode, NameMustNotBeEmptyNorHoldASlash) {
-    for (const std::string name : {"", "/", "a/b", "a/"}) {
-        EXPECT_EQ(test::TextOf([&] { TreeNode node(name); }), "Bad node name \"" + name + "\": empty or with a slash");
+TEST(TreeNode, NameMustNotHoldASlash) {
+    for (const std::string name : {"/", "a/b", "a/"}) {
+        EXPECT_EQ(test::TextOf([&] { TreeNode node(name); }), "Bad node name \"" + name + "\": it holds a slash");
     }
     EXPECT_EQ(Make("ID_12")->GetName(), "ID_12");
+}
+
+TEST(TreeNode, NodeWithoutName_CannotBeAdded) {
+    EXPECT_EQ(test::TextOf([] { Make("root")->Add(Make("")); }),
+              "Node \"\" cannot be added to \"root\": it has no name");
+}
+
+TEST(TreeNode, NodeThatTheFactoryDidNotMake_CannotBeInATree) {
+    const auto alone = std::make_shared<TreeNode>("alone");
+    EXPECT_EQ(test::TextOf([&] { Make("root")->Add(alone); }),
+              "Node \"alone\" cannot be added to \"root\": a node without structure has no place in a tree");
+    EXPECT_EQ(test::TextOf([&] { alone->Add(Make("child")); }),
+              "Node \"child\" cannot be added to \"alone\": a node without structure has no place in a tree");
+    EXPECT_EQ(alone->FindChild("child"), nullptr);
+    EXPECT_TRUE(alone->GetChildren().empty());
 }
 
 TEST(TreeNode, ChildrenKeepTheOrderInWhichTheyWereAdded) {

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "qnode/tree_node.h"
+#include "qreg/address_list.h"
+#include "qreg/subscriptions.h"
+
+namespace qreg {
+
+/// How a registry server is to run.
+struct ServerSettings {
+    std::string product;                       ///< name and version of the program, for clients that ask
+    std::string listen;                        ///< address; empty: all
+    int port = 0;                              ///< 0: any free one
+    AddressList mayWrite;                      ///< clients that may write; empty: every client
+    bool push = false;                         ///< whether clients may hand in callback objects
+    std::size_t connections = 1000;            ///< the most at a time; fewer when descriptors are scarce
+    std::size_t maxMessage = 2 * 1024 * 1024;  ///< bytes of one message, either way
+    std::chrono::seconds idleTime{60};         ///< a connection without a request for so long is closed
+    SubscriptionLimits subscriptions;
+};
+
+/// A registry server, whatever the transport. Its constructor has bound the port; nobody is served yet. For the main
+/// thread.
+class Server {
+public:
+    Server() = default;
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+    /// Stops it.
+    virtual ~Server() = default;
+
+    /// The port it is bound to.
+    virtual int GetPort() const = 0;
+
+    /// Serves requests from now on.
+    virtual void Serve() = 0;
+
+    /// Refuses every request from now on and ends all waiting polls. When it returns no client's write is under way any
+    /// more, unless one did not end within a second, which is logged.
+    virtual void Refuse() = 0;
+
+    /// Ends all connections and threads. Waits for requests that are under way.
+    virtual void Stop() = 0;
+};
+
+/// Makes a server for the tree under a root. @throws qstd::Exception naming address and port when it cannot listen.
+using ServerFactory = std::function<std::unique_ptr<Server>(const ServerSettings& settings,
+                                                            const std::shared_ptr<qnode::TreeNode>& root)>;
+
+}  // namespace qreg
