@@ -259,6 +259,7 @@ TEST_F(ClientTest, ServerThatEndsInTheMiddle_IsNoServer) {
     m_client->Hello();
     EXPECT_THAT(LossOf([&] { m_client->Get("exit"); }),
                 AllOf(HasSubstr(Where() + " closed the connection without an answer"), HasSubstr("beyond its limit")));
+    m_server.Get().Wait();
     EXPECT_EQ(LossOf([&] { m_client->Get("box"); }), "no registry server at " + Where() + ": Connection refused");
 }
 
