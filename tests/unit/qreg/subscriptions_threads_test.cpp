@@ -166,8 +166,8 @@ TEST_F(SubscriptionsThreads, PollsOfOneSubscription_EndEachOtherAndLoseNothing) 
                 for (std::size_t k = 1; k < batch.events.size(); ++k) {
                     EXPECT_EQ(batch.events[k]->sequence, batch.events[k - 1]->sequence + 1);
                 }
-                if (!batch.events.empty()) {
-                    received = batch.events.back()->sequence;
+                const std::uint64_t last = batch.events.empty() ? 0 : batch.events.back()->sequence;
+                for (std::uint64_t known = received; known < last && !received.compare_exchange_weak(known, last);) {
                 }
             }
         });
