@@ -9,6 +9,7 @@
 #include "qnode/local_node_structure.h"
 #include "qreg/corba/room.h"
 #include "qreg/corba/wire.h"
+#include "qreg/reg_node.h"
 
 namespace qreg::corba {
 
@@ -22,17 +23,26 @@ struct Place {
 constexpr std::size_t c_itemSize = 16;  ///< what an item takes besides its info and its outcome
 
 /// A node that cannot be described still has a name.
-NodeInfo DescribeAnyhow(const qnode::TreeNode& node, Outcome* outcome) {
+NodeInfo DescribeAnyhow(const qnode::TreeNode& node, Outcome& outcome) {
     try {
         return Access::Describe(node);
     } catch (const RegistryError& error) {
-        if (outcome != nullptr) {
-            *outcome = Outcome{error.GetCode(), {}, error.what()};
-        }
+        outcome = Outcome{error.GetCode(), {}, error.what()};
         NodeInfo info;
         info.name = node.GetName();
         return info;
     }
+}
+
+/// Containers are told by their code; a text for each would be half of what goes over the wire.
+Outcome ReadOne(const qnode::TreeNode& node, const NodeInfo& info) {
+    return (info.flags & RegNode::c_readable) == 0 ? Outcome{ErrorCode_e::not_readable, {}, {}} : Access::Read(node);
+}
+
+/// Paths of nodes but that of the root, which is empty.
+std::string PathOrSlash(const qnode::TreeNode& node) {
+    const std::string path = node.GetPath();
+    return path.empty() ? "/" : path;
 }
 
 }  // namespace
@@ -54,11 +64,11 @@ void FillPage(const Access& access, const PageRequest& request, ::reg::Page& pag
     CORBA::ULong count = 0;
     for (const Place& place : places) {
         Outcome outcome;
-        const NodeInfo info = DescribeAnyhow(*place.node, &outcome);
+        const NodeInfo info = DescribeAnyhow(*place.node, outcome);
         if (outcome.code == ErrorCode_e::ok) {
-            outcome = Access::Read(*place.node);
+            outcome = ReadOne(*place.node, info);
         }
-        Fit(outcome);
+        Shorten(outcome.text, c_longestText);
         if (!room.Take(c_itemSize + SizeOf(info) + SizeOf(outcome)) && count > 0) {
             break;
         }
@@ -69,7 +79,7 @@ void FillPage(const Access& access, const PageRequest& request, ::reg::Page& pag
     }
     if (!isWhole || count < places.size()) {
         page.items.length(count);
-        page.next = places[count - 1].node->GetPath().c_str();
+        page.next = PathOrSlash(*places[count - 1].node).c_str();
     }
 }
 
@@ -81,7 +91,8 @@ void ListChildren(const qnode::TreeNode& node, std::size_t start, std::size_t ro
     Room left(room);
     CORBA::ULong count = 0;
     while (count < most) {
-        const NodeInfo info = DescribeAnyhow(*structure->GetChild(start + count), nullptr);
+        Outcome ignored;
+        const NodeInfo info = DescribeAnyhow(*structure->GetChild(start + count), ignored);
         if (!left.Take(SizeOf(info)) && count > 0) {
             break;
         }

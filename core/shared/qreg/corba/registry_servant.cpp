@@ -111,8 +111,7 @@ auto RegistryServant::Do(const char* path, Answer&& answer) const -> decltype(an
 
 ::reg::Reading* RegistryServant::get(const char* path) {
     return Do(path, [&] {
-        Outcome outcome = m_access.Read(path);
-        Fit(outcome);
+        const Outcome outcome = m_access.Read(path);
         RaiseUnlessOk(outcome, path);
         auto reading = std::make_unique<::reg::Reading>();
         ToWire(outcome.value, reading->val);
@@ -130,7 +129,7 @@ auto RegistryServant::Do(const char* path, Answer&& answer) const -> decltype(an
         outcomes->length(count);
         for (CORBA::ULong i = 0; i < count; ++i) {
             Outcome outcome = m_access.Read(static_cast<const char*>(paths[i]));
-            Fit(outcome);
+            Shorten(outcome.text, c_longestText);
             if (!room.Take(SizeOf(outcome) - c_outcomeSize)) {
                 outcome = Outcome{
                     ErrorCode_e::limit, {}, "No room: a reply has at most " + std::to_string(m_maxMessage) + " bytes"};

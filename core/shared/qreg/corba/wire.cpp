@@ -108,17 +108,6 @@ Filter FromWire(const ::reg::Filter& wire) {
     return filter;
 }
 
-void Fit(Outcome& outcome) {
-    Shorten(outcome.text, c_longestText);
-    const std::size_t size = SizeOfText(outcome.value);
-    if (size > c_longestValue) {
-        outcome = Outcome{ErrorCode_e::limit,
-                          {},
-                          "The value has " + std::to_string(size) + " bytes; the protocol carries " +
-                              std::to_string(c_longestValue) + " at most"};
-    }
-}
-
 void Shorten(std::string& text, std::size_t size) {
     if (text.size() <= size) {
         return;

@@ -16,9 +16,6 @@ namespace qreg::corba {
 /// The most bytes of a text that explains an error.
 constexpr std::size_t c_longestText = 4096;
 
-/// The most bytes of a value.
-constexpr std::size_t c_longestValue = 65535;
-
 void ToWire(const qnode::Value& value, ::reg::Value& wire);
 void ToWire(const NodeInfo& info, ::reg::NodeInfo& wire);
 void ToWire(const Event& event, ::reg::Event& wire);
@@ -43,9 +40,6 @@ void ToWire(const Outcome& outcome, Wire& wire) {
 qnode::Value FromWire(const ::reg::NewValue& wire);
 
 Filter FromWire(const ::reg::Filter& wire);
-
-/// An outcome that fits: one whose value is longer than the protocol carries becomes a failure, and a long text is cut.
-void Fit(Outcome& outcome);
 
 /// @p text cut to at most @p size bytes, between characters.
 void Shorten(std::string& text, std::size_t size);
