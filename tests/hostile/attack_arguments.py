@@ -27,7 +27,7 @@ def refused(server, operation, arguments, **parts):
 def lengths_of_strings_that_lie(server):
     for operation in ("hello", "get", "describe", "poll", "renew", "unsubscribe", "read_view", "subtree", "set"):
         for size in SIZES:
-            refused(server, operation, lambda out, size=size: out.ulong(size).raw(b"fans\0"))
+            refused(server, operation, lambda out, size=size: out.ulong(size).raw(b"values\0"))
 
 
 @case("arguments")
@@ -60,37 +60,37 @@ def values_of_unknown_types(server):
         for kind in (1, 3, 4, 5, 7, 9, 99, 65535):
             for data in (b"", b"\0" * 8, bytes(65536)):
                 try:
-                    client.call("set", lambda out, kind=kind, data=data: put_value(out.string(server.probe), kind, data))
+                    client.call("set", lambda out, kind=kind, data=data: put_value(out.string(server.names.number), kind, data))
                     expect(False, f"a value of type {kind} was taken")
                 except Refused as refusal:
                     expect(refusal.code == 5, f"type {kind}: {refusal}")
-        client.call("get", get(server.probe))
+        client.call("get", get(server.names.number))
     for size in (65537, 1_000_000, 0xFFFFFFFF):
-        refused(server, "set", lambda out, size=size: out.string("fans").ushort(99).ulong(size).raw(bytes(70000)))
+        refused(server, "set", lambda out, size=size: out.string(server.names.number).ushort(99).ulong(size).raw(bytes(70000)))
 
 
 @case("arguments")
 def nested_garbage(server):
     """What stands for a type description nested ten thousand times, where the bytes of an unknown value are."""
     nested = b"".join(struct.pack("<IIB3x", 19, 0x7FFFFFF0, 1) for _ in range(5000))
-    refused(server, "set", lambda out: put_value(out.string("fans"), 99, nested))
-    refused(server, "set", lambda out: out.string("fans").ushort(11).raw(nested))
-    refused(server, "set_many", lambda out: out.ulong(1).string("fans").ushort(8).ulong(0))
+    refused(server, "set", lambda out: put_value(out.string(server.names.number), 99, nested))
+    refused(server, "set", lambda out: out.string(server.names.number).ushort(11).raw(nested))
+    refused(server, "set_many", lambda out: out.ulong(1).string("values").ushort(8).ulong(0))
     throw(server, giop.request(1, "subscribe_to", lambda out: put_filter(out).raw(nested)), 1.0)
 
 
 @case("arguments")
 def strings_without_an_end(server):
-    refused(server, "get", lambda out: out.ulong(4).raw(b"fans"))
+    refused(server, "get", lambda out: out.ulong(4).raw(b"none"))
     refused(server, "get", lambda out: out.ulong(0))
     refused(server, "get", lambda out: out.ulong(1).raw(b"x"))
-    throw(server, giop.request(1, "get", get(b"fans\0left")), 1.0)  # a zero inside: either answer will do
+    throw(server, giop.request(1, "get", get(b"values\0number")), 1.0)  # a zero inside: either answer will do
 
 
 @case("arguments")
 def paths_of_all_kinds(server):
-    paths = ["x" * 511, "/".join(["a"] * 256), "/" * 511, "..", "../../../etc/passwd", "fans/../fans", "%s%n%s",
-             "fans\n\x1b[2J", b"\xff\xfe\xfd", b"\x80" * 511, "boards/*", "**", " fans"]
+    paths = ["x" * 511, "/".join(["a"] * 256), "/" * 511, "..", "../../../etc/passwd", "values/../values", "%s%n%s",
+             "values\n\x1b[2J", b"\xff\xfe\xfd", b"\x80" * 511, "values/*", "**", " values"]
     with server.connect() as client:
         for path in paths:
             try:
@@ -106,7 +106,7 @@ def paths_of_all_kinds(server):
 def the_most_that_is_allowed(server):
     """Everything at its bound is served."""
     with server.connect() as client:
-        expect(client.call("get_many", nodes(["fans"] * 4096)).ulong() == 4096, "4096 nodes were asked for")
+        expect(client.call("get_many", nodes([server.names.number] * 4096)).ulong() == 4096, "4096 nodes were asked for")
         expect(client.call("get_many", nodes(["x" * 400] * 4096)).ulong() == 4096, "4096 nodes were asked for")
         many = [("no/such", DOUBLE, 1.0)] * 1024
         expect(client.call("set_many", assign_many(many)).ulong() == 1024, "1024 were assigned")
@@ -119,7 +119,7 @@ def the_most_that_is_allowed(server):
             expect(False, "a node that is not there was set")
         except Refused as refusal:
             expect(refusal.code == 1, str(refusal))
-    refused(server, "get_many", nodes(["fans"] * 4097))
+    refused(server, "get_many", nodes([server.names.number] * 4097))
     refused(server, "set_many", assign_many([("no/such", DOUBLE, 1.0)] * 1025))
 
 

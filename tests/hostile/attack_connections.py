@@ -39,13 +39,13 @@ def close_all(clients):
         client.close()
 
 
-def check_each(clients, probe, what):
+def check_each(clients, path, what):
     """Every one of the connections is served."""
-    for number, client in enumerate(clients):
+    for index, client in enumerate(clients):
         try:
-            read_value(client.call("get", get(probe)))
+            read_value(client.call("get", get(path)))
         except (Closed, OSError) as error:
-            expect(False, f"connection {number} of {len(clients)} is not served {what}: {error}")
+            expect(False, f"connection {index} of {len(clients)} is not served {what}: {error}")
 
 
 @case("connections")
@@ -54,10 +54,10 @@ def a_thousand_connections(server):
     clients = open_connections(server, 1200)
     expect(950 <= len(clients) <= 1000, f"{len(clients)} of 1200 connections are held, 1000 are allowed")
     expect(server.cpu_share() < 0.15, "the server is busy with connections that want nothing")
-    check_each(clients, server.probe, "when all are taken")
+    check_each(clients, server.names.number, "when all are taken")
     for _ in range(300):  # knocking at the door of a full house
         server.connect().close()
-    check_each(clients[::50], server.probe, "after more were refused")
+    check_each(clients[::50], server.names.number, "after more were refused")
     close_all(clients)
     expect(wait_until(lambda: answers(server), 5 * server.slowness), "no new connection is taken after all have gone")
 
@@ -76,7 +76,7 @@ def descriptors_exhausted(server):
     clients = open_connections(server, 150)
     expect(8 <= len(clients) < 120, f"{len(clients)} connections are held where 100 files may be open")
     expect(server.cpu_share() < 0.15, "the server is busy with connections that it cannot take")
-    check_each(clients, server.probe, "when descriptors are short")
+    check_each(clients, server.names.number, "when descriptors are short")
     close_all(clients)
     expect(wait_until(lambda: answers(server), 5 * server.slowness), "no new connection is taken after all have gone")
 
@@ -85,7 +85,7 @@ def descriptors_exhausted(server):
 def connections_opened_and_reset(server):
     for _ in range(2000 // server.slowness):
         client = server.connect()
-        client.send(giop.request(1, "get", get("fans")))
+        client.send(giop.request(1, "get", get(server.names.number)))
         client.reset()
 
 
@@ -93,7 +93,7 @@ def connections_opened_and_reset(server):
 def requests_in_a_row(server):
     """Three hundred requests sent before the first reply is read: all are answered, whatever their order."""
     with server.connect() as client:
-        client.send(b"".join(giop.request(number, "get", get(server.probe)) for number in range(1, 301)))
+        client.send(b"".join(giop.request(number, "get", get(server.names.number)) for number in range(1, 301)))
         missing = set(range(1, 301))
         while missing:
             number, status, _ = client.receive().reply()
@@ -107,13 +107,13 @@ def requests_taken_back(server):
     """Requests are cancelled before, while and after they are done, and some that never were."""
     with server.connect() as client:
         for number in range(1, 200):
-            client.send(giop.request(number, "get", get(server.probe)) + giop.cancel_request(number))
+            client.send(giop.request(number, "get", get(server.names.number)) + giop.cancel_request(number))
         for version in giop.VERSIONS:
             client.send(giop.cancel_request(4711, version))
-        client.send(giop.request(1000, "get", get(server.probe)))
+        client.send(giop.request(1000, "get", get(server.names.number)))
         read_value(client.result(1000))
         client.send(giop.request(1001, "subtree", subtree(), more=False) + giop.cancel_request(1001))
-        client.send(giop.request(1002, "get", get(server.probe)))
+        client.send(giop.request(1002, "get", get(server.names.number)))
         read_value(client.result(1002))
 
 
@@ -124,17 +124,17 @@ def every_version_and_byte_order(server):
     for version in giop.VERSIONS:
         for little in (True, False):
             with server.connect() as client:
-                seen.add(read_value(client.call("get", get(server.probe), version=version, little=little))[0])
+                seen.add(read_value(client.call("get", get(server.names.number), version=version, little=little))[0])
                 client.send(giop.locate_request(77, version=version, little=little))
                 answer = client.receive()
                 expect(answer.kind == giop.LOCATE_REPLY, f"a locate request is answered by kind {answer.kind}")
-    expect(len(seen) == 1, f"the types of {server.probe} differ by version: {seen}")
+    expect(len(seen) == 1, f"the types of {server.names.number} differ by version: {seen}")
 
 
-def subscriber_that_waits(port, probe, told):
+def subscriber_that_waits(port, path, told):
     """A client in a process of its own: subscribes, and waits in a poll until it is killed."""
     client = Connection(port, 60)
-    subscription, _, _ = read_lease(client.call("subscribe", subscribe([probe], lease_s=2)))
+    subscription, _, _ = read_lease(client.call("subscribe", subscribe([path], lease_s=2)))
     client.send(giop.request(5, "poll", poll(subscription, wait_ms=20000)))
     told.send(subscription)
     signal.pause()
@@ -148,7 +148,7 @@ def a_client_killed_while_it_waits(server):
     killed = []
     for _ in range(10):
         here, there = context.Pipe()
-        process = context.Process(target=subscriber_that_waits, args=(server.port, server.probe, there))
+        process = context.Process(target=subscriber_that_waits, args=(server.port, server.names.number, there))
         process.start()
         killed.append(here.recv())
         os.kill(process.pid, signal.SIGKILL)

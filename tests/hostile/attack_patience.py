@@ -16,12 +16,12 @@ PATIENCE_SECONDS = 24
 
 def open_stuck(server):
     """Connections stuck in the middle of a message, at different places."""
-    whole = giop.request(1, "get", get(server.probe))
+    whole = giop.request(1, "get", get(server.names.number))
     clients = {}
     for size in (1, 4, 11, 12, 13, 30, len(whole) - 1):
         clients[f"stuck after {size} bytes"] = (server.connect(), whole[:size])
     clients["stuck before a fragment"] = (server.connect(), giop.fragmented(giop.request(
-        1, "get", get("boards/IO1/sensors")), 16)[:12 + 20])
+        1, "get", get(server.names.container)), 16)[:12 + 20])
     clients["stuck in a second message"] = (server.connect(), whole + whole[:20])
     for client, data in clients.values():
         client.send(data)
@@ -44,7 +44,7 @@ def clients_without_end(server):
             pass  # full
         waiting[f"never reads {number}"] = deaf
     trickler = server.connect()
-    whole = giop.request(1, "get", get(server.probe)) * 5
+    whole = giop.request(1, "get", get(server.names.number)) * 5
     sent = 0
     worst = 0.0
     closed = set()

@@ -70,31 +70,44 @@ def subscribe(patterns=(), **parts):
     return lambda out: put_filter(out, patterns, **parts)
 
 
-SAMPLES = {
-    "hello": lambda out: out.string("stranger"),
-    "describe": get("boards"),
-    "children": lambda out: out.string("boards").ulong(0),
-    "get": get("fans"),
-    "get_many": nodes(["fans", "boards", "no/such"]),
-    "subtree": subtree("boards", 3, 100),
-    "set": assign("no/such", DOUBLE, 4000.0),
-    "set_many": assign_many([("no/such", DOUBLE, 1.5), ("boards", STRING, "x"), ("none", INTEGER, 7)]),
-    "subscribe": subscribe(["boards/**/value"], lease_s=1),
-    "subscribe_to": lambda out: put_listener(put_filter(out, ["fans"], lease_s=1)),
-    "poll": poll("nobody"),
-    "renew": lambda out: out.string("nobody"),
-    "unsubscribe": lambda out: out.string("nobody"),
-    "open_view": nodes(["fans"]),
-    "read_view": lambda out: out.string("nobody"),
-    "close_view": lambda out: out.string("nobody"),
-    "_is_a": lambda out: out.string("IDL:zelkor/reg/Registry_1_1:1.0"),
-    "_non_existent": lambda out: out,
-}
+class Names:
+    """Paths of a server's tree that tests use: a number that can be read and written, and a container above numbers."""
+
+    def __init__(self, number, container):
+        self.number, self.container = number, container
 
 
-def sample_requests(**parts):
+HELPER_NAMES = Names("knobs/speed", "many")  # of tests/integration/registry/registry_server
+DAEMON_NAMES = Names("fans", "boards")
+
+
+def samples(names):
+    """A right set of arguments of every operation, as functions that write into an encoder. They change nothing."""
+    return {
+        "hello": lambda out: out.string("stranger"),
+        "describe": get(names.container),
+        "children": lambda out: out.string(names.container).ulong(0),
+        "get": get(names.number),
+        "get_many": nodes([names.number, names.container, "no/such"]),
+        "subtree": subtree(names.container, 3, 100),
+        "set": assign("no/such", DOUBLE, 4000.0),
+        "set_many": assign_many([("no/such", DOUBLE, 1.5), (names.container, STRING, "x"), ("none", INTEGER, 7)]),
+        "subscribe": subscribe([names.number], lease_s=1),
+        "subscribe_to": lambda out: put_listener(put_filter(out, [names.number], lease_s=1)),
+        "poll": poll("nobody"),
+        "renew": lambda out: out.string("nobody"),
+        "unsubscribe": lambda out: out.string("nobody"),
+        "open_view": nodes([names.number]),
+        "read_view": lambda out: out.string("nobody"),
+        "close_view": lambda out: out.string("nobody"),
+        "_is_a": lambda out: out.string("IDL:zelkor/reg/Registry_1_1:1.0"),
+        "_non_existent": lambda out: out,
+    }
+
+
+def sample_requests(names, **parts):
     """A request of every operation by its name; for `parts` see giop.request."""
-    return {name: request(number, name, put, **parts) for number, (name, put) in enumerate(SAMPLES.items(), 1)}
+    return {name: request(number, name, put, **parts) for number, (name, put) in enumerate(samples(names).items(), 1)}
 
 
 def read_value(data):

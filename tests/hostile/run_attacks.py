@@ -15,6 +15,7 @@ import attack_connections  # noqa: F401
 import attack_messages  # noqa: F401
 import attack_patience  # noqa: F401
 from cases import GROUPS
+from registry_calls import DAEMON_NAMES, HELPER_NAMES
 from server_process import Baseline, Failure, ServerProcess
 
 
@@ -33,13 +34,14 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("names", nargs="+")
     parser.add_argument("--sanitizer", default="")
-    parser.add_argument("--probe", default="fans")
+    parser.add_argument("--daemon", action="store_true", help="the server is the daemon, not the tests' server")
     parser.add_argument("--descriptors", type=int, help="the server may open so many")
     split = sys.argv.index("--")
     options, command = parser.parse_args(sys.argv[1:split]), sys.argv[split + 1:]
     name = "start"
     try:
-        with ServerProcess(command, sanitizer=options.sanitizer, probe=options.probe,
+        with ServerProcess(command, sanitizer=options.sanitizer,
+                           names=DAEMON_NAMES if options.daemon else HELPER_NAMES,
                            descriptors=options.descriptors) as server:
             baseline = Baseline(server)
             for one in chosen(options.names):

@@ -13,7 +13,7 @@ import tempfile
 import time
 
 from giop import Connection
-from registry_calls import get, read_value
+from registry_calls import HELPER_NAMES, get, read_value
 
 SANITIZER_REPORT = re.compile(r"(AddressSanitizer|LeakSanitizer|ThreadSanitizer|UndefinedBehavior|runtime error:|"
                               r"==\d+== *(Invalid|Conditional|Use of|Syscall param|Process terminating))")
@@ -40,12 +40,12 @@ def wait_until(condition, seconds, period=0.02):
 
 class ServerProcess:
     """A running server. `sanitizer` (address, thread or empty) says how it was built: its memory says nothing then and
-    it is slower. `probe` is the path of a node whose value can be read at any time."""
+    it is slower. `names` are paths of its tree."""
 
-    def __init__(self, command, *, sanitizer="", descriptors=None, probe="fans", start_seconds=20):
+    def __init__(self, command, *, sanitizer="", descriptors=None, names=HELPER_NAMES, start_seconds=20):
         self.sanitizer = sanitizer
         self.slowness = {"": 1, "address": 4, "undefined": 4, "thread": 8, "valgrind": 20}[sanitizer.split(",")[0]]
-        self.probe = probe
+        self.names = names
         self.folder = tempfile.TemporaryDirectory(prefix="registry-test-")
         folder = pathlib.Path(self.folder.name)
         self.out, self.err = folder / "out", folder / "err"
@@ -120,9 +120,9 @@ class ServerProcess:
         """A correct request on a new connection is answered in time, with a number."""
         start = time.monotonic()
         with Connection(self.port, seconds * self.slowness) as client:
-            kind, value = read_value(client.call("get", get(self.probe)))
+            kind, value = read_value(client.call("get", get(self.names.number)))
         took = time.monotonic() - start
-        expect(kind in (2, 6), f"{self.probe} is {value!r} of type {kind}: no number")
+        expect(kind in (2, 6), f"{self.names.number} is {value!r} of type {kind}: no number")
         expect(took <= seconds * self.slowness, f"a get took {took:.2f} s, {seconds} are allowed")
 
     def stop(self, seconds=5.0):
