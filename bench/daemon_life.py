@@ -42,7 +42,7 @@ def one_run(program, folder, idle):
     notify.settimeout(30)
     environment = dict(os.environ, NOTIFY_SOCKET=f"{folder}/notify")
     begin = time.perf_counter()
-    daemon = subprocess.Popen([program, "--config", f"{folder}/config.xml", "--log-dir", f"{folder}/log"],
+    daemon = subprocess.Popen([program, "--config", f"{folder}/config.xml", "--log-dir", f"{folder}/log", "--port", "0"],
                               env=environment, stderr=subprocess.DEVNULL)
     assert notify.recv(100) == b"READY=1"
     ready = time.perf_counter() - begin

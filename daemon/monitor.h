@@ -15,7 +15,8 @@
 #include "sensor_log.h"
 
 /// Watches the selected sensors of all boards: reads them every period, logs the crossing of a threshold and the return
-/// to normal, and appends the values that pass the change filter to one log file a board.
+/// to normal, tells the registry's clients of changes and crossings, and appends the values that pass the change filter
+/// to one log file a board.
 ///
 /// Settings: section "monitor". The object's thread does all the work; other threads may call StopThread only.
 class Monitor : public Module {
@@ -68,6 +69,14 @@ public:
                                const SensorData& data, double value, const std::string& limitName);
     static bool LogBelowValues(const std::string& board, bmc::Sensor* sensor, const bmc::SensorReading& limit,
                                const SensorData& data, double value, const std::string& limitName);
+
+    /// Makes the sensor's registry node tell of the reading @p value: one notification a call, for the most severe
+    /// threshold that @p value is beyond, on that threshold's leaf; failing that, for a value that is not @p previous,
+    /// on the leaf of the value. What goes wrong is logged.
+    /// @param board short name of the board, which is that of its node
+    /// @param sensorId in decimal
+    static void EmitNotifications(bmc::Sensor* sensor, const std::string& board, const std::string& sensorId,
+                                  double value, double previous);
 
 private:
     void ReadSettings();

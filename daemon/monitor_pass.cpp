@@ -1,10 +1,22 @@
-// One pass of the monitor: reading the sensors and telling of thresholds. Settings and thread stand in monitor.cpp.
+// One pass of the monitor: reading the sensors and telling of thresholds and changes. Settings and thread stand in
+// monitor.cpp.
 
+#include <cstddef>
 #include <exception>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
 
 #include "bmc/board_pool.h"
+#include "bmc_sensor_node.h"
 #include "monitor.h"
+#include "qapp/zelkor_application.h"
+#include "qnode/local_node_structure.h"
+#include "qnode/node.h"
+#include "qstd/any.h"
 #include "qstd/convert.h"
+#include "qstd/exception.h"
 #include "qstd/log.h"
 
 namespace {
@@ -20,6 +32,53 @@ std::string CrossingText(const std::string& board, const bmc::Sensor& sensor, co
     text.append(" ").append(sensor.GetUnits()).append("; ").append(limitName).append(" = ");
     qstd::AppendNumber(text, limit.Converted());
     return text.append(")");
+}
+
+using NodePtr = std::shared_ptr<qnode::TreeNode>;
+
+/// The child of that name. The reference is good for as long as @p node is held: nothing is ever taken out.
+const NodePtr& ChildOf(const NodePtr& node, std::string_view name) {
+    const qnode::LocalNodeStructure& children = *node->GetStructure();
+    const std::size_t index = children.FindChild(name);
+    if (index == qnode::LocalNodeStructure::c_none) {
+        throw qstd::Exception("No node \"" + std::string(name) + "\" under \"" + node->GetName() + "\"");
+    }
+    return children.GetChild(index);
+}
+
+/// A notification to be emitted: on which leaf of the sensor, and of which type.
+struct Emission {
+    BmcSensorNode::SensorData_e leaf;
+    qnode::NotificationType type;
+};
+
+/// What there is to tell of a reading. A threshold counts by what it converts to, whether it is valid or not; one that
+/// is not there converts to what no value is beyond.
+std::optional<Emission> FindEmission(const bmc::Sensor& sensor, double value, double previous) {
+    using Data = BmcSensorNode::SensorData_e;
+    using Type = qnode::NotificationType;
+    if (value > sensor.GetUpperNonRecoverable().Converted()) {
+        return Emission{Data::hnr, Type::threshold};
+    }
+    if (value > sensor.GetUpperCritical().Converted()) {
+        return Emission{Data::hc, Type::threshold};
+    }
+    if (value > sensor.GetUpperNonCritical().Converted()) {
+        return Emission{Data::hnc, Type::threshold};
+    }
+    if (sensor.GetLowerNonRecoverable().Converted() > value) {
+        return Emission{Data::lnc, Type::threshold};  // clients expect this one on lnc, not on lnr
+    }
+    if (sensor.GetLowerCritical().Converted() > value) {
+        return Emission{Data::lc, Type::threshold};
+    }
+    if (sensor.GetLowerNonCritical().Converted() > value) {
+        return Emission{Data::lnc, Type::threshold};
+    }
+    if (!qstd::Equal(previous, value)) {
+        return Emission{Data::value, Type::value};
+    }
+    return std::nullopt;
 }
 
 }  // namespace
@@ -83,6 +142,7 @@ void Monitor::LogSensor(bmc::Board& board, const std::string& label, SensorData&
     qstd::AppendNumber(line, value);
     record |= Filter(sensor, data, value);  // stands even when a threshold below raises
     LogCriticalValues(label, sensor, data, value);
+    EmitNotifications(sensor, board.GetShortName(), bmc::ToString(data.id), value, data.value);
     data.valid = true;
     data.value = value;
 }
@@ -133,4 +193,21 @@ bool Monitor::LogBelowValues(const std::string& board, bmc::Sensor* sensor, cons
     }
     qstd::LogWarning("Sensor value is below " + CrossingText(board, *sensor, limit, value, limitName));
     return true;
+}
+
+void Monitor::EmitNotifications(bmc::Sensor* sensor, const std::string& board, const std::string& sensorId,
+                                double value, double previous) {
+    try {
+        const NodePtr& boards = ChildOf(qapp::ZelkorApplication::Instance().GetRegistry(), "boards");
+        const NodePtr& sensors = ChildOf(ChildOf(boards, board), "sensors");
+        const NodePtr& node = ChildOf(sensors, "ID_" + sensorId);
+        if (const std::optional<Emission> emission = FindEmission(*sensor, value, previous)) {
+            const NodePtr& leaf = ChildOf(node, BmcSensorNode::SensorDataTypeToStr(emission->leaf));
+            qnode::Node(leaf).Emit(emission->type, qstd::Any(value));
+        }
+    } catch (const std::exception& error) {
+        qstd::LogError(std::string("Error at emitting notifications. ") + error.what());
+    } catch (...) {
+        qstd::LogError("Error at emitting notifications. Unknown exception.");
+    }
 }

@@ -1,9 +1,17 @@
 #include "platform_daemon.h"
 
+#include <exception>
+
+#include "bmc/board_pool.h"
+#include "bmc_board_info_node.h"
+#include "bmc_sensor_node.h"
 #include "build_info.h"
 #include "configuration_rules.h"
+#include "fans_node.h"
 #include "monitor.h"
+#include "qnode/factory.h"
 #include "qnode/node.h"
+#include "qreg/reg_node.h"
 #include "qstd/log.h"
 #include "qstd/trace_file.h"
 #include "qstd/trace_fnc.h"
@@ -20,6 +28,52 @@ const std::string& Name() {
 }
 
 [[maybe_unused]] const bool c_versionIsSet = InitVersion();
+
+using NodePtr = std::shared_ptr<qnode::TreeNode>;
+
+/// A node that only holds others.
+NodePtr CreateFolder(const std::string& name) {
+    return qnode::factory::Create<qreg::RegNode>(name.c_str());
+}
+
+/// A folder with a leaf for every datum, in the order of the data's numbers.
+template <class Leaf, class Data, class Source>
+NodePtr CreateLeaves(const std::string& name, Source* source) {
+    const NodePtr folder = CreateFolder(name);
+    for (const auto& item : qstd::EnumMap<Data>::items.GetNames()) {
+        folder->Attach(qnode::factory::Create<qnode::LocalNodeStructure, Leaf>(item.first, source));
+    }
+    return folder;
+}
+
+NodePtr CreateBoardNode(bmc::Board& board) {
+    const NodePtr node = CreateFolder(board.GetShortName());
+    node->Add(CreateLeaves<BmcBoardInfoNode, BmcBoardInfoNode::BoardInfoData_e>("board_info", &board));
+    const NodePtr sensors = CreateFolder("sensors");
+    for (const bmc::SensorId& id : board.GetSensorsIds()) {
+        sensors->Add(
+            CreateLeaves<BmcSensorNode, BmcSensorNode::SensorData_e>("ID_" + bmc::ToString(id), board.GetSensor(id)));
+    }
+    node->Add(sensors);
+    return node;
+}
+
+/// Adds the board's node to @p boards. A board that cannot be reached, or not shown, is logged and left out.
+void AddBoardNode(const bmc::Uri& uri, qnode::TreeNode& boards) {
+    const std::string label = bmc::BoardLabel(uri);
+    try {
+        bmc::Board* const board = bmc::BoardPool::Instance().GetBoard(uri);
+        if (board == nullptr) {
+            qstd::LogError("Problem accessing board: " + label);
+            return;
+        }
+        boards.Add(CreateBoardNode(*board));
+    } catch (const std::exception& error) {
+        qstd::LogError("Problem accessing board " + label + ". Exception: " + error.what());
+    } catch (...) {
+        qstd::LogError("Problem accessing board " + label + ". Unknown exception.");
+    }
+}
 
 }  // namespace
 
@@ -47,6 +101,7 @@ std::vector<qcfg::ElementRule> PlatformDaemon::GetSectionRules() const {
 void PlatformDaemon::OnPostInit() {
     qstd::LogInfo("**************************************************");
     qstd::LogInfo("***Platform daemon started");
+    AddRegistryNodes();
     if (qstd::TraceActiveLevel() > 3) {
         qstd::TraceHere(4, "Exporting following nodes through the qreg:");
         qstd::TraceHere(4, qnode::Node(GetRegistry()).DumpSubTree(-1, 0, qnode::Node::c_defMaxValueLen));
@@ -57,4 +112,18 @@ void PlatformDaemon::OnPostInit() {
 void PlatformDaemon::OnShutdown() {
     qstd::LogInfo("***Platform daemon is stopping.");
     Monitor::GetInstance().StopThread();
+}
+
+void PlatformDaemon::AddRegistryNodes() {
+    const NodePtr boards = CreateFolder("boards");
+    for (const bmc::Uri& uri : bmc::BoardPool::Instance().GetAllLocalBoardUris()) {
+        AddBoardNode(uri, *boards);
+    }
+    AddRegNode(boards);
+    try {
+        m_fansNode = qnode::factory::Create<qnode::LocalNodeStructure, FansNode>();
+        AddRegNode(m_fansNode);
+    } catch (...) {
+        qstd::TraceHere(2, "Can't add fans nodes. Ignoring.");
+    }
 }

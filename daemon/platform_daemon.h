@@ -25,12 +25,16 @@ public:
     /// The rules of the workers' sections.
     std::vector<qcfg::ElementRule> GetSectionRules() const override;
 
-    /// Starts the workers.
+    /// Builds the registry tree, writes it to the trace and starts the workers.
     void OnPostInit() override;
 
     /// Stops the workers. They end on their own; each is joined when it is destroyed, after `main` has returned.
     void OnShutdown() override;
 
+    /// Builds the registry tree from the boards and sensors that the pool knows: "boards" and "fans". The tree never
+    /// changes after that. A board whose nodes cannot be made is logged and left out. Main thread, once.
+    void AddRegistryNodes();
+
 private:
-    std::shared_ptr<qnode::TreeNode> m_fansNode;
+    std::shared_ptr<qnode::TreeNode> m_fansNode;  ///< null until AddRegistryNodes
 };

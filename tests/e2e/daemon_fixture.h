@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <functional>
@@ -46,6 +47,10 @@ protected:
     std::vector<std::string> Command(const std::vector<std::string>& options = {}) const {
         std::vector<std::string> command{Program("zelkor-platformd"), "--config", m_folder.Path("config.xml"),
                                          "--log-dir", m_folder.Path("log")};
+        // Several daemons run at a time: each takes a free port, unless a test is about the port.
+        if (std::find(options.begin(), options.end(), "--port") == options.end() && m_takesAnyPort) {
+            command.insert(command.end(), {"--port", "0"});
+        }
         command.insert(command.end(), options.begin(), options.end());
         return command;
     }
@@ -91,6 +96,25 @@ protected:
         return RunProgram(command);
     }
 
+    /// The port of the registry server, which the daemon names when it may choose it.
+    int RegistryPort() const {
+        static const std::string announcement = "Registry server listens on port ";
+        EXPECT_TRUE(AwaitLog(announcement)) << ReadFile(m_folder.Path("err"));
+        const std::string log = Log();
+        const std::size_t begin = log.rfind(announcement);
+        return begin == std::string::npos ? 0 : std::stoi(log.substr(begin + announcement.size()));
+    }
+
+    std::vector<std::string> RegistryCommand(const std::vector<std::string>& words) const {
+        std::vector<std::string> command{Program("zelkor-regctl"), "--server",
+                                         "127.0.0.1:" + std::to_string(RegistryPort())};
+        command.insert(command.end(), words.begin(), words.end());
+        return command;
+    }
+
+    /// One command to the registry.
+    Result Registry(const std::vector<std::string>& words) const { return RunProgram(RegistryCommand(words)); }
+
     /// The daemon must refuse to run: status 1 and one line on standard error that holds @p text.
     void ExpectRefusal(const std::vector<std::string>& command, const std::string& text) const {
         const Result result = RunProgram(command);
@@ -121,6 +145,7 @@ protected:
 
     TempFolder m_folder;
     std::unique_ptr<Process> m_daemon;
+    bool m_takesAnyPort = true;
 };
 
 }  // namespace test

@@ -59,6 +59,25 @@ TEST_F(DaemonTest, NoSections_NoWarningAndNoError) {
     EXPECT_THAT(Messages(), Not(Contains(testing::Not(StartsWith("INFO ")))));
 }
 
+TEST_F(DaemonTest, NoChassisController_TellsThatThereAreNoFansAndRuns) {
+    Configure("", "<chassis>\n<board uri='slot/2' type='power_supply' name='slot2'/>\n</chassis>\n");
+    StartAndAwait("*Monitor process stopped");  // there is no sensor to watch
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_EQ(Messages()[2], "INFO     Fans node: ICB board was not found.");
+    EXPECT_THAT(Messages(), Not(Contains(Not(StartsWith("INFO ")))));
+}
+
+TEST_F(DaemonTest, TwoBoardsOfOneShortName_TheSecondIsLeftOutOfTheRegistryAndTold) {
+    Configure("",
+              "<chassis>\n<board uri='slot/1' type='power_supply' name='PSU'/>\n"
+              "<board uri='slot/2' type='power_supply' name='PSU'/>\n</chassis>\n");
+    StartAndAwait("*Monitor process stopped");
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_THAT(Messages(),
+                Contains("ERROR    Problem accessing board slot_2. Exception: Node \"boards\" already has a "
+                         "child \"PSU\""));
+}
+
 TEST_F(DaemonTest, NoBoardsSection_RunsOnTheBuiltInChassis) {
     test::WriteFile(m_folder.Path("config.xml"), "<zelkor/>");
     StartAndAwait("Monitor settings:");
@@ -116,7 +135,12 @@ TEST_F(DaemonTest, Trace_HoldsTheRegistryTreeAtLevel4BeforeTheFirstWorker) {
         } else {
             const auto dump = trace.find(" virtual void PlatformDaemon::OnPostInit(): registry\n");
             EXPECT_LT(heading, dump);
-            EXPECT_LT(dump, trace.find("*Monitor process started."));
+            const auto firstWorker = trace.find("*Monitor process started.");
+            ASSERT_LT(dump, firstWorker);
+            const std::string tree = trace.substr(dump, firstWorker - dump);
+            for (const char* name : {"boards", "host", "ID_12", "fw_version", "fans", "right_rear"}) {
+                EXPECT_THAT(tree, testing::ContainsRegex(std::string("\n +") + name + "( = .*)?\n"));
+            }
         }
         EXPECT_THAT(Log(), Not(HasSubstr("Exporting")));
     }

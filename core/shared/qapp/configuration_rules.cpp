@@ -3,6 +3,7 @@
 #include <memory>
 #include <utility>
 
+#include "qapp/registry_settings.h"
 #include "qcfg/configuration.h"
 #include "qcfg/reference_writer.h"
 #include "qcfg/value_types.h"
@@ -13,34 +14,6 @@ namespace {
 
 using qcfg::ElementRule;
 using qcfg::Occurrence_e;
-
-constexpr long long c_maxPort = 65535;
-
-ElementRule RegistryRule() {
-    ElementRule rule{.name = "registry", .doc = "The registry server, through which other programs read and write."};
-    rule.attributes = {
-        {.name = "port",
-         .type = qcfg::Whole(0, c_maxPort),
-         .defaultValue = "5678",
-         .doc = "TCP port; 0 takes any free one. The option --port wins over it."},
-        {.name = "listen",
-         .type = qcfg::Address(),
-         .doc = "Address to listen on; all addresses when left out. The option --listen wins over it."},
-        {.name = "push",
-         .type = qcfg::Boolean(),
-         .defaultValue = "false",
-         .doc = "Whether clients may hand in callback objects for notifications; otherwise they poll."},
-    };
-    ElementRule write{.name = "write",
-                      .occurrence = Occurrence_e::any,
-                      .doc = "Clients that may write. Without any such element every client may."};
-    write.attributes = {{.name = "from",
-                         .type = qcfg::AddressPrefix(),
-                         .isRequired = true,
-                         .doc = "Their address, or a prefix that their addresses have."}};
-    rule.children = {write};
-    return rule;
-}
 
 ElementRule BoardsRule(const std::vector<qcfg::VariantRule>& backends) {
     ElementRule rule{.name = "boards",

@@ -1,6 +1,7 @@
 #include "qapp/zelkor_application.h"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -17,6 +18,7 @@
 #include "qapp/configuration_rules.h"
 #include "qapp/detacher.h"
 #include "qapp/main_loop.h"
+#include "qapp/registry_settings.h"
 #include "qapp/service_notifier.h"
 #include "qapp/signals.h"
 #include "qcfg/checker.h"
@@ -87,15 +89,17 @@ bool ZelkorApplication::Run(int argc, char** argv) {
     static std::shared_ptr<ZelkorApplication> keepAlive;
     keepAlive = weak_from_this().lock();
     Detacher detacher;  // outlives the message below: its end is what lets a waiting caller go
+    bool isDone = false;
     try {
-        return RunUnguarded(argc, argv, detacher);
+        isDone = RunUnguarded(argc, argv, detacher);
     } catch (const std::exception& error) {
         std::cerr << m_name << ": " << error.what() << std::endl;
         if (qstd::Log::m_enabled) {
             qstd::LogError(error.what());
         }
-        return false;
     }
+    m_server.reset();  // its threads end with Run, whichever way that ended
+    return isDone;
 }
 
 bool ZelkorApplication::RunUnguarded(int argc, char** argv, Detacher& detacher) {
@@ -135,6 +139,7 @@ bool ZelkorApplication::RunUnguarded(int argc, char** argv, Detacher& detacher) 
     }
     OpenLogs(options);
     OpenBoards();
+    OpenRegistry(options);
     CreateBoards();
     if (isStopRequested()) {
         return true;
@@ -290,6 +295,28 @@ bool ZelkorApplication::CallHooks(const char* phase, bool isForeground, const st
     return false;
 }
 
+void ZelkorApplication::OpenRegistry(const Options& options) {
+    qreg::ServerSettings settings;
+    settings.product = m_name + ' ' + qstd::VerInfo::Get().ToString();
+    settings.port = DefaultPort();
+    settings.maxMessage = static_cast<std::size_t>(DefaultMaxPacketSize());
+    settings = ReadRegistrySettings(m_config, options, std::move(settings));
+    m_isAnyPort = settings.port == 0;
+    if (m_createServer) {
+        m_server = m_createServer(settings, m_registry);
+    }
+}
+
+void ZelkorApplication::AcceptRequests() {
+    if (m_server == nullptr) {
+        return;
+    }
+    m_server->Serve();
+    if (m_isAnyPort) {
+        qstd::LogInfo("Registry server listens on port " + std::to_string(m_server->GetPort()));
+    }
+}
+
 bool ZelkorApplication::Serve(Signals& signals, Detacher& detacher, bool isForeground) {
     if (isForeground) {
         qstd::Log::GetInstance().OpenStandardError();
@@ -300,8 +327,10 @@ bool ZelkorApplication::Serve(Signals& signals, Detacher& detacher, bool isForeg
         OnPostInit();
         OnStartRunning();
         OnAcceptRequests();
+        AcceptRequests();
     });
     if (isStarted) {
+        ::malloc_trim(0);  // what reading the configuration and the boards' descriptions took is not needed again
         notifier.Ready();
         detacher.Ready();
         if (!m_runsOnce) {
@@ -309,12 +338,21 @@ bool ZelkorApplication::Serve(Signals& signals, Detacher& detacher, bool isForeg
         }
     }
     notifier.Stopping();
+    if (m_server != nullptr) {
+        // No client undoes what the stop leaves behind, the fans' speed for one.
+        m_server->Refuse();
+    }
     const bool isStopped = CallHooks("stop", isForeground, [this] { OnShutdown(); });
+    m_server.reset();
     return isStarted && isStopped;
 }
 
 void ZelkorApplication::AddBoardBackend(BoardBackend backend) {
     m_backends.push_back(std::move(backend));
+}
+
+void ZelkorApplication::SetRegistryServer(qreg::ServerFactory factory) {
+    m_createServer = std::move(factory);
 }
 
 void ZelkorApplication::AddRegNode(const std::shared_ptr<qnode::TreeNode>& node) {

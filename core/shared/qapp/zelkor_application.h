@@ -15,6 +15,7 @@
 #include "qcfg/schema.h"
 #include "qfeature/local_timing_sync.h"
 #include "qnode/tree_node.h"
+#include "qreg/server.h"
 
 namespace qapp {
 
@@ -44,6 +45,9 @@ public:
 
     /// Offers a backend to `boards/@backend`; the first one is the default. Before Run.
     void AddBoardBackend(BoardBackend backend);
+
+    /// How the registry server is made; without it the registry tree is not served. Before Run.
+    void SetRegistryServer(qreg::ServerFactory factory);
 
     /// The configuration. Any thread.
     const qcfg::Configuration& GetConfig() const noexcept { return m_config; }
@@ -108,7 +112,9 @@ private:
     std::shared_ptr<qcfg::Element> FindBoardsSection() const;
     const BoardBackend& FindBackend(const qcfg::Element& section) const;
     void CreateBoards();
+    void OpenRegistry(const Options& options);
     bool Serve(Signals& signals, Detacher& detacher, bool isForeground);
+    void AcceptRequests();
     bool CallHooks(const char* phase, bool isForeground, const std::function<void()>& hooks);
 
     const std::string m_name;
@@ -120,6 +126,9 @@ private:
     std::string m_logFileDir;
     std::string m_helpText;
     qapp::PidFile m_pidFile;
+    qreg::ServerFactory m_createServer;
+    std::unique_ptr<qreg::Server> m_server;  ///< from before OnPostInit to the end of Run
+    bool m_isAnyPort = false;                ///< the system chose the server's port
     std::vector<std::unique_ptr<ZelkorBoard>> m_boards;
 };
 

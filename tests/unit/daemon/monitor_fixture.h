@@ -7,7 +7,7 @@
 #include <string>
 
 #include "monitor.h"
-#include "qapp/zelkor_application.h"
+#include "prepared_daemon.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/mock_boards.h"
@@ -15,15 +15,6 @@
 #include "tests/support/trace_capture.h"
 
 namespace test {
-
-/// An application that has a configuration and a folder for log files without having been run.
-class PreparedApplication : public qapp::ZelkorApplication {
-public:
-    PreparedApplication(const std::string& sections, const std::string& logFileDir)
-        : ZelkorApplication("test", false, true) {
-        Prepare("<zelkor>" + sections + "</zelkor>", logFileDir);
-    }
-};
 
 /// A monitor on three mock boards, whose passes a test starts by moving the clock.
 class MonitorTest : public testing::Test {
@@ -33,7 +24,7 @@ protected:
 
     /// Starts a monitor with the given sections of the configuration.
     void Start(const std::string& sections) {
-        m_application = std::make_unique<PreparedApplication>(sections, m_folder.Path());
+        m_application.Use(sections, m_folder.Path());
         m_monitor = std::make_unique<Monitor>();
     }
 
@@ -61,7 +52,7 @@ protected:
     TempFolder m_folder;
     ManualClock m_clock;
     LogCapture m_log;
-    std::unique_ptr<PreparedApplication> m_application;
+    PreparedDaemon m_application;
     std::unique_ptr<Monitor> m_monitor;
     int m_passes = 0;
 };

@@ -105,7 +105,6 @@ TEST_F(MonitorTest, Frequency_IsDecimalOrHexadecimalAndKeepsItsDefaultOtherwise)
         StartAndEnd(std::string("<monitor enabled='false'><frequency>") + text + "</frequency></monitor>");
         EXPECT_THAT(m_log.Messages(), Contains(Report("false", seconds, c_threeBoards, "true", "false (value = 0)")));
         m_monitor.reset();
-        m_application.reset();
     }
 }
 

@@ -38,10 +38,15 @@ struct TreeItem {
 };
 
 /// A client of a registry server. One thread at a time; another one may hold a client of its own to the same server.
-/// Every operation throws NoServer when the server does not answer, RegistryError when it refuses.
+/// Every operation throws NoServer when the server does not answer, RegistryError when it refuses. A connection that
+/// the server closed for idleness is made anew without a word. Not for a process that also serves a registry: the last
+/// client that ends takes the process's ORB with it.
 class Client {
 public:
-    /// Does not connect yet. @param timeout of one request, beyond the time that a poll waits
+    /// Does not connect yet.
+    /// @param host name or address, IPv6 without brackets
+    /// @param timeout of one request, beyond the time that a poll waits
+    /// @throws qstd::Exception when host or port cannot be one.
     Client(const std::string& host, int port, std::chrono::milliseconds timeout);
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;

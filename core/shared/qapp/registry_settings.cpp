@@ -1,0 +1,133 @@
+#include "qapp/registry_settings.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "qcfg/checker.h"
+#include "qcfg/document.h"
+#include "qcfg/value_types.h"
+#include "qstd/exception.h"
+
+namespace qapp {
+
+namespace {
+
+using qcfg::ElementRule;
+using qcfg::Occurrence_e;
+
+constexpr long long c_maxPort = 65535;
+constexpr long long c_maxConnections = 100000;
+constexpr long long c_minMessage = 65536;
+constexpr long long c_maxMessage = 1LL << 30;
+constexpr long long c_maxIdleTime = 86400;
+constexpr long long c_maxSubscriptions = 10000;
+constexpr long long c_maxQueue = 1000000;
+
+template <class T>
+void Take(const qcfg::Element& section, const std::string& name, T& out) {
+    long long number = 0;
+    if (section.GetAttrValue(name, number)) {
+        out = T(number);
+    }
+}
+
+/// @throws qstd::Exception for the first thing that is wrong.
+void Prove(const qcfg::Element& section, const std::string& fileName) {
+    for (const qcfg::Finding& finding : qcfg::CheckConfiguration(section, RegistryRule())) {
+        if (finding.severity == qcfg::Severity_e::error) {
+            throw qstd::Exception(qcfg::AtLine(fileName, finding.line, finding.text));
+        }
+    }
+}
+
+void ReadSection(const qcfg::Element& section, qreg::ServerSettings& settings) {
+    Take(section, "port", settings.port);
+    section.GetAttrValue("listen", settings.listen);
+    section.GetAttrValue("push", settings.push);
+    Take(section, "connections", settings.connections);
+    Take(section, "max_message", settings.maxMessage);
+    Take(section, "idle_time", settings.idleTime);
+    qreg::SubscriptionLimits& limits = settings.subscriptions;
+    Take(section, "subscriptions", limits.subscriptions);
+    Take(section, "queue", limits.queue);
+    limits.defaultQueue = std::min(limits.defaultQueue, limits.queue);
+    for (const std::shared_ptr<qcfg::Element>& write : section.GetChildren()) {
+        std::string from;
+        if (write->GetAttrValue("from", from)) {
+            settings.mayWrite.Add(from);
+        }
+    }
+}
+
+}  // namespace
+
+ElementRule RegistryRule() {
+    ElementRule rule{.name = "registry", .doc = "The registry server, through which other programs read and write."};
+    rule.attributes = {
+        {.name = "port",
+         .type = qcfg::Whole(0, c_maxPort),
+         .defaultValue = "5678",
+         .doc = "TCP port; 0 takes any free one, which the log then names. The option --port wins over it."},
+        {.name = "listen",
+         .type = qcfg::Address(),
+         .doc = "Address to listen on; all addresses when left out. The option --listen wins over it."},
+        {.name = "push",
+         .type = qcfg::Boolean(),
+         .defaultValue = "false",
+         .doc = "Whether clients may hand in callback objects for notifications; otherwise they poll. The program then "
+                "connects wherever a client says."},
+        {.name = "connections",
+         .type = qcfg::Whole(1, c_maxConnections),
+         .defaultValue = "1000",
+         .doc = "The most connections at a time; fewer where file descriptors are scarce. One more is closed at once."},
+        {.name = "max_message",
+         .type = qcfg::Whole(c_minMessage, c_maxMessage),
+         .defaultValue = "2097152",
+         .doc = "The most bytes of one message, request or reply."},
+        {.name = "idle_time",
+         .type = qcfg::Whole(1, c_maxIdleTime),
+         .defaultValue = "60",
+         .doc = "Seconds after which a connection without a request is closed."},
+        {.name = "subscriptions",
+         .type = qcfg::Whole(1, c_maxSubscriptions),
+         .defaultValue = "256",
+         .doc = "The most subscriptions to notifications at a time."},
+        {.name = "queue",
+         .type = qcfg::Whole(1, c_maxQueue),
+         .defaultValue = "10000",
+         .doc = "The most notifications that wait for one subscriber, however many it asks for. For one too many the "
+                "oldest is dropped, and the subscriber is told how many were."},
+    };
+    ElementRule write{.name = "write",
+                      .occurrence = Occurrence_e::any,
+                      .doc = "Clients that may write. Without any such element every client may."};
+    write.attributes = {{.name = "from",
+                         .type = qcfg::AddressPrefix(),
+                         .isRequired = true,
+                         .doc = "Their address, or a prefix that their addresses have."}};
+    rule.children = {write};
+    return rule;
+}
+
+qreg::ServerSettings ReadRegistrySettings(const qcfg::Configuration& configuration, const Options& options,
+                                          qreg::ServerSettings defaults) {
+    qreg::ServerSettings settings = std::move(defaults);
+    const auto sections = configuration.FindSections("registry");
+    if (sections.size() > 1) {
+        throw qstd::Exception(qcfg::AtLine(configuration.GetFileName(), sections[1]->GetLine(),
+                                           "second <registry> section; there may be one only"));
+    }
+    if (!sections.empty()) {
+        Prove(*sections.front(), configuration.GetFileName());
+        ReadSection(*sections.front(), settings);
+    }
+    if (options.isPortGiven) {
+        settings.port = options.port;
+    }
+    if (!options.listen.empty()) {
+        settings.listen = options.listen;
+    }
+    return settings;
+}
+
+}  // namespace qapp

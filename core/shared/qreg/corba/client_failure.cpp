@@ -1,0 +1,110 @@
+#include "qreg/corba/client_failure.h"
+
+#include <netdb.h>
+#include <omniORB4/minorCode.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <memory>
+#include <system_error>
+
+#include "qstd/exception.h"
+
+namespace qreg::corba {
+
+namespace {
+
+constexpr int c_largestPort = 65535;
+constexpr std::chrono::milliseconds c_connectLimit{500};
+
+bool IsIpv6(const std::string& host) {
+    return host.find(':') != std::string::npos;
+}
+
+/// The error number that connecting to one address ends with, 0 when it succeeds.
+int TryConnect(const addrinfo& address) {
+    const int socket = ::socket(address.ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (socket < 0) {
+        return errno;
+    }
+    int error = ::connect(socket, address.ai_addr, address.ai_addrlen) == 0 ? 0 : errno;
+    if (error == EINPROGRESS) {
+        pollfd source{socket, POLLOUT, 0};
+        error = ETIMEDOUT;
+        if (::poll(&source, 1, static_cast<int>(c_connectLimit.count())) > 0) {
+            socklen_t size = sizeof error;
+            ::getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size);
+        }
+    }
+    ::close(socket);
+    return error;
+}
+
+/// Why no connection could be made: the ORB does not tell.
+std::string ConnectFailure(const ServerAddress& server) {
+    addrinfo hints{};
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* found = nullptr;
+    const int error = ::getaddrinfo(server.host.c_str(), std::to_string(server.port).c_str(), &hints, &found);
+    if (error != 0) {
+        return error == EAI_SYSTEM ? std::generic_category().message(errno) : ::gai_strerror(error);
+    }
+    const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> addresses(found, &::freeaddrinfo);
+    const int reason = TryConnect(*addresses);
+    return reason == 0 ? "the connection could not be made" : std::generic_category().message(reason);
+}
+
+bool IsTimeout(const CORBA::SystemException& failure) {
+    return CORBA::TIMEOUT::_downcast(&failure) != nullptr ||
+           (CORBA::TRANSIENT::_downcast(&failure) != nullptr && failure.minor() == omni::TRANSIENT_CallTimedout);
+}
+
+std::string SecondsText(std::chrono::milliseconds time) {
+    const std::string fraction = std::to_string(1000 + time.count() % 1000).substr(1);
+    const std::size_t last = fraction.find_last_not_of('0');
+    return std::to_string(time.count() / 1000) + (last == std::string::npos ? "" : "." + fraction.substr(0, last + 1)) +
+           " s";
+}
+
+}  // namespace
+
+std::string ServerAddress::ToString() const {
+    return (IsIpv6(host) ? "[" + host + "]" : host) + ":" + std::to_string(port);
+}
+
+std::string ServerAddress::ToUrl() const {
+    constexpr const char* c_letters = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ.-_:%";
+    if (host.empty() || host.find_first_not_of(c_letters) != std::string::npos) {
+        throw qstd::Exception("server \"" + host + "\" is neither a host's name nor an address", true);
+    }
+    if (port < 1 || port > c_largestPort) {
+        throw qstd::Exception("port " + std::to_string(port) + " of server " + host + " is not within 1.." +
+                                  std::to_string(c_largestPort),
+                              true);
+    }
+    return "corbaloc:iiop:1.2@" + ToString() + "/Registry";
+}
+
+std::string FailureText(const ServerAddress& server, const CORBA::SystemException& failure) {
+    const std::string where = server.ToString();
+    if (IsTimeout(failure)) {
+        return "the registry server at " + where + " did not answer within " + SecondsText(server.timeout);
+    }
+    if (CORBA::TRANSIENT::_downcast(&failure) != nullptr && failure.minor() == omni::TRANSIENT_ConnectFailed) {
+        return "no registry server at " + where + ": " + ConnectFailure(server);
+    }
+    if (CORBA::COMM_FAILURE::_downcast(&failure) != nullptr || CORBA::TRANSIENT::_downcast(&failure) != nullptr) {
+        return "the registry server at " + where +
+               " closed the connection without an answer: it ended, or a message was beyond its limit";
+    }
+    if (CORBA::OBJECT_NOT_EXIST::_downcast(&failure) != nullptr) {
+        return "the server at " + where + " has no registry";
+    }
+    const char* const minor = failure.NP_minorString();
+    return "the registry server at " + where + " failed: " + failure._name() +
+           (minor != nullptr ? " (" + std::string(minor) + ")" : "");
+}
+
+}  // namespace qreg::corba

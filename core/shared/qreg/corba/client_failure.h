@@ -1,0 +1,26 @@
+#pragma once
+
+#include <omniORB4/CORBA.h>
+
+#include <chrono>
+#include <string>
+
+namespace qreg::corba {
+
+/// Where a server is, and how long it may take to answer.
+struct ServerAddress {
+    std::string host;  ///< a name or an address, IPv6 without brackets
+    int port = 0;
+    std::chrono::milliseconds timeout{0};
+
+    /// "host:port", an IPv6 address in brackets.
+    std::string ToString() const;
+
+    /// The registry's URL. @throws qstd::Exception when host or port cannot be one.
+    std::string ToUrl() const;
+};
+
+/// Says in words why a request to @p server failed with @p failure. May try to connect, to learn why that fails.
+std::string FailureText(const ServerAddress& server, const CORBA::SystemException& failure);
+
+}  // namespace qreg::corba

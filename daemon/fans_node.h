@@ -1,0 +1,55 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "bmc/board.h"
+#include "qreg/reg_node.h"
+
+/// Registry node "fans", which stands for all chassis fans at once and has them as its children: reading it gives the
+/// mean measured speed, writing it sets every fan, in RPM. Without a chassis controller board it has no children, and
+/// its value can neither be read nor set. Made by the node factory; any thread may call any operation then.
+class FansNode : public qreg::RegNode {
+public:
+    FansNode();
+
+    /// Finds the first chassis controller board of the pool and makes the fans on it. Called once, by the factory.
+    /// @return whether the fans are there; what went wrong was logged.
+    bool Init() override;
+
+    /// The speeds that were last asked for, in the order of the fans; a fan that cannot be read is left out.
+    std::vector<double> GetReferenceFansSpeed() const;
+
+    /// Real.
+    qnode::enums::ValueType_e OnGetValueType(const std::string& path) const override;
+    /// One value.
+    std::size_t OnGetSize(const std::string& path) const override;
+
+    using RegNode::OnGet;
+    /// The mean speed in 17 significant digits. @return true @throws as the number's OnGet
+    bool OnGet(std::string* value, std::size_t position, std::size_t count) const override;
+    /// The mean measured speed of the fans that can be read, 0 when none can. @return true
+    /// @throws std::bad_weak_ptr without fans.
+    bool OnGet(double* value, std::size_t position, std::size_t count) const override;
+
+    using RegNode::OnSet;
+    /// A speed as text. @throws boost::bad_lexical_cast when it is no number; as the number's OnSet.
+    void OnSet(const std::string* value, std::size_t position, std::size_t count) override;
+    /// Sets the reference speed of every fan, one after the other. @throws std::bad_weak_ptr without fans; what a fan
+    /// throws: those before it then have the new speed, it and those after it the old one.
+    void OnSet(const double* value, std::size_t position, std::size_t count) override;
+
+private:
+    static constexpr std::size_t c_fans = 6;
+    /// The fans' reference speed registers.
+    static constexpr std::array<std::uint16_t, c_fans> c_fanAddresses{0x40, 0x48, 0x50, 0x58, 0x60, 0x68};
+
+    /// The first chassis controller board of the pool, null when there is none.
+    static bmc::Board* FindController();
+
+    std::array<std::weak_ptr<qnode::TreeNode>, c_fans> m_fans;  ///< the children; empty without fans
+};
