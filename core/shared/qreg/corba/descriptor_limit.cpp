@@ -6,9 +6,7 @@
 #include <string>
 #include <system_error>
 
-#include <sys/eventfd.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include "qstd/log.h"
 
@@ -54,13 +52,8 @@ void DescriptorLimit::Begin(std::size_t connections) {
     m_limit = std::min(usable, wanted);
 }
 
-bool DescriptorLimit::IsRoom() const noexcept {
-    const int lowestFree = ::eventfd(0, EFD_CLOEXEC);
-    if (lowestFree < 0) {
-        return false;
-    }
-    ::close(lowestFree);
-    return static_cast<std::size_t>(lowestFree) <= m_limit;
+bool DescriptorLimit::IsRoom(int descriptor) const noexcept {
+    return descriptor >= 0 && static_cast<std::size_t>(descriptor) < m_limit;
 }
 
 }  // namespace qreg::corba

@@ -5,9 +5,9 @@
 
 namespace qreg::corba {
 
-/// Whether one more connection may stay: by the number of open descriptors, because the transport does not tell when a
-/// connection ends. New descriptors take the lowest free number, so the lowest free number is at most the count, and
-/// equal to it once the gaps are filled.
+/// Whether one more connection may stay, by the number of its descriptor, because the transport does not tell when a
+/// connection ends. A new descriptor takes the lowest free number: so connections whose numbers are below the limit are
+/// never more than it allows, however many come at once, and every number below it can be taken again.
 class DescriptorLimit {
 public:
     /// Descriptors that are kept for the rest of the program: logs, boards, a look into /proc.
@@ -17,8 +17,8 @@ public:
     /// allowed. Says so in the log when that is not enough.
     void Begin(std::size_t connections);
 
-    /// Whether a connection that was accepted just now may stay. Any thread; costs two system calls.
-    bool IsRoom() const noexcept;
+    /// Whether a connection that was accepted just now, with this descriptor, may stay. Any thread.
+    bool IsRoom(int descriptor) const noexcept;
 
 private:
     std::atomic<std::size_t> m_limit{0};

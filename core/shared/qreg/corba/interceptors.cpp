@@ -12,6 +12,8 @@
 #include <omniORB4/internal/GIOP_S.h>
 // clang-format on
 
+#include "qreg/corba/connection_descriptor.h"
+
 namespace qreg::corba {
 
 namespace {
@@ -27,7 +29,7 @@ std::string TextOf(const char* text) {
 }
 
 CORBA::Boolean OnAccept(Interceptors::serverAcceptConnection_T::info_T& info) {
-    if (!g_limit->IsRoom()) {
+    if (!g_limit->IsRoom(DescriptorOf(*info.strand.connection))) {
         g_log->Warning("Refused a connection from " + AddressIn(TextOf(info.peeraddress())) +
                        ": there are as many connections as the registry server may have");
         info.reject = 1;

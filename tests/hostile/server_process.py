@@ -1,0 +1,178 @@
+"""A registry server in a process of its own: starts it, looks into it by /proc, and ends it.
+
+The server is told by its command line. It prints its port as the last word of a line that begins with `port` (or is
+nothing but the port) on standard output, and ends with status 0 at SIGTERM."""
+
+import os
+import pathlib
+import re
+import resource
+import signal
+import subprocess
+import tempfile
+import time
+
+from giop import Connection
+from registry_calls import HELPER_NAMES, get, read_value
+
+SANITIZER_REPORT = re.compile(r"(AddressSanitizer|LeakSanitizer|ThreadSanitizer|UndefinedBehavior|runtime error:|"
+                              r"==\d+== *(Invalid|Conditional|Use of|Syscall param|Process terminating))")
+
+
+class Failure(Exception):
+    """What a test found wrong."""
+
+
+def expect(condition, text):
+    if not condition:
+        raise Failure(text)
+
+
+def wait_until(condition, seconds, period=0.02):
+    """Whether the condition became true within so many seconds."""
+    end = time.monotonic() + seconds
+    while not condition():
+        if time.monotonic() > end:
+            return False
+        time.sleep(period)
+    return True
+
+
+class ServerProcess:
+    """A running server. `sanitizer` (address, thread or empty) says how it was built: its memory says nothing then and
+    it is slower. `names` are paths of its tree."""
+
+    def __init__(self, command, *, sanitizer="", descriptors=None, names=HELPER_NAMES, start_seconds=20):
+        self.sanitizer = sanitizer
+        self.slowness = {"": 1, "address": 4, "undefined": 4, "thread": 8, "valgrind": 20}[sanitizer.split(",")[0]]
+        self.names = names
+        self.folder = tempfile.TemporaryDirectory(prefix="registry-test-")
+        folder = pathlib.Path(self.folder.name)
+        self.out, self.err = folder / "out", folder / "err"
+
+        def limit():
+            if descriptors:
+                resource.setrlimit(resource.RLIMIT_NOFILE, (descriptors, descriptors))
+        with open(self.out, "wb") as out, open(self.err, "wb") as err:
+            self.process = subprocess.Popen(command, stdout=out, stderr=err, stdin=subprocess.DEVNULL,
+                                            preexec_fn=limit, cwd=folder)
+        self.port = None
+        wait_until(lambda: self.read_port() or self.process.poll() is not None, start_seconds * self.slowness)
+        if self.port is None:
+            self.process.kill()
+            raise Failure(f"{command[0]} did not tell its port: {self.errors() or self.out.read_text()}")
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, kind, *_):
+        if kind is None:
+            self.stop()
+        else:
+            self.process.kill()
+            self.process.wait()
+        self.folder.cleanup()
+
+    def read_port(self):
+        found = re.search(r"^(?:.*\bport\b\D*)?(\d+)\n", self.out.read_text(errors="replace"), re.M)
+        self.port = int(found.group(1)) if found else None
+        return self.port
+
+    def connect(self, timeout=10.0):
+        return Connection(self.port, timeout * self.slowness)
+
+    def errors(self):
+        return self.err.read_text(errors="replace")
+
+    def alive(self):
+        return self.process.poll() is None
+
+    def check_alive(self):
+        expect(self.alive(), f"the server ended by itself, status {self.process.poll()}: {self.errors()[-6000:]}")
+
+    def status(self, name):
+        """A number of /proc/PID/status: VmRSS (KiB), Threads."""
+        self.check_alive()
+        text = pathlib.Path(f"/proc/{self.process.pid}/status").read_text(encoding="ascii")
+        return int(re.search(rf"^{name}:\s+(\d+)", text, re.M).group(1))
+
+    def resident_mib(self):
+        return self.status("VmRSS") / 1024
+
+    def threads(self):
+        return self.status("Threads")
+
+    def descriptors(self):
+        return len(os.listdir(f"/proc/{self.process.pid}/fd"))
+
+    def cpu_seconds(self):
+        """Time on the processor so far, user and system."""
+        fields = pathlib.Path(f"/proc/{self.process.pid}/stat").read_text(encoding="ascii").rpartition(")")[2].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+    def cpu_share(self, seconds=0.5):
+        """The share of one core that the server takes now."""
+        before, start = self.cpu_seconds(), time.monotonic()
+        time.sleep(seconds)
+        return (self.cpu_seconds() - before) / (time.monotonic() - start)
+
+    def check_answers(self, seconds=2.0):
+        """A correct request on a new connection is answered in time, with a number."""
+        start = time.monotonic()
+        with Connection(self.port, seconds * self.slowness) as client:
+            kind, value = read_value(client.call("get", get(self.names.number)))
+        took = time.monotonic() - start
+        expect(kind in (2, 6), f"{self.names.number} is {value!r} of type {kind}: no number")
+        expect(took <= seconds * self.slowness, f"a get took {took:.2f} s, {seconds} are allowed")
+
+    def stop(self, seconds=5.0):
+        """Ends the server as its system does. @raises Failure when it does not end well."""
+        self.check_alive()
+        self.process.send_signal(signal.SIGTERM)
+        try:
+            status = self.process.wait(seconds * self.slowness)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            self.process.wait()
+            raise Failure(f"the server did not end within {seconds * self.slowness} s after SIGTERM") from None
+        self.check_report()
+        expect(status == 0, f"the server ended with status {status}: {self.errors()[-3000:]}")
+
+    def check_report(self):
+        """@raises Failure when a sanitizer (or valgrind) reported something."""
+        found = SANITIZER_REPORT.search(self.errors())
+        expect(found is None, f"report on standard error:\n{self.errors()[-6000:]}")
+
+
+class Baseline:
+    """What a server takes when nobody uses it, to compare with afterwards."""
+
+    # Threads end some seconds after their connection, and a server may keep a few for the next one.
+    SETTLE_SECONDS = 10
+
+    def __init__(self, server, resident_mib=60):
+        self.server = server
+        self.resident_mib = resident_mib
+        server.check_answers()
+        self.threads = server.threads()
+        self.descriptors = server.descriptors()
+
+    def check_sane(self):
+        """@raises Failure unless the server lives, answers, comes to rest and is no bigger than it may be."""
+        server = self.server
+        server.check_alive()
+        server.check_report()
+        server.check_answers()
+        expect(wait_until(lambda: server.cpu_share(0.2) < 0.15, self.SETTLE_SECONDS * server.slowness),
+               "the server does not come to rest")
+        if not server.sanitizer:
+            expect(server.resident_mib() <= self.resident_mib,
+                   f"{server.resident_mib():.0f} MiB are resident, {self.resident_mib} are allowed")
+
+    def check_given_back(self):
+        """@raises Failure unless connections and threads are as many as at the begin."""
+        server, settle = self.server, self.SETTLE_SECONDS * self.server.slowness
+        expect(wait_until(lambda: server.descriptors() <= self.descriptors + 1, settle),
+               f"{server.descriptors()} descriptors are open, {self.descriptors} were before")
+        expect(wait_until(lambda: server.threads() <= self.threads + 4, settle),
+               f"{server.threads()} threads run, {self.threads} did before")
