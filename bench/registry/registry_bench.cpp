@@ -163,7 +163,8 @@ public:
     }
 
     void Thousand() {
-        reg::PathSeq paths(c_many, c_many, reg::PathSeq::allocbuf(c_many), true);
+        reg::PathSeq paths;
+        paths.length(c_many);
         for (CORBA::ULong index = 0; index < c_many; ++index) {
             paths[index] = bench::ValuePath(index % c_boards, index / c_boards).c_str();
         }
