@@ -78,11 +78,12 @@ protected:
         return Await([&] { return Log().find(text) != std::string::npos; });
     }
 
-    /// The log's messages without their time: "INFO     text"; lines that continue a message are left out.
+    /// The log's messages without their time: "INFO     text"; lines that continue a message are left out, and the
+    /// one that is there only because these tests let the daemon choose its port.
     std::vector<std::string> Messages() const {
         std::vector<std::string> messages;
         for (const std::string& line : ReadLines(m_folder.Path("log/zelkor-platformd.log"))) {
-            if (line.size() > 26 && line[0] == '[') {
+            if (line.size() > 26 && line[0] == '[' && line.find(c_announcement) == std::string::npos) {
                 messages.push_back(line.substr(26));
             }
         }
@@ -98,7 +99,7 @@ protected:
 
     /// The port of the registry server, which the daemon names when it may choose it.
     int RegistryPort() const {
-        static const std::string announcement = "Registry server listens on port ";
+        const std::string announcement = c_announcement;
         EXPECT_TRUE(AwaitLog(announcement)) << ReadFile(m_folder.Path("err"));
         const std::string log = Log();
         const std::size_t begin = log.rfind(announcement);
@@ -125,6 +126,7 @@ protected:
         EXPECT_THAT(Log(), testing::Not(testing::HasSubstr("process started.")));
     }
 
+    static constexpr const char* c_announcement = "Registry server listens on port ";
     static constexpr const char* c_chassis = R"(<chassis>
   <board uri="icb/0" type="icb" name="ICB">
     <fans/>

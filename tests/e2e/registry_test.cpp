@@ -158,8 +158,10 @@ TEST_F(RegistryTest, PortInUse_IsRefusedBeforeAWorkerStarts) {
     Configure("");
     StartAndAwait();
     const std::string port = std::to_string(RegistryPort());
-    test::TempFolder other;
-    const Result second = test::RunProgram({Program("zelkor-platformd"), "--config", m_folder.Path("config.xml"),
+    test::TempFolder other;  // its own, because the control socket is taken, too
+    test::WriteFile(other.Path("chassis.xml"), c_chassis);
+    test::WriteFile(other.Path("config.xml"), "<zelkor><boards backend='sim' chassis='chassis.xml'/></zelkor>");
+    const Result second = test::RunProgram({Program("zelkor-platformd"), "--config", other.Path("config.xml"),
                                             "--log-dir", other.Path("log"), "--port", port});
     EXPECT_EQ(second.status, 1);
     EXPECT_EQ(Lines(second.error).size(), 1U) << second.error;

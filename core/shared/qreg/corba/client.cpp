@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 #include <map>
+#include <optional>
 #include <type_traits>
 #include <utility>
 
@@ -56,47 +57,81 @@ std::string PlainPath(const std::string& path) {
 }  // namespace
 
 class Client::Impl {
-public:
-    explicit Impl(ServerAddress server) : m_server(std::move(server)), m_url(m_server.ToUrl()) {}
+private:
+    using Clock = std::chrono::steady_clock;
 
-    /// Calls @p request and turns what the ORB raises into what this class raises.
+    /// Calls @p request and turns what the ORB raises into what this class raises. A server may close a connection that
+    /// is idle at the very moment of the next request, so that one is repeated, once.
     template <class F>
-    auto Guard(const F& request) {
+    auto Guard(std::chrono::milliseconds limit, const F& request) {
+        constexpr std::chrono::milliseconds c_idle{500};
+        const bool wasIdle = !m_lastUse || Clock::now() - *m_lastUse > c_idle;
         try {
+            const UseNoter noter{*this};
+            try {
+                return request();
+            } catch (const CORBA::COMM_FAILURE&) {
+                if (!wasIdle) {
+                    throw;
+                }
+            }
             return request();
         } catch (const reg::Error& error) {
             throw RegistryError(static_cast<ErrorCode_e>(error.code), std::string(error.path), std::string(error.text));
         } catch (const CORBA::SystemException& failure) {
-            throw NoServer(FailureText(m_server, failure), true);
+            throw NoServer(FailureText(m_server, limit, failure), true);
         }
     }
+
+    /// Notes the end of a request, whatever came of it.
+    struct UseNoter {
+        Impl& impl;
+        ~UseNoter() { impl.m_lastUse = Clock::now(); }
+    };
+
+    /// The ORB repeats nothing of its own accord.
+    static void NeverRepeat(CORBA::Object_ptr object) {
+        omniORB::installTransientExceptionHandler(
+            object, nullptr, [](void*, CORBA::ULong, const CORBA::TRANSIENT&) -> CORBA::Boolean { return false; });
+        omniORB::installCommFailureExceptionHandler(
+            object, nullptr, [](void*, CORBA::ULong, const CORBA::COMM_FAILURE&) -> CORBA::Boolean { return false; });
+    }
+
+public:
+    Impl(ServerAddress server, std::chrono::milliseconds timeout)
+        : m_server(std::move(server)), m_url(m_server.ToUrl()), m_timeout(timeout) {}
 
     /// Carries out a request on the registry.
     /// @param wait how long the server may wait before it answers
     template <class F>
     auto Ask(const F& request, std::chrono::milliseconds wait = {}) {
-        return Guard([&] {
+        return Guard(m_timeout + wait, [&] {
             if (CORBA::is_nil(m_registry)) {
                 const CORBA::Object_var object = m_orb.Get()->string_to_object(m_url.c_str());
                 m_registry = reg::Registry::_unchecked_narrow(object);
                 NeverRepeat(m_registry);
             }
-            omniORB::setClientCallTimeout(m_registry, ToUnsigned(m_server.timeout + wait));
+            omniORB::setClientCallTimeout(m_registry, ToUnsigned(m_timeout + wait));
             return request(m_registry.in());
         });
     }
 
-    /// The registry as one that knows views, nil when it does not.
-    reg::Registry_1_1_ptr Views() {
+    /// The same on the registry as one that knows views. @pre KnowsViews()
+    template <class F>
+    auto AskViews(const F& request) {
+        return Guard(m_timeout, [&] { return request(m_views.in()); });
+    }
+
+    bool KnowsViews() {
         if (!m_isVersionKnown) {
             m_views = Ask([](reg::Registry_ptr registry) { return reg::Registry_1_1::_narrow(registry); });
             m_isVersionKnown = true;
             if (!CORBA::is_nil(m_views)) {
                 NeverRepeat(m_views);
-                omniORB::setClientCallTimeout(m_views, ToUnsigned(m_server.timeout));
+                omniORB::setClientCallTimeout(m_views, ToUnsigned(m_timeout));
             }
         }
-        return m_views;
+        return !CORBA::is_nil(m_views);
     }
 
     /// Carries out requests of many items each and puts their outcomes together. An item that cannot be sent has its
@@ -155,18 +190,12 @@ public:
     void CloseLocalView(const std::string& id) { m_localViews.erase(FindLocalView(id)); }
 
 private:
-    /// A request that failed is not repeated behind the caller's back: it may have been carried out.
-    static void NeverRepeat(CORBA::Object_ptr object) {
-        omniORB::installTransientExceptionHandler(
-            object, nullptr, [](void*, CORBA::ULong, const CORBA::TRANSIENT&) -> CORBA::Boolean { return false; });
-        omniORB::installCommFailureExceptionHandler(
-            object, nullptr, [](void*, CORBA::ULong, const CORBA::COMM_FAILURE&) -> CORBA::Boolean { return false; });
-    }
-
     const ServerAddress m_server;
     const std::string m_url;
+    const std::chrono::milliseconds m_timeout;
     const ClientOrb m_orb;
     reg::Registry_var m_registry;
+    std::optional<Clock::time_point> m_lastUse;
     bool m_isVersionKnown = false;
     reg::Registry_1_1_var m_views;
     std::map<std::string, std::vector<std::string>> m_localViews;
@@ -174,7 +203,7 @@ private:
 };
 
 Client::Client(const std::string& host, int port, std::chrono::milliseconds timeout)
-    : m_impl(std::make_unique<Impl>(ServerAddress{host, port, timeout})) {}
+    : m_impl(std::make_unique<Impl>(ServerAddress{host, port}, timeout)) {}
 
 Client::~Client() = default;
 
@@ -293,19 +322,18 @@ void Client::Unsubscribe(const std::string& id) {
 }
 
 std::string Client::OpenView(const std::vector<std::string>& paths) {
-    const reg::Registry_1_1_ptr registry = m_impl->Views();
-    if (CORBA::is_nil(registry)) {
+    if (!m_impl->KnowsViews()) {
         return m_impl->OpenLocalView(paths);
     }
     const reg::PathSeq sent = ToPaths(paths, "paths of a view");
-    const CORBA::String_var id = m_impl->Guard([&] { return registry->open_view(sent); });
+    const CORBA::String_var id =
+        m_impl->AskViews([&](reg::Registry_1_1_ptr registry) { return registry->open_view(sent); });
     return id.in();
 }
 
 Client::Readings Client::ReadView(const std::string& id) {
-    const reg::Registry_1_1_ptr registry = m_impl->Views();
     Readings readings;
-    if (CORBA::is_nil(registry)) {
+    if (!m_impl->KnowsViews()) {
         for (const Outcome& outcome : GetMany(m_impl->FindLocalView(id)->second)) {
             const auto [value, state] = ToReading(outcome);
             readings.values.push_back(value);
@@ -313,7 +341,8 @@ Client::Readings Client::ReadView(const std::string& id) {
         }
         return readings;
     }
-    reg::Columns_var columns = m_impl->Guard([&] { return registry->read_view(id.c_str()); });
+    reg::Columns_var columns =
+        m_impl->AskViews([&](reg::Registry_1_1_ptr registry) { return registry->read_view(id.c_str()); });
     if (columns->numbers.length() != columns->states.length()) {
         m_impl->Nonsense(std::to_string(columns->numbers.length()) + " numbers and " +
                          std::to_string(columns->states.length()) + " states");
@@ -329,11 +358,10 @@ Client::Readings Client::ReadView(const std::string& id) {
 }
 
 void Client::CloseView(const std::string& id) {
-    const reg::Registry_1_1_ptr registry = m_impl->Views();
-    if (CORBA::is_nil(registry)) {
+    if (!m_impl->KnowsViews()) {
         m_impl->CloseLocalView(id);
     } else {
-        m_impl->Guard([&] { registry->close_view(id.c_str()); });
+        m_impl->AskViews([&](reg::Registry_1_1_ptr registry) { registry->close_view(id.c_str()); });
     }
 }
 

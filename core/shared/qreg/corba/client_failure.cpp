@@ -87,15 +87,18 @@ std::string ServerAddress::ToUrl() const {
     return "corbaloc:iiop:1.2@" + ToString() + "/Registry";
 }
 
-std::string FailureText(const ServerAddress& server, const CORBA::SystemException& failure) {
+std::string FailureText(const ServerAddress& server, std::chrono::milliseconds limit,
+                        const CORBA::SystemException& failure) {
     const std::string where = server.ToString();
     if (IsTimeout(failure)) {
-        return "the registry server at " + where + " did not answer within " + SecondsText(server.timeout);
+        return "the registry server at " + where + " did not answer within " + SecondsText(limit);
     }
-    if (CORBA::TRANSIENT::_downcast(&failure) != nullptr && failure.minor() == omni::TRANSIENT_ConnectFailed) {
+    const bool isTransient = CORBA::TRANSIENT::_downcast(&failure) != nullptr;
+    if (isTransient && (failure.minor() == omni::TRANSIENT_ConnectFailed ||
+                        failure.minor() == omni::TRANSIENT_NoUsableProfile)) {  // the latter: a name without address
         return "no registry server at " + where + ": " + ConnectFailure(server);
     }
-    if (CORBA::COMM_FAILURE::_downcast(&failure) != nullptr || CORBA::TRANSIENT::_downcast(&failure) != nullptr) {
+    if (isTransient || CORBA::COMM_FAILURE::_downcast(&failure) != nullptr) {
         return "the registry server at " + where +
                " closed the connection without an answer: it ended, or a message was beyond its limit";
     }

@@ -7,11 +7,10 @@
 
 namespace qreg::corba {
 
-/// Where a server is, and how long it may take to answer.
+/// Where a server is.
 struct ServerAddress {
     std::string host;  ///< a name or an address, IPv6 without brackets
     int port = 0;
-    std::chrono::milliseconds timeout{0};
 
     /// "host:port", an IPv6 address in brackets.
     std::string ToString() const;
@@ -21,6 +20,8 @@ struct ServerAddress {
 };
 
 /// Says in words why a request to @p server failed with @p failure. May try to connect, to learn why that fails.
-std::string FailureText(const ServerAddress& server, const CORBA::SystemException& failure);
+/// @param limit how long the request was allowed to take
+std::string FailureText(const ServerAddress& server, std::chrono::milliseconds limit,
+                        const CORBA::SystemException& failure);
 
 }  // namespace qreg::corba

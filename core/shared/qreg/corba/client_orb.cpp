@@ -21,7 +21,7 @@ const char* c_options[][2] = {
     {"nativeCharCodeSet", "ISO-8859-1"},     // 8-bit clean: UTF-8 passes as it is
     {"clientTransportRule", "* tcp"},        // nothing may come between
     {"clientCallTimeOutPeriod", "0"},        // the time limits are those of the objects
-    {"clientConnectTimeOutPeriod", "5000"},  // ms; a host that is not there is known sooner than a slow answer
+    {"clientConnectTimeOutPeriod", "0"},     // connecting counts as part of the request
     {"verifyObjectExistsAndType", "0"},      // saves a request: the first real one tells as well
     {"maxGIOPVersion", "1.2"},               //
     {"giopMaxMsgSize", "16777216"},          // of an answer; servers keep to less

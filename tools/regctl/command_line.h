@@ -1,0 +1,42 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace regctl {
+
+/// Where the server is.
+struct ServerName {
+    std::string host = "127.0.0.1";  ///< name or address, IPv6 without brackets
+    int port = 5678;
+};
+
+/// What the words of the command line ask for.
+struct CommandLine {
+    ServerName server;
+    std::vector<std::string> words;  ///< the command and its arguments
+    bool help = false;
+    bool version = false;
+    bool json = false;
+    // Of `watch`.
+    std::optional<std::size_t> count;
+    std::optional<std::chrono::milliseconds> timeout;
+};
+
+/// Options may stand anywhere; a word that begins with one "-" (a negative number) is an argument, and after "--"
+/// every word is.
+/// @param arguments without the program's name
+/// @throws qstd::Exception saying what is wrong with them.
+CommandLine ParseCommandLine(const std::vector<std::string>& arguments);
+
+/// HOST[:PORT]; an IPv6 address in brackets, or as it is when no port follows.
+/// @throws qstd::Exception naming the text.
+ServerName ParseServer(const std::string& text);
+
+/// What `--help` prints.
+std::string HelpText();
+
+}  // namespace regctl
