@@ -5,10 +5,11 @@
 #include <omniORB4/CORBA.h>
 #include <omniORB4/minorCode.h>
 #include <omniORB4/omniInterceptors.h>
-// The order matters: the last one does not include what it needs.
-#include <omniORB4/internal/GIOP_S.h>
+// In this order: the last one does not include what it needs.
 #include <omniORB4/internal/giopStrand.h>
 #include <omniORB4/internal/giopStream.h>
+
+#include <omniORB4/internal/GIOP_S.h>
 
 namespace qreg::corba {
 
