@@ -7,31 +7,38 @@ import socket
 import time
 
 import giop
-from cases import case
+from cases import case, throw
 from giop import Closed, Connection, Refused
 from registry_calls import get, poll, read_lease, read_value, subscribe, subtree
 from server_process import expect, wait_until
 
 
+def is_open(client):
+    """Whether the server has not closed the connection."""
+    client.socket.setblocking(False)
+    try:
+        return bool(client.socket.recv(1, socket.MSG_PEEK))
+    except BlockingIOError:
+        return True
+    except OSError:
+        return False
+
+
 def open_connections(server, count):
-    """So many connections. Those that the server has closed at once are closed here too. @return those that stay"""
+    """So many connections. Those that the server closes are closed here too, until no more are for half a second.
+    @return those that stay"""
     clients = [server.connect() for _ in range(count)]
-    time.sleep(0.3 * server.slowness)
-    kept = []
+    last_change = time.monotonic()
+    while time.monotonic() - last_change < 0.5 * server.slowness:
+        kept = [client for client in clients if is_open(client)]
+        if len(kept) < len(clients):
+            last_change = time.monotonic()
+            close_all(set(clients) - set(kept))
+            clients = kept
+        time.sleep(0.05)
     for client in clients:
-        client.socket.setblocking(False)
-        try:
-            alive = bool(client.socket.recv(1, socket.MSG_PEEK))
-        except BlockingIOError:
-            alive = True
-        except OSError:
-            alive = False
         client.socket.settimeout(10.0 * server.slowness)
-        if alive:
-            kept.append(client)
-        else:
-            client.close()
-    return kept
+    return clients
 
 
 def close_all(clients):
@@ -108,13 +115,15 @@ def requests_taken_back(server):
     with server.connect() as client:
         for number in range(1, 200):
             client.send(giop.request(number, "get", get(server.names.number)) + giop.cancel_request(number))
-        for version in giop.VERSIONS:
-            client.send(giop.cancel_request(4711, version))
+        client.send(giop.cancel_request(4711))
         client.send(giop.request(1000, "get", get(server.names.number)))
         read_value(client.result(1000))
         client.send(giop.request(1001, "subtree", subtree(), more=False) + giop.cancel_request(1001))
         client.send(giop.request(1002, "get", get(server.names.number)))
         read_value(client.result(1002))
+    for version in (giop.V10, giop.V11):  # here the connection may end
+        throw(server, giop.request(1, "get", get(server.names.number), version=version) +
+              giop.cancel_request(1, version), 1.0)
 
 
 @case("connections")

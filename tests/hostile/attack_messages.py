@@ -19,8 +19,9 @@ def right(server, **parts):
 def two_requests_of_one_number(server):
     """The second of two pipelined requests with one number comes in fragments: two threads that share one request's
     state are the end of a server that lets them."""
-    for second, times in ((get(server.names.container), 20000), (subtree(server.names.container), 2000)):
-        pair = right(server) + giop.fragmented(giop.request(1, "get" if times > 2000 else "subtree", second), 16)
+    for operation, second, times in (("get", get(server.names.container), 20000),
+                                     ("subtree", subtree(server.names.container, 0), 2000)):
+        pair = right(server) + giop.fragmented(giop.request(1, operation, second), 16)
         throw_many(server, [pair] * (times // server.slowness))
 
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Does to a registry server what strangers do, and looks whether it stays in order.
 
-Usage: run_attacks.py GROUP|CASE ... [--sanitizer NAME] [--limits ...] -- SERVER [ARGUMENT ...]
+Usage: run_attacks.py --daemon PROGRAM | --helper PROGRAM [--sanitizer NAME] [--descriptors N] GROUP|CASE ...
 Each case gets the same running server. After each one the server must live, answer a correct request within two
 seconds, come to rest and be no bigger than it may be; after the last one it must have given back its connections and
 threads, and end with status 0 when it is told to. Exit status 1 at the first difference."""
@@ -15,8 +15,7 @@ import attack_connections  # noqa: F401
 import attack_messages  # noqa: F401
 import attack_patience  # noqa: F401
 from cases import GROUPS
-from registry_calls import DAEMON_NAMES, HELPER_NAMES
-from server_process import Baseline, Failure, ServerProcess
+from server_process import Baseline, Failure, add_server_options, start_server
 
 
 def chosen(names):
@@ -32,17 +31,12 @@ def chosen(names):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("names", nargs="+")
-    parser.add_argument("--sanitizer", default="")
-    parser.add_argument("--daemon", action="store_true", help="the server is the daemon, not the tests' server")
-    parser.add_argument("--descriptors", type=int, help="the server may open so many")
-    split = sys.argv.index("--")
-    options, command = parser.parse_args(sys.argv[1:split]), sys.argv[split + 1:]
+    add_server_options(parser)
+    parser.add_argument("names", nargs="+", metavar="GROUP|CASE")
+    options = parser.parse_args()
     name = "start"
     try:
-        with ServerProcess(command, sanitizer=options.sanitizer,
-                           names=DAEMON_NAMES if options.daemon else HELPER_NAMES,
-                           descriptors=options.descriptors) as server:
+        with start_server(options) as server:
             baseline = Baseline(server)
             for one in chosen(options.names):
                 name, start = one.__name__, time.monotonic()
@@ -51,6 +45,7 @@ def main():
                 print(f"{name}: {time.monotonic() - start:.1f} s, {server.resident_mib():.0f} MiB", flush=True)
             name = "after all"
             baseline.check_given_back()
+            name = "the end"
     except Failure as failure:
         print(f"{name}: {failure}", file=sys.stderr)
         return 1

@@ -1,7 +1,7 @@
 """A registry server in a process of its own: starts it, looks into it by /proc, and ends it.
 
-The server is told by its command line. It prints its port as the last word of a line that begins with `port` (or is
-nothing but the port) on standard output, and ends with status 0 at SIGTERM."""
+Either the tests' own server, tests/integration/registry/registry_server, which prints its port; or the daemon, with a
+simulated chassis, which tells its port in the log. Both end with status 0 at SIGTERM."""
 
 import os
 import pathlib
@@ -13,7 +13,7 @@ import tempfile
 import time
 
 from giop import Connection
-from registry_calls import HELPER_NAMES, get, read_value
+from registry_calls import DAEMON_NAMES, HELPER_NAMES, get, read_value
 
 SANITIZER_REPORT = re.compile(r"(AddressSanitizer|LeakSanitizer|ThreadSanitizer|UndefinedBehavior|runtime error:|"
                               r"==\d+== *(Invalid|Conditional|Use of|Syscall param|Process terminating))")
@@ -43,16 +43,19 @@ class ServerProcess:
     it is slower. `names` are paths of its tree."""
 
     def __init__(self, command, *, sanitizer="", descriptors=None, names=HELPER_NAMES, start_seconds=20):
-        self.sanitizer = sanitizer
-        self.slowness = {"": 1, "address": 4, "undefined": 4, "thread": 8, "valgrind": 20}[sanitizer.split(",")[0]]
+        self.sanitizer = sanitizer.partition(",")[0]
+        self.slowness = {"": 1, "address": 4, "undefined": 4, "thread": 8, "valgrind": 20}[self.sanitizer]
         self.names = names
         self.folder = tempfile.TemporaryDirectory(prefix="registry-test-")
         folder = pathlib.Path(self.folder.name)
         self.out, self.err = folder / "out", folder / "err"
+        self.prepare(folder)
 
         def limit():
             if descriptors:
                 resource.setrlimit(resource.RLIMIT_NOFILE, (descriptors, descriptors))
+        if self.sanitizer == "valgrind":
+            command = ["valgrind", "--quiet", "--error-exitcode=99", *command]
         with open(self.out, "wb") as out, open(self.err, "wb") as err:
             self.process = subprocess.Popen(command, stdout=out, stderr=err, stdin=subprocess.DEVNULL,
                                             preexec_fn=limit, cwd=folder)
@@ -73,8 +76,11 @@ class ServerProcess:
             self.process.wait()
         self.folder.cleanup()
 
+    def prepare(self, folder):
+        """Writes what the server reads; this one reads nothing."""
+
     def read_port(self):
-        found = re.search(r"^(?:.*\bport\b\D*)?(\d+)\n", self.out.read_text(errors="replace"), re.M)
+        found = re.search(r"^(\d+)\n", self.out.read_text(errors="replace"), re.M)
         self.port = int(found.group(1)) if found else None
         return self.port
 
@@ -142,6 +148,50 @@ class ServerProcess:
         """@raises Failure when a sanitizer (or valgrind) reported something."""
         found = SANITIZER_REPORT.search(self.errors())
         expect(found is None, f"report on standard error:\n{self.errors()[-6000:]}")
+
+
+class DaemonProcess(ServerProcess):
+    """The daemon, with a simulated chassis of `sensors` sensors on two boards. `registry` are attributes of the
+    configuration's element of that name."""
+
+    def __init__(self, program, *, sensors=250, registry='idle_time="4"', **parts):
+        self.sensors, self.registry = sensors, registry
+        super().__init__([program, "--config", "config.xml", "--log-dir", "log", "--port", "0", "--listen", "127.0.0.1"],
+                         names=DAEMON_NAMES, **parts)
+
+    def prepare(self, folder):
+        """Writes what the daemon reads."""
+        sensor = ('<sensor id="{0}" name="Sensor {0}" type="temperature" units="C" value="{0}.5" lnc="0" nominal="30" '
+                  'unc="175" uc="185" unr="295"/>')
+        sensors = "\n".join(sensor.format(number) for number in range(1, self.sensors + 1))
+        (folder / "chassis.xml").write_text(
+            f'<chassis>\n<board uri="icb/0" type="icb" name="ICB">\n<fans/>\n{sensors}\n</board>\n'
+            '<board uri="os/0" type="os" name="host"/>\n</chassis>\n', encoding="utf-8")
+        (folder / "config.xml").write_text(
+            f'<zelkor>\n<registry {self.registry}/>\n<boards backend="sim" chassis="chassis.xml" '
+            'control="chassis.sock"/>\n<monitor><frequency>1</frequency></monitor>\n</zelkor>\n', encoding="utf-8")
+
+    def read_port(self):
+        found = re.search(r"Registry server listens on port (\d+)", self.errors())
+        self.port = int(found.group(1)) if found else None
+        return self.port
+
+
+def add_server_options(parser):
+    """The options of every program here that starts a server."""
+    which = parser.add_mutually_exclusive_group(required=True)
+    which.add_argument("--daemon", metavar="PROGRAM", help="the server is the daemon")
+    which.add_argument("--helper", metavar="PROGRAM", help="the server is the tests' registry server")
+    parser.add_argument("--sanitizer", default="", help="the sanitizers it is built with, or valgrind to run it under")
+    parser.add_argument("--descriptors", type=int, help="how many files it may open")
+
+
+def start_server(options):
+    """The server that the options ask for."""
+    parts = {"sanitizer": options.sanitizer, "descriptors": options.descriptors}
+    if options.daemon:
+        return DaemonProcess(options.daemon, **parts)
+    return ServerProcess([options.helper, "idle=4", "push=1"], **parts)
 
 
 class Baseline:

@@ -10,6 +10,7 @@
 #include "qnode/factory.h"
 #include "qnode/node.h"
 #include "qreg/reg_node.h"
+#include "qstd/any.h"
 #include "qstd/exception.h"
 
 namespace test {
@@ -156,7 +157,7 @@ std::shared_ptr<TreeNode> Knobs() {
                               throw qstd::Exception("Too high value: " + qnode::ToText(value), true);
                           }
                           const auto self = std::const_pointer_cast<TreeNode>(node.shared_from_this());
-                          qnode::Node(self).Emit(qnode::NotificationType::value, std::get<double>(value));
+                          qnode::Node(self).Emit(qnode::NotificationType::value, qstd::Any(std::get<double>(value)));
                       }))
         ->Attach(Knob("steps", 3, nothing))
         ->Attach(Knob("label", std::string("a"), nothing))

@@ -5,14 +5,12 @@
 #include <omniORB4/CORBA.h>
 #include <omniORB4/minorCode.h>
 #include <omniORB4/omniInterceptors.h>
-// clang-format off
-// The order matters: the last one does not include what it needs.
-#include <omniORB4/internal/giopStream.h>
+#include <omniORB4/tcpConnection.h>
+// In this order: the last one does not include what it needs.
 #include <omniORB4/internal/giopStrand.h>
-#include <omniORB4/internal/GIOP_S.h>
-// clang-format on
+#include <omniORB4/internal/giopStream.h>
 
-#include "qreg/corba/connection_descriptor.h"
+#include <omniORB4/internal/GIOP_S.h>
 
 namespace qreg::corba {
 
@@ -29,7 +27,8 @@ std::string TextOf(const char* text) {
 }
 
 CORBA::Boolean OnAccept(Interceptors::serverAcceptConnection_T::info_T& info) {
-    if (!g_limit->IsRoom(DescriptorOf(*info.strand.connection))) {
+    const auto* const connection = dynamic_cast<omni::tcpConnection*>(info.strand.connection);
+    if (connection == nullptr || !g_limit->IsRoomFor(connection->handle())) {
         g_log->Warning("Refused a connection from " + AddressIn(TextOf(info.peeraddress())) +
                        ": there are as many connections as the registry server may have");
         info.reject = 1;
