@@ -32,6 +32,9 @@ struct NodeInfo {
 /// Knows nothing of who asks. Any thread, many at once; takes no lock of its own.
 class Access {
 public:
+    /// The most bytes of a text that can be passed on to a client.
+    static constexpr std::size_t c_longestText = 65535;
+
     explicit Access(std::shared_ptr<qnode::TreeNode> root);
 
     const std::shared_ptr<qnode::TreeNode>& GetRoot() const noexcept { return m_root; }
@@ -65,7 +68,8 @@ public:
     /// Walks the subtree at @p path, parents before their children, children in their order. The tree may grow
     /// meanwhile.
     /// @param depth how many levels below the node at @p path
-    /// @param after path of the last node of an earlier walk that is to be taken up again; empty: from the begin
+    /// @param after path of the last node of an earlier walk that is to be taken up again ("/" for the root); empty:
+    ///        from the begin
     /// @param visit called for each node; false ends the walk
     /// @return whether the walk came to its end
     /// @throws RegistryError no_such_node for either path, or when @p after is not below @p path.

@@ -37,7 +37,8 @@ struct Lease {
     std::size_t queueLimit = 0;
 };
 
-/// Type of an event that tells of a present value, not of a notification.
+/// Type of an event that tells of a present value, not of a notification. A notification that comes after it may be the
+/// older one of the two: their times say so.
 constexpr std::uint16_t c_presentType = 0xFFFF;
 
 /// One thing delivered to a subscriber.
@@ -84,32 +85,32 @@ public:
     /// Nobody may be in a call.
     ~Subscriptions();
 
-    /// @throws RegistryError limit: too many subscriptions or patterns.
+    /// @throws RegistryError limit: too many subscriptions or patterns; stopping.
     Lease Subscribe(const Filter& filter);
 
     /// The next events, and a sign of life. Waits for the first one for at most @p wait. Events come again until a
-    /// later poll says that they were received, so a reply that got lost costs nothing. A poll ends one of the same
-    /// subscription that still waits, with an empty batch.
+    /// later poll says that they were received, so a reply that got lost costs nothing. A loss that was not told yet
+    /// ends the wait too. A poll ends one of the same subscription that still waits, with an empty batch.
     /// @param received sequence number of the last event that the subscriber has; 0 at the begin
-    /// @param max the most events
+    /// @param max the most events; 0: as many as the server gives
     /// @throws RegistryError no_such_subscription, stopping.
     Batch Poll(const std::string& id, std::uint64_t received, std::size_t max, std::chrono::milliseconds wait);
 
-    /// A sign of life. @return the lease, from now. @throws RegistryError no_such_subscription.
+    /// A sign of life; makes a dormant subscription active, as a poll does. @return the lease, from now.
+    /// @throws RegistryError no_such_subscription, stopping.
     std::chrono::seconds Renew(const std::string& id);
 
     /// Ends the subscription; a poll that waits ends with no_such_subscription.
-    /// @throws RegistryError no_such_subscription.
+    /// @throws RegistryError no_such_subscription, stopping.
     void Unsubscribe(const std::string& id);
 
-    /// Ends all waiting; every later call raises stopping.
+    /// Ends all waiting, which raises stopping, as every later call does.
     void Stop();
 
     /// How many subscriptions there are, dormant ones included.
     std::size_t Count() const;
 
 private:
-    struct Subscription;
     class Impl;
 
     void OnNotification(const qnode::Notification& notification) override;

@@ -1,0 +1,78 @@
+#include "qreg/corba/interceptors.h"
+
+#include <cstring>
+
+#include <omniORB4/CORBA.h>
+#include <omniORB4/minorCode.h>
+#include <omniORB4/omniInterceptors.h>
+// In this order: the last one does not include what it needs.
+#include <omniORB4/internal/giopStrand.h>
+#include <omniORB4/internal/giopStream.h>
+
+#include <omniORB4/internal/GIOP_S.h>
+
+namespace qreg::corba {
+
+namespace {
+
+using Interceptors = omni::omniInterceptors;
+
+const DescriptorLimit* g_limit = nullptr;
+LimitedLog* g_log = nullptr;
+thread_local omni::GIOP_S* t_request = nullptr;
+
+std::string TextOf(const char* text) {
+    return text != nullptr ? text : "";
+}
+
+CORBA::Boolean OnAccept(Interceptors::serverAcceptConnection_T::info_T& info) {
+    if (!g_limit->IsRoom()) {
+        g_log->Warning("Refused a connection from " + AddressIn(TextOf(info.peeraddress())) +
+                       ": there are as many connections as the registry server may have");
+        info.reject = 1;
+        info.why = "too many connections";
+    }
+    return 1;
+}
+
+CORBA::Boolean OnRequest(Interceptors::serverReceiveRequest_T::info_T& info) {
+    static const std::size_t c_size = std::strlen(c_objectKey);
+    if (info.giop_s.keysize() != static_cast<int>(c_size) || std::memcmp(info.giop_s.key(), c_objectKey, c_size) != 0) {
+        OMNIORB_THROW(OBJECT_NOT_EXIST, omni::OBJECT_NOT_EXIST_NoMatch, CORBA::COMPLETED_NO);
+    }
+    t_request = &info.giop_s;
+    return 1;
+}
+
+}  // namespace
+
+void InstallInterceptors(const DescriptorLimit& limit, LimitedLog& log) {
+    g_limit = &limit;
+    g_log = &log;
+    Interceptors* const interceptors = omniORB::getInterceptors();
+    interceptors->serverAcceptConnection.add(OnAccept);
+    interceptors->serverReceiveRequest.add(OnRequest);
+}
+
+std::string PeerAddress() {
+    return AddressIn(TextOf(Interceptors::serverReceiveRequest_T::info_T(*t_request).peeraddress()));
+}
+
+std::string AddressIn(const std::string& endpoint) {
+    static constexpr const char* c_mapped = "::ffff:";
+    const std::size_t protocol = endpoint.find(':', endpoint.find(':') + 1);
+    const std::size_t port = endpoint.rfind(':');
+    if (protocol == std::string::npos || port <= protocol) {
+        return endpoint;
+    }
+    std::string address = endpoint.substr(protocol + 1, port - protocol - 1);
+    if (address.size() > 1 && address.front() == '[' && address.back() == ']') {
+        address = address.substr(1, address.size() - 2);
+    }
+    if (address.rfind(c_mapped, 0) == 0 && address.find('.') != std::string::npos) {
+        address.erase(0, std::strlen(c_mapped));
+    }
+    return address;
+}
+
+}  // namespace qreg::corba

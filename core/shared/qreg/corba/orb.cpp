@@ -1,0 +1,155 @@
+#include "qreg/corba/orb.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include <unistd.h>
+
+#include <omniORB4/omniIOR.h>
+#include <omniORB4/omniObjRef.h>
+#include <registry.hh>
+
+#include "qreg/corba/interceptors.h"
+#include "qstd/exception.h"
+#include "qstd/log.h"
+#include "qstd/strings.h"
+
+namespace qreg::corba {
+
+namespace {
+
+constexpr unsigned long c_stackSize = 256 * 1024;  ///< of the thread of each connection
+constexpr std::size_t c_leastMessage = 8192;       ///< what the ORB allows
+constexpr std::size_t c_messagesPerMinute = 5;     ///< of the ORB
+
+LimitedLog* g_orbLog = nullptr;
+
+/// What the ORB has to say, which it ends with a newline.
+void OnOrbMessage(const char* message) {
+    std::string text(message);
+    text.erase(text.find_last_not_of('\n') + 1);
+    g_orbLog->Warning("Registry server: " + qstd::OneLine(text));
+}
+
+/// The ORB reads a variable for each of its options: one of them would open a second port.
+void ClearEnvironment() {
+    std::vector<std::string> names;
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        const std::string text(*variable);
+        if (text.rfind("ORB", 0) == 0 && text.size() > 3 && std::islower(static_cast<unsigned char>(text[3])) != 0) {
+            names.push_back(text.substr(0, text.find('=')));
+        }
+    }
+    for (const std::string& name : names) {
+        qstd::LogWarning("Variable " + qstd::OneLine(name) + " of the environment is ignored");
+        ::unsetenv(name.c_str());
+    }
+}
+
+/// Port of the first address in a reference.
+int PortOf(CORBA::Object_ptr object) {
+    const omniIOR_var reference(object->_PR_getobj()->_getIOR());
+    IIOP::ProfileBody body;
+    IIOP::unmarshalProfile(reference->iopProfiles()[0], body);
+    return body.address.port;
+}
+
+}  // namespace
+
+Orb::Orb(const ServerSettings& settings) : m_log(c_messagesPerMinute) {
+    ClearEnvironment();
+    const Endpoint endpoint(settings.listen, settings.port);
+    Initialise(settings, endpoint);
+    try {
+        Listen();
+    } catch (const CORBA::SystemException& exception) {
+        Stop();
+        // Somebody may have taken the port since the endpoint's own look.
+        const Endpoint again(settings.listen, settings.port);
+        const char* const minor = exception.NP_minorString();
+        throw qstd::Exception(endpoint.Refusal(minor != nullptr ? minor : exception._name()), true);
+    }
+}
+
+void Orb::Initialise(const ServerSettings& settings, const Endpoint& endpoint) {
+    const std::string message = std::to_string(std::max(settings.maxMessage, c_leastMessage));
+    const std::string idle = std::to_string(std::max<long long>(settings.idleTime.count(), 1));
+    const std::string scan = std::to_string(std::clamp<long long>(settings.idleTime.count(), 1, 5));
+    // Where the ORB offers a choice that this server's safety or speed rests upon, it is made here.
+    const char* options[][2] = {
+        {"endPoint", endpoint.GetText().c_str()},
+        {"traceLevel", "0"},
+        // A thread for each connection, so that a poll that waits holds up nobody else; and only one, because two that
+        // work on messages of one connection crash the ORB (two requests with one id, the second in fragments).
+        {"threadPerConnectionPolicy", "1"},
+        {"maxServerThreadPerConnection", "1"},
+        {"idleThreadTimeout", "5"},
+        // A message that does not get on, either way, ends its connection; so does a while without any.
+        {"serverCallTimeOutPeriod", "10000"},
+        {"inConScanPeriod", idle.c_str()},
+        {"scanGranularity", scan.c_str()},
+        {"giopMaxMsgSize", message.c_str()},
+        // Texts pass as they are: UTF-8 as the native set makes every request of a client without it fail.
+        {"nativeCharCodeSet", "ISO-8859-1"},
+        {"supportCurrent", "0"},
+        {"acceptBiDirectionalGIOP", "0"},
+        {"offerBiDirectionalGIOP", "0"},
+        {"supportBootstrapAgent", "0"},
+        {"serverTransportRule", "* tcp"},
+        {"clientTransportRule", "* tcp"},
+        // Callbacks: no request but the one that is meant.
+        {"verifyObjectExistsAndType", "0"},
+        {nullptr, nullptr},
+    };
+    omni_thread::stacksize(c_stackSize);
+    std::array<std::string, 3> words{"zelkor", "-ORBconfigFile", "/dev/null"};
+    std::array<char*, 4> arguments{words[0].data(), words[1].data(), words[2].data(), nullptr};
+    int count = static_cast<int>(words.size());
+    CORBA::ORB_var orb = CORBA::ORB_init(count, arguments.data(), "omniORB4", options);
+    if (count != 1) {
+        // It did not look at its arguments.
+        throw qstd::Exception(endpoint.Refusal("this process already has an ORB"), true);
+    }
+    m_orb = orb._retn();
+    g_orbLog = &m_log;
+    omniORB::setLogFunction(OnOrbMessage);
+}
+
+void Orb::Listen() {
+    InstallInterceptors(m_descriptors, m_log);
+    const CORBA::Object_var object = m_orb->resolve_initial_references("omniINSPOA");
+    m_adapter = PortableServer::POA::_narrow(object);
+    const PortableServer::ObjectId_var id = PortableServer::string_to_ObjectId(c_objectKey);
+    const CORBA::Object_var reference = m_adapter->create_reference_with_id(id.in(), ::reg::Registry_1_1::_PD_repoId);
+    m_port = PortOf(reference.in());
+    omniORB::traceLevel = 1;
+}
+
+void Orb::Serve(PortableServer::Servant servant, std::size_t connections) {
+    m_descriptors.Begin(connections);
+    const PortableServer::ObjectId_var id = PortableServer::string_to_ObjectId(c_objectKey);
+    m_adapter->activate_object_with_id(id.in(), servant);
+    const PortableServer::POAManager_var manager = m_adapter->the_POAManager();
+    manager->activate();
+}
+
+void Orb::Stop() noexcept {
+    if (CORBA::is_nil(m_orb)) {
+        return;
+    }
+    try {
+        m_adapter = PortableServer::POA::_nil();
+        m_orb->destroy();
+    } catch (const CORBA::Exception& exception) {
+        qstd::LogError(std::string("The registry server did not stop in order: ") + exception._name());
+    }
+    m_orb = CORBA::ORB::_nil();
+    m_log.Flush();
+    omniORB::setLogFunction(nullptr);
+}
+
+}  // namespace qreg::corba
