@@ -73,7 +73,7 @@ std::string EventLine(const qreg::Event& event, const Output& output) {
 
 int Watch(const WatchRequest& request, Registry& registry, const Output& output,
           const std::function<bool()>& isInterrupted, const std::function<void(const std::string& id)>& onSubscribed) {
-    const auto end = request.timeout ? std::optional(Clock::now() + *request.timeout) : std::nullopt;
+    const auto end = request.timeout ? Clock::now() + *request.timeout : Clock::time_point::max();
     CheckPaths(request.patterns, registry);
     qreg::Filter filter;
     filter.patterns = request.patterns;
@@ -84,11 +84,11 @@ int Watch(const WatchRequest& request, Registry& registry, const Output& output,
     std::size_t left = request.count.value_or(std::numeric_limits<std::size_t>::max());
     while (left > 0 && !isInterrupted()) {
         const auto now = Clock::now();
-        if (end && now >= *end) {
+        if (now >= end) {
             break;
         }
         // Rounded up: no polls of nothing at the end.
-        const auto wait = end ? std::min(c_wait, std::chrono::ceil<std::chrono::milliseconds>(*end - now)) : c_wait;
+        const auto wait = std::min(c_wait, std::chrono::ceil<std::chrono::milliseconds>(end - now));
         qreg::Batch batch;
         try {
             batch = registry.Poll(subscription.GetId(), received, std::min(left, c_batch), wait);
