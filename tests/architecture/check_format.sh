@@ -9,7 +9,7 @@ fi
 cd "$1"
 list=$(mktemp)
 trap 'rm -f "$list"' EXIT
-find bench bmc core daemon fuzz tests tools \( -name '*.h' -o -name '*.cpp' \) -type f >"$list"
+find bench bmc core daemon examples fuzz tests tools \( -name '*.h' -o -name '*.cpp' \) -type f >"$list"
 if [ ! -s "$list" ]; then
     echo "no sources below $1"
     exit 1

@@ -19,7 +19,7 @@ class Planted(unittest.TestCase):
     def setUp(self):
         self.folder = tempfile.TemporaryDirectory()
         self.root = pathlib.Path(self.folder.name)
-        for name in ("bench", "fuzz", "tests", "tools"):
+        for name in ("bench", "examples", "fuzz", "tests", "tools"):
             (self.root / name).mkdir()
         self.write("core/shared/qstd/log.h", "#pragma once\n#include <string>\n")
         self.write("core/shared/qcfg/element.h", '#pragma once\n#include "qstd/log.h"\n')
@@ -63,6 +63,10 @@ class Planted(unittest.TestCase):
     def test_include_spelled_in_another_way(self):
         self.write("bmc/board.cpp", '  #  include "../core/shared/qcfg/element.h"\n')
         self.refused("check_includes.py", "bmc/board.cpp:1: ")
+
+    def test_example_that_is_not_on_its_own(self):
+        self.write("examples/registry_client/client.cpp", '#include "qstd/log.h"\n')
+        self.refused("check_includes.py", "examples/registry_client/client.cpp:1: ")
 
     def test_outside_library_in_the_wrong_place(self):
         self.write("daemon/monitor.cpp", "#include <libxml/parser.h>\n")

@@ -81,6 +81,7 @@ public:
     reg::ServerInfo* hello(const char* client) override {
         reg::ServerInfo_var info = new reg::ServerInfo;
         info->major = 1;
+        info->minor = 0;
         info->product = (std::string("old server for ") + client).c_str();
         info->boot_id = "boot-1";
         return info._retn();
@@ -110,6 +111,7 @@ public:
         }
         reg::Reading_var reading = new reg::Reading;
         reading->val = node.value;
+        reading->at = 0;
         return reading._retn();
     }
 
