@@ -67,7 +67,8 @@ bool FanNode::ReadRPM(std::uint16_t address, double& rpm) const {
     if (result.failed != 0) {
         return false;
     }
-    rpm = result.value == 0 ? 0.0 : static_cast<double>(c_rawTimesRpm / result.value);
+    const std::int32_t wholeRpm = result.value == 0 ? 0 : c_rawTimesRpm / result.value;
+    rpm = wholeRpm;
     return true;
 }
 

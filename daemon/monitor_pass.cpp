@@ -38,7 +38,7 @@ using NodePtr = std::shared_ptr<qnode::TreeNode>;
 
 /// The child of that name. The reference is good for as long as @p node is held: nothing is ever taken out.
 const NodePtr& ChildOf(const NodePtr& node, std::string_view name) {
-    const qnode::LocalNodeStructure& children = *node->GetStructure();
+    const qnode::LocalNodeStructure& children = *node->GetStructure();  // whatever is in a tree has one
     const std::size_t index = children.FindChild(name);
     if (index == qnode::LocalNodeStructure::c_none) {
         throw qstd::Exception("No node \"" + std::string(name) + "\" under \"" + node->GetName() + "\"");

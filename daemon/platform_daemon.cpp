@@ -39,7 +39,7 @@ NodePtr CreateFolder(const std::string& name) {
 /// A folder with a leaf for every datum, in the order of the data's numbers.
 template <class Leaf, class Data, class Source>
 NodePtr CreateLeaves(const std::string& name, Source* source) {
-    const NodePtr folder = CreateFolder(name);
+    NodePtr folder = CreateFolder(name);
     for (const auto& item : qstd::EnumMap<Data>::items.GetNames()) {
         folder->Attach(qnode::factory::Create<qnode::LocalNodeStructure, Leaf>(item.first, source));
     }
@@ -47,7 +47,7 @@ NodePtr CreateLeaves(const std::string& name, Source* source) {
 }
 
 NodePtr CreateBoardNode(bmc::Board& board) {
-    const NodePtr node = CreateFolder(board.GetShortName());
+    NodePtr node = CreateFolder(board.GetShortName());
     node->Add(CreateLeaves<BmcBoardInfoNode, BmcBoardInfoNode::BoardInfoData_e>("board_info", &board));
     const NodePtr sensors = CreateFolder("sensors");
     for (const bmc::SensorId& id : board.GetSensorsIds()) {
