@@ -31,6 +31,9 @@ run: build
 	@echo
 	@echo "The daemon runs in the foreground on the example chassis; Ctrl-C stops it. In another terminal:"
 	@echo "  tail -f $(RUN_DIR)/log/sensors/*.log                               the sensor logs as they grow"
+	@echo "  $(BUILD)/bin/zelkor-regctl tree                                        everything the daemon knows, live"
+	@echo "  $(BUILD)/bin/zelkor-regctl watch                                       crossings and changes as they come"
+	@echo "  $(BUILD)/bin/zelkor-regctl set fans 4000                               the speed of all fans"
 	@echo "  $(BUILD)/bin/zelkor-chassisctl --socket $(RUN_DIR)/chassis.sock list           boards and sensors"
 	@echo "  $(BUILD)/bin/zelkor-chassisctl --socket $(RUN_DIR)/chassis.sock set io/1 1 99  hold a sensor at 99"
 	@echo "  $(BUILD)/bin/zelkor-chassisctl --socket $(RUN_DIR)/chassis.sock heal io/1      back to normal"

@@ -1,6 +1,7 @@
 #include "dbus_peer.h"
 
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
@@ -67,6 +68,7 @@ DbusPeer::DbusPeer(const std::string& folder) : m_address("unix:path=" + folder 
 <policy context="default"><allow send_destination="*"/><allow eavesdrop="true"/><allow own="*"/></policy></busconfig>)";
     m_bus = ::fork();
     if (m_bus == 0) {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         ::execlp("dbus-daemon", "dbus-daemon", ("--config-file=" + config).c_str(), "--nofork", nullptr);
         ::_exit(127);
     }
@@ -76,6 +78,7 @@ DbusPeer::DbusPeer(const std::string& folder) : m_address("unix:path=" + folder 
     }
     m_service = ::fork();
     if (m_service == 0) {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         Serve(m_address);
     }
     // The service is there when its property can be read.

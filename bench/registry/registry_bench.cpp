@@ -6,6 +6,7 @@
 
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -51,6 +52,7 @@ public:
         }
         m_pid = ::fork();
         if (m_pid == 0) {
+            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
             const int number = start();
             if (::write(ends[1], &number, sizeof number) != sizeof number) {
                 ::_exit(1);
@@ -298,6 +300,7 @@ private:
 }  // namespace
 
 int main(int argc, char** argv) {
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
     char folder[] = "/tmp/registry_bench.XXXXXX";
     if (::mkdtemp(folder) == nullptr) {
         return 1;

@@ -114,6 +114,20 @@ class Planted(unittest.TestCase):
         self.refused("check_captions.py", "bmc/README.md: `none.cpp` is listed but not there")
 
     @unittest.skipIf(shutil.which("clang-format") is None, "clang-format is not installed")
+    def test_quote_that_agrees_passes(self):
+        self.write("docs/page.md", "<!-- quote: a.cpp -->\n```cpp\nint a;\n```\n")
+        self.write("a.cpp", "int a;\n")
+        self.assertEqual(self.check("check_quotes.py"), (0, "1 quotes agree with their files\n"))
+
+    def test_quote_that_differs(self):
+        self.write("docs/page.md", "<!-- quote: a.cpp -->\n```cpp\nint a;\n```\n")
+        self.write("a.cpp", "int b;\n")
+        self.refused("check_quotes.py", "docs/page.md: the quote of a.cpp differs from the file")
+
+    def test_quote_of_a_file_that_is_not_there(self):
+        self.write("docs/page.md", "<!-- quote: b.cpp -->\n```cpp\nint a;\n```\n")
+        self.refused("check_quotes.py", "docs/page.md: b.cpp is not there")
+
     def test_source_out_of_format(self):
         self.write(".clang-format", "BasedOnStyle: Google\n")
         self.assertEqual(self.check("check_format.sh")[0], 0)
