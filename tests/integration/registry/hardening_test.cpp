@@ -45,8 +45,10 @@ protected:
 TEST_F(RegistryHardening, HandMadeRequest_IsAnswered) {
     Start();
     // The counter-check of the tests below: a message is refused for what is wrong with it, not for its making.
-    EXPECT_THAT(Answer(RawMessage(1, c_key, "get").Text("values/number")),
-                HasSubstr(std::string("\x06\0\0\0\0\0\0\0\0\0\0\0\0\0\xf8\x3f", 16)));
+    const std::string answer = Answer(RawMessage(1, c_key, "get").Text("values/number"));
+    ASSERT_EQ(answer.size(), 48U);
+    EXPECT_EQ(answer.substr(24, 2), std::string("\x06\0", 2));
+    EXPECT_EQ(answer.substr(32, 8), std::string("\0\0\0\0\0\0\xf8\x3f", 8)) << "1.5";
     EXPECT_THAT(Answer(RawMessage(1, c_key, "get").Text("nowhere")), HasSubstr("IDL:zelkor/reg/Error:1.0"));
 }
 

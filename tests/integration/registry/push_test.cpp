@@ -160,7 +160,7 @@ TEST_F(RegistryPush, ListenersBeyondTheSixteenth_AreALimit) {
     // The place is free once its thread has seen it.
     std::string error = "7";
     for (int i = 0; i < 1000 && !error.empty(); ++i) {
-        error = ErrorOf([&] { m_registry->subscribe_to(SpeedOnly(), listener); });
+        error = ErrorOf([&] { const reg::Lease_var lease = m_registry->subscribe_to(SpeedOnly(), listener); });
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     EXPECT_EQ(error, "");

@@ -228,7 +228,7 @@ TEST_F(RegistryReading, View_TheOneNotReadForLongestGivesWay) {
 
 TEST_F(RegistryReading, OldestProtocolAndOldClient_AreServed) {
     Start();
-    const reg::Registry_1_1_var oldest = Connect("iiop");
+    const reg::Registry_1_1_var oldest = Connect("iiop:1.0");
     reg::Reading_var reading = oldest->get("values/number");
     EXPECT_EQ(reading->val.number(), 1.5);
     const reg::Page_var page = oldest->subtree("many", 9, 0, "");

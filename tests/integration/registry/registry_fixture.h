@@ -53,7 +53,7 @@ protected:
         m_registry = Connect();
     }
 
-    /// @param protocol "iiop:1.2", "iiop" for the oldest
+    /// @param protocol "iiop:1.2", "iiop:1.0" for the oldest
     reg::Registry_1_1_ptr Connect(const std::string& protocol = "iiop:1.2") const {
         const std::string url = "corbaloc:" + protocol + "@127.0.0.1:" + std::to_string(m_port) + "/Registry";
         const CORBA::Object_var object = ClientOrb()->string_to_object(url.c_str());

@@ -16,6 +16,14 @@
 #include "qstd/log.h"
 #include "tests/integration/registry/test_tree.h"
 
+#if defined(__SANITIZE_ADDRESS__)
+/// A defect of omniORB 4.2.5: of a connection that ends it forgets the messages that wait, behind another one, for
+/// their last fragment. A proper client leaves none.
+extern "C" const char* __lsan_default_suppressions() {  // NOLINT(bugprone-reserved-identifier)
+    return "leak:omni::giopStrand::acquireServer";
+}
+#endif
+
 namespace {
 
 /// What stands behind the names on the command line.

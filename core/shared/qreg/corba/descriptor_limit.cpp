@@ -2,13 +2,12 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <iterator>
+#include <set>
 #include <string>
 #include <system_error>
 
-#include <sys/eventfd.h>
+#include <fcntl.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include "qstd/log.h"
 
@@ -16,11 +15,25 @@ namespace qreg::corba {
 
 namespace {
 
-std::size_t CountOpen() {
+/// The numbers of the descriptors that are open.
+std::set<std::size_t> FindOpen() {
+    std::set<std::size_t> open;
     std::error_code error;
-    const std::filesystem::directory_iterator folder("/proc/self/fd", error);
-    // One of them is the folder itself.
-    return error ? 0 : static_cast<std::size_t>(std::distance(begin(folder), end(folder))) - 1;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", error)) {
+        open.insert(std::stoul(entry.path().filename().string()));
+    }
+    // One of them was the folder's.
+    std::erase_if(open, [](std::size_t number) { return ::fcntl(static_cast<int>(number), F_GETFD) < 0; });
+    return open;
+}
+
+/// The lowest number below which @p count are free.
+std::size_t NumberAfter(const std::set<std::size_t>& open, std::size_t count) {
+    std::size_t number = 0;
+    for (; count > 0; ++number) {
+        count -= open.count(number) == 0 ? 1 : 0;
+    }
+    return number;
 }
 
 /// How many descriptors this process may have, after an attempt at @p wanted.
@@ -42,25 +55,14 @@ std::size_t RaiseTo(std::size_t wanted) {
 }  // namespace
 
 void DescriptorLimit::Begin(std::size_t connections) {
-    const std::size_t open = CountOpen();
-    const std::size_t wanted = open + connections;
+    const std::set<std::size_t> open = FindOpen();
+    const std::size_t wanted = NumberAfter(open, connections);
     const std::size_t allowed = RaiseTo(wanted + c_reserve);
-    const std::size_t usable = allowed > c_reserve ? allowed - c_reserve : 0;
-    if (usable < wanted) {
-        qstd::LogWarning("The registry server can have " + std::to_string(usable > open ? usable - open : 0) +
-                         " connections instead of " + std::to_string(connections) + ": this process may open only " +
-                         std::to_string(allowed) + " files");
+    if (allowed < wanted + c_reserve) {
+        qstd::LogWarning("The registry server may have fewer than " + std::to_string(connections) +
+                         " connections at a time: this process may open only " + std::to_string(allowed) + " files");
     }
-    m_limit = std::min(usable, wanted);
-}
-
-bool DescriptorLimit::IsRoom() const noexcept {
-    const int lowestFree = ::eventfd(0, EFD_CLOEXEC);
-    if (lowestFree < 0) {
-        return false;
-    }
-    ::close(lowestFree);
-    return static_cast<std::size_t>(lowestFree) <= m_limit;
+    m_limit = std::min(allowed > c_reserve ? allowed - c_reserve : 0, wanted);
 }
 
 }  // namespace qreg::corba

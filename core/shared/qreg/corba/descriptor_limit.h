@@ -5,9 +5,9 @@
 
 namespace qreg::corba {
 
-/// Whether one more connection may stay: by the number of open descriptors, because the transport does not tell when a
-/// connection ends. New descriptors take the lowest free number, so the lowest free number is at most the count, and
-/// equal to it once the gaps are filled.
+/// Whether one more connection may stay. The transport does not tell when a connection ends, so it goes by the open
+/// descriptors: a new one takes the lowest free number, and so many numbers are free below the limit as there may be
+/// connections.
 class DescriptorLimit {
 public:
     /// Descriptors that are kept for the rest of the program: logs, boards, a look into /proc.
@@ -17,11 +17,11 @@ public:
     /// allowed. Says so in the log when that is not enough.
     void Begin(std::size_t connections);
 
-    /// Whether a connection that was accepted just now may stay. Any thread; costs two system calls.
-    bool IsRoom() const noexcept;
+    /// Whether a connection whose descriptor has the number @p descriptor may stay. Any thread.
+    bool IsRoomFor(int descriptor) const noexcept { return static_cast<std::size_t>(descriptor) < m_limit; }
 
 private:
-    std::atomic<std::size_t> m_limit{0};
+    std::atomic<std::size_t> m_limit{0};  ///< connections have lower numbers
 };
 
 }  // namespace qreg::corba

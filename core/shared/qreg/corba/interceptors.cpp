@@ -5,6 +5,7 @@
 #include <omniORB4/CORBA.h>
 #include <omniORB4/minorCode.h>
 #include <omniORB4/omniInterceptors.h>
+#include <omniORB4/tcpConnection.h>
 // In this order: the last one does not include what it needs.
 #include <omniORB4/internal/giopStrand.h>
 #include <omniORB4/internal/giopStream.h>
@@ -26,7 +27,8 @@ std::string TextOf(const char* text) {
 }
 
 CORBA::Boolean OnAccept(Interceptors::serverAcceptConnection_T::info_T& info) {
-    if (!g_limit->IsRoom()) {
+    const auto* const connection = dynamic_cast<omni::tcpConnection*>(info.strand.connection);
+    if (connection == nullptr || !g_limit->IsRoomFor(connection->handle())) {
         g_log->Warning("Refused a connection from " + AddressIn(TextOf(info.peeraddress())) +
                        ": there are as many connections as the registry server may have");
         info.reject = 1;
