@@ -54,11 +54,19 @@ struct Sensor {
     }
 };
 
+/// The columns of what stands below one node.
+struct Widths {
+    std::size_t name = 0, sensorName = 0, reading = 0;
+};
+
 /// A node, with what is needed to write its line.
 struct Line {
-    const TreeItem* item;
+    const TreeItem* item = nullptr;
+    std::size_t parent = 0;             // place of its line; that of the first is its own
     std::vector<std::size_t> children;  // places of their lines
     std::optional<Sensor> sensor;
+    Widths below;
+    bool isHidden = false;  // a sensor's line says it
 };
 
 class Writer {
@@ -68,27 +76,39 @@ public:
         m_lines.reserve(items.size());
         for (const TreeItem& item : items) {
             above.resize(std::min(above.size(), item.depth));
+            Line line;
+            line.item = &item;
             if (!above.empty()) {
+                line.parent = above.back();
                 m_lines[above.back()].children.push_back(m_lines.size());
             }
             above.push_back(m_lines.size());
-            m_lines.push_back({&item, {}, {}});
+            m_lines.push_back(std::move(line));
         }
         for (Line& line : m_lines) {
             line.sensor = ToSensor(line);
         }
+        for (Line& line : m_lines) {
+            line.below = WidthsBelow(line);
+        }
     }
 
     std::string Write() {
-        if (m_lines.empty()) {
-            return {};
-        }
-        const Line& top = m_lines.front();
-        if (top.item->path.empty()) {
-            WriteBelow(top, 0);
-        } else {
-            WriteLine(top, Width(top.item->info.name), 0, 0);
-            WriteBelow(top, 1);
+        const bool isFromRoot = !m_lines.empty() && m_lines.front().item->path.empty();
+        for (std::size_t i = isFromRoot ? 1 : 0; i < m_lines.size(); ++i) {
+            Line& line = m_lines[i];
+            const Line& parent = m_lines[line.parent];
+            line.isHidden = parent.isHidden || (parent.sensor && line.parent != 0);
+            if (line.isHidden) {
+                continue;
+            }
+            const std::size_t level = line.item->depth - (isFromRoot ? 1 : 0);
+            if (line.sensor && i != 0) {
+                WriteSensor(line, parent.below, level);
+            } else {
+                WriteLine(line, i == 0 ? Width(line.item->info.name) : parent.below.name, level,
+                          i != 0 && parent.sensor ? &*parent.sensor : nullptr);
+            }
         }
         return std::move(m_text);
     }
@@ -126,34 +146,25 @@ private:
         return sensor;
     }
 
-    void WriteBelow(const Line& parent, std::size_t level) {
-        std::size_t names = 0, sensorNames = 0, readings = 0;
+    Widths WidthsBelow(const Line& parent) const {
+        Widths widths;
         for (const std::size_t place : parent.children) {
             const Line& line = m_lines[place];
             if (line.sensor || HasValue(*line.item)) {
-                names = std::max(names, Width(line.item->info.name));
+                widths.name = std::max(widths.name, Width(line.item->info.name));
             }
             if (line.sensor) {
-                sensorNames = std::max(sensorNames, Width(line.sensor->name));
-                readings = std::max(readings, Width(line.sensor->reading));
+                widths.sensorName = std::max(widths.sensorName, Width(line.sensor->name));
+                widths.reading = std::max(widths.reading, Width(line.sensor->reading));
             }
         }
-        for (const std::size_t place : parent.children) {
-            const Line& line = m_lines[place];
-            if (line.sensor) {
-                WriteSensor(line, level, names, sensorNames, readings);
-            } else {
-                WriteLine(line, names, level, parent.sensor ? &*parent.sensor : nullptr);
-                WriteBelow(line, level + 1);
-            }
-        }
+        return widths;
     }
 
-    void WriteSensor(const Line& line, std::size_t level, std::size_t names, std::size_t sensorNames,
-                     std::size_t readings) {
-        std::string text = Padded(qstd::OneLine(line.item->info.name), names + c_gap);
-        text += Padded(line.sensor->name, sensorNames + c_gap);
-        text += Padded(line.sensor->reading, readings + c_gap) + line.sensor->Mark(m_hasColour);
+    void WriteSensor(const Line& line, const Widths& widths, std::size_t level) {
+        std::string text = Padded(qstd::OneLine(line.item->info.name), widths.name + c_gap);
+        text += Padded(line.sensor->name, widths.sensorName + c_gap);
+        text += Padded(line.sensor->reading, widths.reading + c_gap) + line.sensor->Mark(m_hasColour);
         Put(text, level);
     }
 

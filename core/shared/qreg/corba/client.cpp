@@ -173,7 +173,7 @@ public:
     }
 
     std::string OpenLocalView(const std::vector<std::string>& paths) {
-        const std::string id = "local-" + std::to_string(++m_lastLocalView);
+        std::string id = "local-" + std::to_string(++m_lastLocalView);
         m_localViews[id] = paths;
         return id;
     }
