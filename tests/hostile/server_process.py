@@ -19,6 +19,10 @@ SANITIZER_REPORT = re.compile(r"(AddressSanitizer|LeakSanitizer|ThreadSanitizer|
                               r"==\d+== *(Invalid|Conditional|Use of|Syscall param|Process terminating))")
 
 
+# What the ORB is known to keep, see right_then_wrong in attack_messages.py.
+LEAKS = f"suppressions={pathlib.Path(__file__).resolve().parent / 'lsan.supp'}:print_suppressions=0"
+
+
 class Failure(Exception):
     """What a test found wrong."""
 
@@ -57,8 +61,8 @@ class ServerProcess:
         if self.sanitizer == "valgrind":
             command = ["valgrind", "--quiet", "--error-exitcode=99", *command]
         with open(self.out, "wb") as out, open(self.err, "wb") as err:
-            self.process = subprocess.Popen(command, stdout=out, stderr=err, stdin=subprocess.DEVNULL,
-                                            preexec_fn=limit, cwd=folder)
+            self.process = subprocess.Popen(command, stdout=out, stderr=err, stdin=subprocess.DEVNULL, cwd=folder,
+                                            preexec_fn=limit, env=dict(os.environ, LSAN_OPTIONS=LEAKS))
         self.port = None
         wait_until(lambda: self.read_port() or self.process.poll() is not None, start_seconds * self.slowness)
         if self.port is None:
