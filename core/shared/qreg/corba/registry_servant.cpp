@@ -7,12 +7,14 @@
 #include <utility>
 #include <vector>
 
+#include <omniORB4/callHandle.h>
+
 #include "qnode/local_node_structure.h"
-#include "qreg/corba/callback_reference.h"
 #include "qreg/corba/interceptors.h"
 #include "qreg/corba/pages.h"
 #include "qreg/corba/random_id.h"
 #include "qreg/corba/room.h"
+#include "qreg/corba/subscribe_to_call.h"
 #include "qreg/corba/wire.h"
 #include "qstd/strings.h"
 
@@ -208,7 +210,21 @@ void RegistryServant::RefuseStranger(const char* path, const qnode::Value& value
     });
 }
 
-::reg::Lease* RegistryServant::subscribe_to(const ::reg::Filter& filter, ::reg::Listener_ptr listener) {
+CORBA::Boolean RegistryServant::_dispatch(omniCallHandle& handle) {
+    if (handle.operation_name() != SubscribeToCall::c_name) {
+        return POA_reg::Registry_1_1::_dispatch(handle);
+    }
+    SubscribeToCall call(
+        [this](const ::reg::Filter& filter, const ListenerAddress& listener) { return SubscribeTo(filter, listener); });
+    handle.upcall(this, call);
+    return 1;
+}
+
+::reg::Lease* RegistryServant::subscribe_to(const ::reg::Filter& /*filter*/, ::reg::Listener_ptr /*listener*/) {
+    throw CORBA::NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
+}
+
+::reg::Lease* RegistryServant::SubscribeTo(const ::reg::Filter& filter, const ListenerAddress& listener) {
     return Do(nullptr, [&] {
         if (!m_offersPush) {
             throw RegistryError(ErrorCode_e::not_offered, {}, "This server calls no listeners: poll instead");

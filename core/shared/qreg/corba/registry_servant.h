@@ -8,6 +8,7 @@
 
 #include "qreg/access.h"
 #include "qreg/corba/batch.h"
+#include "qreg/corba/callback_reference.h"
 #include "qreg/corba/limited_log.h"
 #include "qreg/corba/push.h"
 #include "qreg/corba/running_writes.h"
@@ -32,6 +33,9 @@ public:
     /// Ends the deliveries to listeners; waits for calls that run.
     void StopPush();
 
+    /// Takes subscribe_to in its own way, see SubscribeToCall.
+    CORBA::Boolean _dispatch(omniCallHandle& handle) override;
+
     ::reg::ServerInfo* hello(const char* client) override;
     ::reg::NodeInfo* describe(const char* path) override;
     ::reg::NodeInfoSeq* children(const char* path, CORBA::ULong start) override;
@@ -41,6 +45,7 @@ public:
     void set(const char* path, const ::reg::NewValue& value) override;
     ::reg::OutcomeSeq* set_many(const ::reg::AssignmentSeq& assignments) override;
     ::reg::Lease* subscribe(const ::reg::Filter& filter) override;
+    /// Never called: its requests are answered by SubscribeTo.
     ::reg::Lease* subscribe_to(const ::reg::Filter& filter, ::reg::Listener_ptr listener) override;
     ::reg::Batch* poll(const char* id, CORBA::ULongLong received, CORBA::ULong max, CORBA::ULong waitMs) override;
     CORBA::ULong renew(const char* id) override;
@@ -50,6 +55,8 @@ public:
     void close_view(const char* id) override;
 
 private:
+    ::reg::Lease* SubscribeTo(const ::reg::Filter& filter, const ListenerAddress& listener);
+
     /// Calls @p answer and translates what it throws. @param path the node in question, null for none
     template <class Answer>
     auto Do(const char* path, Answer&& answer) const -> decltype(answer());
