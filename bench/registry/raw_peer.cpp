@@ -152,10 +152,14 @@ void CountingRelay::Run(int serverPort) {
     while (::poll(sources.data(), sources.size(), -1) > 0 && sources[2].revents == 0) {
         const bool isRequest = sources[0].revents != 0;
         const ssize_t got = ::recv(isRequest ? client : server, data.data(), data.size(), 0);
-        if (got <= 0 || !Send(isRequest ? server : client, data.data(), static_cast<std::size_t>(got))) {
+        if (got <= 0) {
             break;
         }
+        // Counted before the receiver can act on it.
         (isRequest ? m_requestBytes : m_replyBytes) += static_cast<std::size_t>(got);
+        if (!Send(isRequest ? server : client, data.data(), static_cast<std::size_t>(got))) {
+            break;
+        }
     }
     ::close(client);
     ::close(server);

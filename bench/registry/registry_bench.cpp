@@ -2,7 +2,7 @@
 // that take turns, because machines are noisy: only the ratios say something. Longer than other sources because it is a
 // list of measurements that share one setting.
 //
-// usage: registry_bench [ROUNDS]
+// usage: registry_bench [ROUNDS [one|eight|thousand|snapshots|notifications]]
 
 #include <signal.h>
 #include <stdlib.h>
@@ -32,11 +32,20 @@ constexpr std::size_t c_boards = 50;
 constexpr std::size_t c_sensors = 100;  // a board: 5,000 sensors, 55,000 leaves
 constexpr std::size_t c_many = 1000;
 
-/// Puts this process and its children, every thread of them, on one core, or on all again.
-void Pin(bool isPinned) {
-    const std::string mask = isPinned ? "1" : "ffffffff";
-    const std::string command =
-        "for p in $PPID $(pgrep -P $PPID); do taskset -ap " + mask + " $p >/dev/null 2>&1; done; true";
+/// Which cores the two ends of a connection run on.
+enum class Cores_e {
+    one,    ///< both on the same: what a call costs, without the waking of another core
+    apart,  ///< each on its own
+    any,    ///< wherever the system puts them
+};
+
+/// Moves this process and its children, every thread of them.
+void Pin(Cores_e cores) {
+    const std::string mine = cores == Cores_e::any ? "ffffffff" : "1";
+    const std::string theirs = cores == Cores_e::apart ? "2" : mine;
+    const std::string command = "taskset -ap " + mine +
+                                " $PPID >/dev/null; for p in $(pgrep -P $PPID); do taskset -ap " + theirs +
+                                " $p >/dev/null 2>&1; done; true";
     if (std::system(command.c_str()) != 0) {
         throw std::runtime_error("cannot pin to a core");
     }
@@ -121,7 +130,7 @@ public:
             BytesOf([&](reg::Registry_1_1_ptr relayed) { reg::Reading_var(relayed->get(path.c_str())); });
         std::printf("\none value by path, %zu -> %zu bytes, one client, both ends on one core: median us (p99)\n",
                     request, reply);
-        Pin(true);
+        Pin(Cores_e::one);
         bench::RawClient raw(m_raw.GetPort(), request, reply);
         const std::function<void()> readProperty = m_dbus.MakeReader();
         Samples rawTimes;
@@ -132,7 +141,7 @@ public:
             getTimes.Add(bench::Time(4000, get));
             dbusTimes.Add(bench::Time(1000, readProperty));
         }
-        Pin(false);
+        Pin(Cores_e::any);
         Show("raw", rawTimes, rawTimes);
         Show("registry get", getTimes, rawTimes);
         Show("D-Bus property (sd-bus)", dbusTimes, rawTimes);
@@ -168,7 +177,7 @@ public:
         reg::PathSeq paths;
         paths.length(c_many);
         for (CORBA::ULong index = 0; index < c_many; ++index) {
-            paths[index] = bench::ValuePath(index % c_boards, index / c_boards).c_str();
+            paths[index] = bench::ValuePath(index / c_sensors, index % c_sensors).c_str();
         }
         Bulk("a thousand values in one call", 4.0, 300,
              [&](reg::Registry_1_1_ptr registry) { reg::OutcomeSeq_var(registry->get_many(paths)); });
@@ -273,16 +282,21 @@ private:
     void Bulk(const char* name, double goal, std::size_t count, const Call& call) {
         const auto [request, reply] = BytesOf(call);
         const reg::Registry_1_1_var registry = Resolve(m_registry.GetPort());
-        bench::RawClient raw(m_raw.GetPort(), request, reply);
-        Samples rawTimes;
-        Samples times;
-        for (int round = 0; round < m_rounds; ++round) {
-            rawTimes.Add(bench::Time(count, [&] { raw.Call(); }));
-            times.Add(bench::Time(count, [&] { call(registry); }));
-        }
         std::printf("\n%s, %zu -> %zu bytes: median us (p99); goal %.1f\n", name, request, reply, goal);
-        Show("raw", rawTimes, rawTimes);
-        Show("registry", times, rawTimes);
+        for (const Cores_e cores : {Cores_e::apart, Cores_e::one}) {
+            Pin(cores);
+            bench::RawClient raw(m_raw.GetPort(), request, reply);
+            Samples rawTimes;
+            Samples times;
+            for (int round = 0; round < m_rounds; ++round) {
+                rawTimes.Add(bench::Time(count, [&] { raw.Call(); }));
+                times.Add(bench::Time(count, [&] { call(registry); }));
+            }
+            std::printf(" %s\n", cores == Cores_e::apart ? "each end on a core of its own" : "both ends on one core");
+            Show("raw", rawTimes, rawTimes);
+            Show("registry", times, rawTimes);
+        }
+        Pin(Cores_e::any);
     }
 
     static void Show(const char* name, const Samples& samples, const Samples& raw) {
@@ -307,11 +321,17 @@ int main(int argc, char** argv) {
     }
     {
         Bench bench(argc > 1 ? std::atoi(argv[1]) : 5, folder);
-        bench.OneValue();
-        bench.EightClients();
-        bench.Thousand();
-        bench.Snapshots();
-        bench.Notifications();
+        const std::string only = argc > 2 ? argv[2] : "";
+        const std::vector<std::pair<std::string, void (Bench::*)()>> all{{"one", &Bench::OneValue},
+                                                                         {"eight", &Bench::EightClients},
+                                                                         {"thousand", &Bench::Thousand},
+                                                                         {"snapshots", &Bench::Snapshots},
+                                                                         {"notifications", &Bench::Notifications}};
+        for (const auto& [name, measure] : all) {
+            if (only.empty() || only == name) {
+                (bench.*measure)();
+            }
+        }
     }
     return std::system(("rm -r " + std::string(folder)).c_str());
 }

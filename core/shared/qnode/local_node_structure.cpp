@@ -1,5 +1,6 @@
 #include "qnode/local_node_structure.h"
 
+#include <array>
 #include <functional>
 #include <mutex>
 
@@ -19,13 +20,14 @@ std::uint32_t HashOf(std::string_view name) noexcept {
 }  // namespace
 
 /// An array that is filled from the front. When it is full a larger one takes its place; the smaller stays for those
-/// who still read it.
+/// who still read it. A few children, as almost all nodes have, stand in the object itself: one piece of memory.
 struct LocalNodeStructure::Children {
-    explicit Children(std::size_t theCapacity)
-        : capacity(theCapacity),
-          nodes(std::make_unique<std::shared_ptr<TreeNode>[]>(theCapacity)),
-          hashes(std::make_unique<std::uint32_t[]>(theCapacity)) {
+    explicit Children(std::size_t theCapacity) : capacity(theCapacity) {
         if (capacity > c_firstCapacity) {
+            manyNodes = std::make_unique<std::shared_ptr<TreeNode>[]>(capacity);
+            nodes = manyNodes.get();
+            manyHashes = std::make_unique<std::uint32_t[]>(capacity);
+            hashes = manyHashes.get();
             constexpr std::size_t c_room = 2;
             std::size_t places = 1;
             while (places < c_room * capacity) {
@@ -78,10 +80,14 @@ struct LocalNodeStructure::Children {
 
     const std::size_t capacity;
     std::atomic<std::size_t> size{0};
-    std::unique_ptr<std::shared_ptr<TreeNode>[]> nodes;
-    std::unique_ptr<std::uint32_t[]> hashes;              ///< of the names, by index
+    std::uint32_t* hashes = fewHashes.data();  ///< of the names, by index
+    std::shared_ptr<TreeNode>* nodes = fewNodes.data();
     std::unique_ptr<std::atomic<std::uint32_t>[]> table;  ///< of many children: index + 1 by hash, 0 is free
     std::size_t mask = 0;                                 ///< places of the table - 1
+    std::array<std::uint32_t, c_firstCapacity> fewHashes{};
+    std::array<std::shared_ptr<TreeNode>, c_firstCapacity> fewNodes;
+    std::unique_ptr<std::uint32_t[]> manyHashes;
+    std::unique_ptr<std::shared_ptr<TreeNode>[]> manyNodes;
     std::unique_ptr<Children> smaller;
 };
 
