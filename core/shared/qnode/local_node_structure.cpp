@@ -115,7 +115,7 @@ void LocalNodeStructure::Append(const std::shared_ptr<TreeNode>& child) {
     Children* children = m_children.load(std::memory_order_relaxed);
     if (children == nullptr || children->size.load(std::memory_order_relaxed) == children->capacity) {
         auto larger = std::make_unique<Children>(children == nullptr ? c_firstCapacity : 2 * children->capacity);
-        const std::size_t count = CountChildren();
+        const std::size_t count = children == nullptr ? 0 : children->capacity;
         for (std::size_t index = 0; index < count; ++index) {
             larger->Append(children->nodes[index]);
         }

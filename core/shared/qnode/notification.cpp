@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "qstd/clock.h"
+
 namespace qstd {
 
 using qnode::enums::NotificationType_e;
@@ -64,7 +66,7 @@ bool Listening::IsAnyInterested() noexcept {
 
 void Listening::Tell(const TreeNode& node, NotificationType type, const qstd::Any& value) {
     const TreeNode* root = nullptr;
-    const Notification notification{node.GetPath(&root), type, std::chrono::system_clock::now(), value};
+    const Notification notification{node.GetPath(&root), type, qstd::Clock::Get().SystemNow(), value};
     Listenings& listenings = TheListenings();
     const std::shared_lock guard(listenings.mutex);
     for (const Listening* const listening : listenings.all) {

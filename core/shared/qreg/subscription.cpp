@@ -80,11 +80,14 @@ Subscription::Subscription(std::string id, const Filter& filter, const Access& a
 
 bool Subscription::Put(const qnode::Notification& notification, Instant now, EventPtr& event) {
     const auto type = static_cast<std::uint16_t>(notification.type);
-    if (!WantsType(m_filter, type) || !WantsPath(m_filter, notification.path)) {
+    if (!WantsType(m_filter, type)) {
         return false;
     }
     EventPtr dropped;  // destroyed after the lock is let go
     const std::lock_guard guard(m_mutex);
+    if (m_end) {
+        return false;
+    }
     Settle(now);
     if (m_isDormant) {
         Lose(1);

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "qnode/notification.h"
@@ -38,8 +39,12 @@ public:
 
     const std::string& GetId() const noexcept { return m_id; }
 
-    /// Puts an event into the queue when the filter wants it. Never waits for more than the exchange of some pointers.
-    /// @param event shared by all subscriptions; made by the first one that wants it
+    /// Whether the filter takes in @p path.
+    bool Wants(std::string_view path) const noexcept { return WantsPath(m_filter, path); }
+
+    /// Puts an event, whose path it wants, into the queue when its type is wanted too. Never waits for more than the
+    /// exchange of some pointers.
+    /// @param event shared by all subscriptions; made by the first one that takes it
     /// @return whether Attend() is to be called, by another thread
     bool Put(const qnode::Notification& notification, Instant now, EventPtr& event);
 
@@ -62,6 +67,8 @@ public:
     bool IsOverdue(Instant now);
 
 private:
+    static constexpr std::size_t c_cacheLine = 64;
+
     class Presence;
     class Filling;
 
@@ -83,27 +90,29 @@ private:
     const std::string m_id;
     const Filter m_filter;
     const Access& m_access;
-    std::atomic<bool> m_isCalling{false};  ///< Attend() is asked for
 
-    std::mutex m_mutex;  ///< guards all below
-    std::condition_variable m_changed;
+    // What an emission uses stands together in the first cache lines: other processors had it last.
+    alignas(c_cacheLine) std::mutex m_mutex;  ///< guards all below but m_isCalling
+    int m_sleepers = 0;                       ///< polls that wait
+    int m_polls = 0;                          ///< running: the lease does not run out meanwhile
+    std::atomic<bool> m_isCalling{false};     ///< Attend() is asked for
+    bool m_isDormant = false;
+    bool m_isPresentDue = false;  ///< present values are to be delivered, once more perhaps
+    bool m_isFilling = false;     ///< a poll moves events to m_sent, the mutex let go
+    std::optional<ErrorCode_e> m_end;
+    Instant m_leaseEnd;
     std::deque<EventPtr> m_waiting;
+    std::size_t m_backlog = 0;  ///< events of m_waiting to deliver before present values come once more
+    std::uint64_t m_next = 1;   ///< number of the next event
+    std::uint64_t m_lost = 0;
+
+    std::uint64_t m_lostTold = 0;  ///< the subscriber knows of so many
+    std::uint64_t m_ticket = 0;    ///< of the newest poll; older ones end
+    std::condition_variable m_changed;
     std::deque<EventPtr> m_sent;
     std::deque<EventPtr> m_discarded;     ///< given up by an emission; freed by another thread
     std::vector<std::uint64_t> m_unsure;  ///< numbers of events that were sent and given up: received or lost
     std::optional<PresentWalk> m_walk;    ///< the present values that are being delivered; used by who fills
-    bool m_isPresentDue = false;          ///< they are to be delivered, once more perhaps
-    std::size_t m_backlog = 0;            ///< events of m_waiting to deliver before they are once more
-    std::uint64_t m_next = 1;             ///< number of the next event
-    std::uint64_t m_lost = 0;
-    std::uint64_t m_lostTold = 0;  ///< the subscriber knows of so many
-    std::uint64_t m_ticket = 0;    ///< of the newest poll; older ones end
-    int m_polls = 0;               ///< running: the lease does not run out meanwhile
-    int m_sleepers = 0;            ///< polls that wait
-    bool m_isFilling = false;      ///< a poll moves events to m_sent, the mutex let go
-    bool m_isDormant = false;
-    Instant m_leaseEnd;
-    std::optional<ErrorCode_e> m_end;
 };
 
 }  // namespace qreg

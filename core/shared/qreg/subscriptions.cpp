@@ -11,6 +11,7 @@
 #include <thread>
 #include <utility>
 
+#include "qreg/subscribers.h"
 #include "qreg/subscription.h"
 #include "qstd/clock.h"
 #include "qstd/thread_name.h"
@@ -20,7 +21,6 @@ namespace qreg {
 namespace {
 
 using Instant = Subscription::Instant;
-using Subscribers = std::vector<std::shared_ptr<Subscription>>;
 
 /// 128 random bits in hexadecimal.
 std::string MakeId() {
@@ -93,7 +93,7 @@ private:
 
     void WakePolls();
     std::shared_ptr<const Subscribers> List() const;
-    void Replace(Subscribers subscribers);
+    void Replace(Subscribers::List subscribers);
     void RemoveOverdue();
     void Remove(const std::shared_ptr<Subscription>& subscription);
     void MakePlace();
@@ -101,11 +101,13 @@ private:
     const Access m_access;
     const SubscriptionLimits m_limits;
 
-    std::mutex m_changes;  ///< held by who changes the list
+    std::mutex m_changes;  ///< held by who changes the list; guards m_retired
+    /// Lists that were replaced. They stay until no emission uses them, which would have to free the last one.
+    std::vector<std::shared_ptr<const Subscribers>> m_retired;
     std::atomic<bool> m_isStopping{false};
 
     mutable std::mutex m_listMutex;  ///< guards the pointer; the list itself never changes
-    std::shared_ptr<const Subscribers> m_list = std::make_shared<const Subscribers>();
+    std::shared_ptr<const Subscribers> m_list = std::make_shared<const Subscribers>(Subscribers::List());
 
     std::atomic<int> m_call{c_idle};  ///< what m_waker is to do
     std::thread m_waker;
@@ -118,21 +120,22 @@ std::shared_ptr<const Subscribers> Subscriptions::Impl::List() const {
 }
 
 /// Under m_changes.
-void Subscriptions::Impl::Replace(Subscribers subscribers) {
+void Subscriptions::Impl::Replace(Subscribers::List subscribers) {
     auto list = std::make_shared<const Subscribers>(std::move(subscribers));
-    const bool hasInterest = !list->empty();
+    const bool hasInterest = !list->GetAll().empty();
     {
         const std::lock_guard guard(m_listMutex);
         m_list.swap(list);
     }
-    if (list->empty() == hasInterest) {
+    if (list->GetAll().empty() == hasInterest) {
         m_listening->SetInterest(hasInterest);
     }
+    m_retired.push_back(std::move(list));
 }
 
 /// Under m_changes.
 void Subscriptions::Impl::Remove(const std::shared_ptr<Subscription>& subscription) {
-    Subscribers subscribers = *List();
+    Subscribers::List subscribers = List()->GetAll();
     if (const auto place = std::find(subscribers.begin(), subscribers.end(), subscription);
         place != subscribers.end()) {
         subscribers.erase(place);
@@ -141,28 +144,29 @@ void Subscriptions::Impl::Remove(const std::shared_ptr<Subscription>& subscripti
     subscription->End(ErrorCode_e::no_such_subscription);
 }
 
-/// Under m_changes.
+/// Ends those that were dormant for too long, and frees what is no longer used. Under m_changes.
 void Subscriptions::Impl::RemoveOverdue() {
     const auto now = qstd::Clock::Get().SteadyNow();
     const auto list = List();
-    for (const auto& subscription : *list) {
+    for (const auto& subscription : list->GetAll()) {
         if (subscription->IsOverdue(now)) {
             Remove(subscription);
         }
     }
+    std::erase_if(m_retired, [](const auto& retired) { return retired.use_count() == 1; });
 }
 
 /// Makes sure that there is a place for one more. Under m_changes.
 void Subscriptions::Impl::MakePlace() {
     RemoveOverdue();
     const auto list = List();
-    if (list->size() < m_limits.subscriptions) {
+    if (list->GetAll().size() < m_limits.subscriptions) {
         return;
     }
     const auto now = qstd::Clock::Get().SteadyNow();
     std::shared_ptr<Subscription> longest;
     Instant longestSince = Instant::max();
-    for (const auto& subscription : *list) {
+    for (const auto& subscription : list->GetAll()) {
         const auto since = subscription->DormantSince(now);
         if (since && *since < longestSince) {
             longest = subscription;
@@ -191,7 +195,7 @@ Lease Subscriptions::Impl::Subscribe(const Filter& filter) {
         ThrowStopping();
     }
     MakePlace();
-    Subscribers subscribers = *List();
+    Subscribers::List subscribers = List()->GetAll();
     subscribers.push_back(std::make_shared<Subscription>(MakeId(), granted, m_access, qstd::Clock::Get().SteadyNow()));
     Lease lease{subscribers.back()->GetId(), granted.lease, granted.queueLimit};
     Replace(std::move(subscribers));
@@ -203,9 +207,10 @@ std::shared_ptr<Subscription> Subscriptions::Impl::Find(const std::string& id) c
         ThrowStopping();
     }
     const auto list = List();
-    const auto found = std::find_if(list->begin(), list->end(),
-                                    [&id](const auto& subscription) { return subscription->GetId() == id; });
-    if (found == list->end() || (*found)->IsOverdue(qstd::Clock::Get().SteadyNow())) {
+    const Subscribers::List& all = list->GetAll();
+    const auto found =
+        std::find_if(all.begin(), all.end(), [&id](const auto& subscription) { return subscription->GetId() == id; });
+    if (found == all.end() || (*found)->IsOverdue(qstd::Clock::Get().SteadyNow())) {
         ThrowNoSubscription(id);
     }
     return *found;
@@ -228,7 +233,8 @@ void Subscriptions::Impl::Stop() {
         return;
     }
     m_listening->SetInterest(false);
-    for (const auto& subscription : *List()) {
+    const auto list = List();
+    for (const auto& subscription : list->GetAll()) {
         subscription->End(ErrorCode_e::stopping);
     }
 }
@@ -236,8 +242,9 @@ void Subscriptions::Impl::Stop() {
 std::size_t Subscriptions::Impl::Count() const {
     const auto now = qstd::Clock::Get().SteadyNow();
     const auto list = List();
+    const Subscribers::List& all = list->GetAll();
     return static_cast<std::size_t>(std::count_if(
-        list->begin(), list->end(), [now](const auto& subscription) { return !subscription->IsOverdue(now); }));
+        all.begin(), all.end(), [now](const auto& subscription) { return !subscription->IsOverdue(now); }));
 }
 
 void Subscriptions::Impl::Put(const qnode::Notification& notification) {
@@ -245,7 +252,8 @@ void Subscriptions::Impl::Put(const qnode::Notification& notification) {
     const auto list = List();
     Subscription::EventPtr event;
     bool isCalling = false;
-    for (const auto& subscription : *list) {
+    Subscribers::Audience buffer;
+    for (Subscription* const subscription : list->FindAudience(notification.path, buffer)) {
         isCalling = subscription->Put(notification, now, event) || isCalling;
     }
     if (isCalling) {
@@ -265,7 +273,7 @@ void Subscriptions::Impl::WakePolls() {
             return;
         }
         const auto list = List();
-        for (const auto& subscription : *list) {
+        for (const auto& subscription : list->GetAll()) {
             subscription->Attend();
         }
         const std::lock_guard guard(m_changes);
