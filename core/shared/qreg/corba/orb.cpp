@@ -22,9 +22,9 @@ namespace qreg::corba {
 
 namespace {
 
-constexpr unsigned long c_stackSize = 256 * 1024;  ///< of the thread of each connection
-constexpr std::size_t c_leastMessage = 8192;       ///< what the ORB allows
-constexpr std::size_t c_messagesPerMinute = 5;     ///< of the ORB
+constexpr unsigned long c_stackSize = 256UL * 1024;  ///< of the thread of each connection
+constexpr std::size_t c_leastMessage = 8192;         ///< what the ORB allows
+constexpr std::size_t c_messagesPerMinute = 5;       ///< of the ORB
 
 LimitedLog* g_orbLog = nullptr;
 
@@ -88,6 +88,8 @@ void Orb::Initialise(const ServerSettings& settings, const Endpoint& endpoint) {
         {"threadPerConnectionPolicy", "1"},
         {"maxServerThreadPerConnection", "1"},
         {"idleThreadTimeout", "5"},
+        // How often the thread that accepts looks around when nothing happens, in microseconds.
+        {"connectionWatchPeriod", "1000000"},
         // A message that does not get on, either way, ends its connection; so does a while without any.
         {"serverCallTimeOutPeriod", "10000"},
         {"inConScanPeriod", idle.c_str()},

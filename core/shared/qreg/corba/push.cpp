@@ -26,7 +26,7 @@ Lease Push::Subscribe(const Filter& filter, const ::reg::Listener_var& listener)
         throw RegistryError(ErrorCode_e::limit, {},
                             "There are " + std::to_string(c_most) + " listeners already, the most of this server");
     }
-    const Lease lease = m_subscriptions.Subscribe(filter);
+    Lease lease = m_subscriptions.Subscribe(filter);
     omniORB::setClientCallTimeout(listener.in(), c_callMs);
     auto delivery = std::make_unique<Delivery>();
     delivery->id = lease.id;

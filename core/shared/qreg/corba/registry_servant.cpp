@@ -49,7 +49,7 @@ RegistryServant::RegistryServant(const ServerSettings& settings, const Access& a
       m_offersPush(settings.push),
       m_maxMessage(std::max(settings.maxMessage, c_leastMessage)),
       m_room(RoomOf(settings)),
-      m_pageRoom(std::min<std::size_t>(m_maxMessage / 4, 512 * 1024)),
+      m_pageRoom(std::min<std::size_t>(m_maxMessage / 4, 512UL * 1024)),
       m_limits(settings.subscriptions),
       m_format{RandomId(), m_pageRoom},
       m_refusals(c_refusalsPerMinute),
