@@ -52,19 +52,25 @@ std::shared_ptr<qnode::TreeNode> MakeNumber(const std::string& name, double valu
     return qnode::factory::Create<qnode::LocalNodeStructure, Number>(name, value);
 }
 
+std::shared_ptr<qnode::TreeNode> MakeBoard(const std::string& name, std::size_t sensors) {
+    const auto board = MakeContainer(name);
+    const auto folder = board->Add(MakeContainer("sensors"));
+    for (std::size_t sensor = 0; sensor < sensors; ++sensor) {
+        const auto node = folder->Add(MakeContainer("ID_" + std::to_string(sensor)));
+        for (const std::string leaf : c_leaves) {
+            const bool isText = leaf == "name" || leaf == "type" || leaf == "units";
+            node->Add(isText ? qnode::factory::Create<qnode::LocalNodeStructure, Label>(leaf)
+                             : MakeNumber(leaf, 48.25 + static_cast<double>(sensor)));
+        }
+    }
+    return board;
+}
+
 std::shared_ptr<qnode::TreeNode> MakeTree(std::size_t boards, std::size_t sensors) {
     const auto root = MakeContainer("registry");
     const auto all = root->Add(MakeContainer("boards"));
     for (std::size_t board = 0; board < boards; ++board) {
-        const auto folder = all->Add(MakeContainer("B" + std::to_string(board)))->Add(MakeContainer("sensors"));
-        for (std::size_t sensor = 0; sensor < sensors; ++sensor) {
-            const auto node = folder->Add(MakeContainer("ID_" + std::to_string(sensor)));
-            for (const std::string leaf : c_leaves) {
-                const bool isText = leaf == "name" || leaf == "type" || leaf == "units";
-                node->Add(isText ? qnode::factory::Create<qnode::LocalNodeStructure, Label>(leaf)
-                                 : MakeNumber(leaf, 48.25 + static_cast<double>(sensor)));
-            }
-        }
+        all->Add(MakeBoard("B" + std::to_string(board), sensors));
     }
     return root;
 }

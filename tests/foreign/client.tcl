@@ -65,6 +65,14 @@ proc children_of {registry path} {
     return $names
 }
 
+# No value: an octet is a character here.
+set none [list 0 \x00]
+
+# Why a value of many could not be had, as an error code; 0 when it is there.
+proc code_of {val} {
+    return [expr {[lindex $val 0] == 1 ? [dict get [lindex $val 1] code] : 0}]
+}
+
 # The whole subtree, however many pages it takes: a list of path, code, value and so on.
 proc tree_below {registry path {limit 0}} {
     set found {}
@@ -81,7 +89,10 @@ proc tree_below {registry path {limit 0}} {
                 set names [concat [lrange $names 0 [expr {$depth - 2}]] [list $name]]
                 set here [join [concat [expr {$path eq "" ? {} : [list $path]}] $names] /]
             }
-            lappend found $here [dict get $item code] [dict get $item val]
+            # Nothing to read is an empty value.
+            set val [dict get $item val]
+            set code [expr {[lindex $val 0] == 0 ? 3 : [code_of $val]}]
+            lappend found $here $code [expr {$code == 0 ? $val : $::none}]
         }
         set after [dict get $page next]
         if {$after eq ""} {

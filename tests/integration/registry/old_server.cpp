@@ -115,22 +115,27 @@ public:
         return reading._retn();
     }
 
-    reg::OutcomeSeq* get_many(const reg::PathSeq& paths) override {
-        reg::OutcomeSeq_var outcomes = new reg::OutcomeSeq;
-        outcomes->length(paths.length());
+    /// The node's value, or why there is none.
+    static reg::Value ValueOf(const Node& node) {
+        if (node.code == reg::OK) {
+            return node.value;
+        }
+        reg::Value value;
+        value.failure(reg::Outcome{node.code, node.text.c_str()});
+        return value;
+    }
+
+    reg::ValueSeq* get_many(const reg::PathSeq& paths) override {
+        reg::ValueSeq_var values = new reg::ValueSeq;
+        values->length(paths.length());
         for (CORBA::ULong i = 0; i < paths.length(); ++i) {
-            outcomes[i].val.none(0);
             try {
-                const Node& node = Find(paths[i].in());
-                outcomes[i].code = node.code;
-                outcomes[i].text = node.text.c_str();
-                outcomes[i].val = node.value;
+                values[i] = ValueOf(Find(paths[i].in()));
             } catch (const reg::Error& error) {
-                outcomes[i].code = error.code;
-                outcomes[i].text = error.text;
+                values[i].failure(reg::Outcome{error.code, error.text});
             }
         }
-        return outcomes._retn();
+        return values._retn();
     }
 
     reg::Page* subtree(const char* path, CORBA::ULong depth, CORBA::ULong, const char* after) override {
@@ -171,7 +176,6 @@ public:
         outcomes->length(assignments.length());
         for (CORBA::ULong i = 0; i < assignments.length(); ++i) {
             outcomes[i].code = reg::OK;
-            outcomes[i].val.none(0);
             try {
                 set(assignments[i].where, assignments[i].val);
             } catch (const reg::Error& error) {
@@ -277,9 +281,7 @@ private:
         reg::Item& item = page.items[page.items.length() - 1];
         item.depth = depth;
         item.info = Info(node);
-        item.code = node.code;
-        item.text = node.text.c_str();
-        item.val = node.value;
+        item.val = ValueOf(node);
         page.next = node.path.c_str();
     }
 

@@ -92,18 +92,17 @@ TEST_F(RegistryReading, Children_ComeInPagesOfAThousandInTheirOrder) {
 
 TEST_F(RegistryReading, GetMany_AnswersEachPathForItself) {
     Start();
-    reg::OutcomeSeq_var outcomes =
+    reg::ValueSeq_var outcomes =
         m_registry->get_many(Paths({"values/number", "nowhere", "values/nothing", "values/broken", "values/whole"}));
     ASSERT_EQ(outcomes->length(), 5U);
-    EXPECT_EQ(outcomes[0U].code, reg::OK);
-    EXPECT_EQ(outcomes[0U].val.number(), 1.5);
-    EXPECT_EQ(outcomes[1U].code, reg::NO_SUCH_NODE);
-    EXPECT_THAT(std::string(outcomes[1U].text), HasSubstr("nowhere"));
-    EXPECT_EQ(outcomes[2U].code, reg::NO_VALUE);
-    EXPECT_EQ(outcomes[3U].code, reg::FAILED);
-    EXPECT_STREQ(outcomes[3U].text, "the bus is stuck");
-    EXPECT_EQ(outcomes[4U].val.whole(), 7);
-    reg::OutcomeSeq_var none = m_registry->get_many(Paths({}));
+    EXPECT_EQ(outcomes[0U].number(), 1.5);
+    EXPECT_EQ(outcomes[1U].failure().code, reg::NO_SUCH_NODE);
+    EXPECT_THAT(std::string(outcomes[1U].failure().text), HasSubstr("nowhere"));
+    EXPECT_EQ(outcomes[2U].failure().code, reg::NO_VALUE);
+    EXPECT_EQ(outcomes[3U].failure().code, reg::FAILED);
+    EXPECT_STREQ(outcomes[3U].failure().text, "the bus is stuck");
+    EXPECT_EQ(outcomes[4U].whole(), 7);
+    reg::ValueSeq_var none = m_registry->get_many(Paths({}));
     EXPECT_EQ(none->length(), 0U);
 }
 
@@ -114,13 +113,13 @@ TEST_F(RegistryReading, GetMany_WhatHasNoRoomInAMessageIsToldItemByItem) {
         paths.push_back("texts/text_" + std::to_string(i));
     }
     paths.emplace_back("values/number");
-    reg::OutcomeSeq_var outcomes = m_registry->get_many(Paths(paths));
+    reg::ValueSeq_var outcomes = m_registry->get_many(Paths(paths));
     ASSERT_EQ(outcomes->length(), 11U);
-    EXPECT_EQ(outcomes[0U].code, reg::OK);
-    EXPECT_EQ(outcomes[2U].code, reg::OK);
-    EXPECT_EQ(outcomes[3U].code, reg::LIMIT);
-    EXPECT_STREQ(outcomes[3U].text, "No room: a reply has at most 200000 bytes");
-    EXPECT_EQ(outcomes[10U].code, reg::OK);
+    EXPECT_EQ(outcomes[0U]._d(), reg::TYPE_STRING);
+    EXPECT_EQ(outcomes[2U]._d(), reg::TYPE_STRING);
+    EXPECT_EQ(outcomes[3U].failure().code, reg::LIMIT);
+    EXPECT_STREQ(outcomes[3U].failure().text, "No room: a reply has at most 200000 bytes");
+    EXPECT_EQ(outcomes[10U].number(), 1.5);
 
     const std::vector<std::string> tooMany(4000, "values/number");
     EXPECT_THAT(ErrorOf([&] { m_registry->get_many(Paths(tooMany)); }), HasSubstr("200000 bytes"));
@@ -133,16 +132,16 @@ TEST_F(RegistryReading, Subtree_ParentsBeforeChildrenAndFailuresCostOnlyTheirIte
     EXPECT_STREQ(page->next, "");
     EXPECT_EQ(page->items[0].depth, 0);
     EXPECT_STREQ(page->items[0].info.name, "values");
-    EXPECT_EQ(page->items[0].code, reg::NOT_READABLE);
+    EXPECT_EQ(page->items[0].val._d(), reg::TYPE_EMPTY);
     EXPECT_EQ(page->items[1].depth, 1);
     EXPECT_EQ(page->items[1].val.number(), 1.5);
     EXPECT_STREQ(page->items[3].val.characters(), "grün");
-    EXPECT_EQ(page->items[4].code, reg::NO_VALUE);
-    EXPECT_EQ(page->items[5].code, reg::FAILED);
-    EXPECT_STREQ(page->items[5].text, "the bus is stuck");
+    EXPECT_EQ(page->items[4].val.failure().code, reg::NO_VALUE);
+    EXPECT_EQ(page->items[5].val.failure().code, reg::FAILED);
+    EXPECT_STREQ(page->items[5].val.failure().text, "the bus is stuck");
     EXPECT_EQ(page->items[6].val.number(), 3.0);
-    EXPECT_EQ(page->items[7].code, reg::NOT_READABLE);
-    EXPECT_EQ(page->items[8].code, reg::LIMIT);
+    EXPECT_EQ(page->items[7].val._d(), reg::TYPE_EMPTY);
+    EXPECT_EQ(page->items[8].val.failure().code, reg::LIMIT);
     EXPECT_THAT(ErrorOf([&] { m_registry->subtree("nowhere", 9, 0, ""); }), StartsWith("1: "));
     EXPECT_THAT(ErrorOf([&] { m_registry->subtree("values", 9, 0, "knobs"); }), StartsWith("1: "));
 }

@@ -138,7 +138,7 @@ public:
     /// problem for its outcome.
     /// @param fill puts item i into a place of the request; throws RegistryError when it cannot be sent
     /// @param send carries out one request
-    template <class Sequence, class Fill, class Send>
+    template <class Sequence, class Answer, class Fill, class Send>
     std::vector<Outcome> InPortions(std::size_t count, const Fill& fill, const Send& send) {
         std::vector<Outcome> outcomes(count);
         std::vector<std::size_t> places;  // of the request's items
@@ -155,12 +155,13 @@ public:
                 continue;
             }
             request.length(ToUnsigned(places.size()));
-            reg::OutcomeSeq_var answer = Ask([&](reg::Registry_ptr registry) { return send(registry, request); });
+            const std::unique_ptr<Answer> answer(
+                Ask([&](reg::Registry_ptr registry) { return send(registry, request); }));
             if (answer->length() != places.size()) {
                 Nonsense(std::to_string(answer->length()) + " outcomes for " + std::to_string(places.size()));
             }
             for (CORBA::ULong k = 0; k < answer->length(); ++k) {
-                outcomes[places[k]] = ToOutcome(answer[k]);
+                outcomes[places[k]] = ToOutcome((*answer)[k]);
             }
             places.clear();
         }
@@ -241,7 +242,7 @@ qnode::Value Client::Get(const std::string& path) {
 }
 
 std::vector<Outcome> Client::GetMany(const std::vector<std::string>& paths) {
-    return m_impl->InPortions<reg::PathSeq>(
+    return m_impl->InPortions<reg::PathSeq, reg::ValueSeq>(
         paths.size(),
         [&](reg::PathSeq& request, CORBA::ULong place, std::size_t i) { request[place] = ToPath(paths[i]); },
         [](reg::Registry_ptr registry, const reg::PathSeq& request) { return registry->get_many(request); });
@@ -265,10 +266,7 @@ void Client::Subtree(const std::string& path, std::size_t depth, const std::func
                 above.push_back(parent.empty() ? std::string(item.info.name)
                                                : parent + "/" + std::string(item.info.name));
             }
-            visit({item.depth,
-                   above.back(),
-                   ToNodeInfo(item.info),
-                   {static_cast<ErrorCode_e>(item.code), ToValue(item.val), std::string(item.text)}});
+            visit({item.depth, above.back(), ToNodeInfo(item.info), ToOutcome(item)});
         }
         if (page->items.length() == 0 && *page->next != '\0') {
             m_impl->Nonsense("a page of a subtree without nodes");
@@ -283,7 +281,7 @@ void Client::Set(const std::string& path, const qnode::Value& value) {
 }
 
 std::vector<Outcome> Client::SetMany(const std::vector<std::pair<std::string, qnode::Value>>& assignments) {
-    return m_impl->InPortions<reg::AssignmentSeq>(
+    return m_impl->InPortions<reg::AssignmentSeq, reg::OutcomeSeq>(
         assignments.size(),
         [&](reg::AssignmentSeq& request, CORBA::ULong place, std::size_t i) {
             const auto& [path, value] = assignments[i];

@@ -47,6 +47,7 @@ std::string TextProblem(const char* what, const std::string& text, std::size_t l
 qnode::Value ToValue(const reg::Value& value) {
     switch (value._d()) {
         case reg::TYPE_EMPTY:
+        case reg::TYPE_FAILURE:
             return {};
         case reg::TYPE_INTEGER:
             return ToWhole(value.whole());
@@ -60,7 +61,18 @@ qnode::Value ToValue(const reg::Value& value) {
 }
 
 Outcome ToOutcome(const reg::Outcome& outcome) {
-    return {static_cast<ErrorCode_e>(outcome.code), ToValue(outcome.val), std::string(outcome.text)};
+    return {static_cast<ErrorCode_e>(outcome.code), {}, std::string(outcome.text)};
+}
+
+Outcome ToOutcome(const reg::Value& value) {
+    return value._d() == reg::TYPE_FAILURE ? ToOutcome(value.failure()) : Outcome{ErrorCode_e::ok, ToValue(value), {}};
+}
+
+Outcome ToOutcome(const reg::Item& item) {
+    if (item.val._d() == reg::TYPE_EMPTY) {
+        return {ErrorCode_e::not_readable, {}, {}};
+    }
+    return ToOutcome(item.val);
 }
 
 NodeInfo ToNodeInfo(const reg::NodeInfo& info) {

@@ -15,6 +15,10 @@ namespace qreg::corba::client {
 /// A type that this program does not know becomes the text "(unknown type N)".
 qnode::Value ToValue(const reg::Value& value);
 Outcome ToOutcome(const reg::Outcome& outcome);
+/// A value, or why there is none.
+Outcome ToOutcome(const reg::Value& value);
+/// That of one node of a subtree.
+Outcome ToOutcome(const reg::Item& item);
 NodeInfo ToNodeInfo(const reg::NodeInfo& info);
 Batch ToBatch(const reg::Batch& batch);
 

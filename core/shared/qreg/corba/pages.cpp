@@ -75,7 +75,11 @@ void FillPage(const Access& access, const PageRequest& request, ::reg::Page& pag
         ::reg::Item& item = page.items[count++];
         item.depth = place.depth;
         ToWire(info, item.info);
-        ToWire(outcome, item);
+        if (outcome.code == ErrorCode_e::not_readable) {
+            item.val.none(0);
+        } else {
+            ToWire(outcome, item.val);
+        }
     }
     if (!isWhole || count < places.size()) {
         page.items.length(count);

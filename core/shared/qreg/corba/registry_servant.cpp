@@ -122,13 +122,13 @@ auto RegistryServant::Do(const char* path, Answer&& answer) const -> decltype(an
     });
 }
 
-::reg::OutcomeSeq* RegistryServant::get_many(const ::reg::PathSeq& paths) {
+::reg::ValueSeq* RegistryServant::get_many(const ::reg::PathSeq& paths) {
     return Do(nullptr, [&] {
         const CORBA::ULong count = paths.length();
         RefuseTooMany(count, c_outcomeSize + c_refusalSize);
         Room room(m_room - count * (c_outcomeSize + c_refusalSize));
-        auto outcomes = std::make_unique<::reg::OutcomeSeq>();
-        outcomes->length(count);
+        auto values = std::make_unique<::reg::ValueSeq>();
+        values->length(count);
         for (CORBA::ULong i = 0; i < count; ++i) {
             Outcome outcome = m_access.Read(static_cast<const char*>(paths[i]));
             Shorten(outcome.text, c_longestText);
@@ -136,9 +136,9 @@ auto RegistryServant::Do(const char* path, Answer&& answer) const -> decltype(an
                 outcome = Outcome{
                     ErrorCode_e::limit, {}, "No room: a reply has at most " + std::to_string(m_maxMessage) + " bytes"};
             }
-            ToWire(outcome, (*outcomes)[i]);
+            ToWire(outcome, (*values)[i]);
         }
-        return outcomes.release();
+        return values.release();
     });
 }
 

@@ -40,7 +40,7 @@ public:
     ::reg::NodeInfo* describe(const char* path) override;
     ::reg::NodeInfoSeq* children(const char* path, CORBA::ULong start) override;
     ::reg::Reading* get(const char* path) override;
-    ::reg::OutcomeSeq* get_many(const ::reg::PathSeq& paths) override;
+    ::reg::ValueSeq* get_many(const ::reg::PathSeq& paths) override;
     ::reg::Page* subtree(const char* path, CORBA::ULong depth, CORBA::ULong limit, const char* after) override;
     void set(const char* path, const ::reg::NewValue& value) override;
     ::reg::OutcomeSeq* set_many(const ::reg::AssignmentSeq& assignments) override;

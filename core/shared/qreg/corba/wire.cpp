@@ -36,6 +36,23 @@ void ToWire(const qnode::Value& value, ::reg::Value& wire) {
         value);
 }
 
+void ToWire(const Outcome& outcome, ::reg::Outcome& wire) {
+    wire.code = static_cast<::reg::ErrorCode>(outcome.code);
+    if (!outcome.text.empty()) {
+        wire.text = outcome.text.c_str();
+    }
+}
+
+void ToWire(const Outcome& outcome, ::reg::Value& wire) {
+    if (outcome.code == ErrorCode_e::ok) {
+        ToWire(outcome.value, wire);
+        return;
+    }
+    ::reg::Outcome failure;
+    ToWire(outcome, failure);
+    wire.failure(failure);
+}
+
 void ToWire(const NodeInfo& info, ::reg::NodeInfo& wire) {
     wire.name = info.name.c_str();
     wire.flags = info.flags;

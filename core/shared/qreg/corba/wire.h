@@ -27,14 +27,9 @@ void ToWire(const Lease& lease, ::reg::Lease& wire);
 ::reg::Time Now();
 
 /// An outcome or an item of a subtree: code, text and value.
-template <class Wire>
-void ToWire(const Outcome& outcome, Wire& wire) {
-    wire.code = static_cast<::reg::ErrorCode>(outcome.code);
-    if (!outcome.text.empty()) {
-        wire.text = outcome.text.c_str();
-    }
-    ToWire(outcome.value, wire.val);
-}
+void ToWire(const Outcome& outcome, ::reg::Outcome& wire);
+/// The value, or why it could not be had.
+void ToWire(const Outcome& outcome, ::reg::Value& wire);
 
 /// @throws RegistryError wrong_type for a value of a type that is not known.
 qnode::Value FromWire(const ::reg::NewValue& wire);
