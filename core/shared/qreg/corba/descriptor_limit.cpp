@@ -7,7 +7,9 @@
 #include <system_error>
 
 #include <fcntl.h>
+#include <netinet/in.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 
 #include "qstd/log.h"
 
@@ -52,6 +54,18 @@ std::size_t RaiseTo(std::size_t wanted) {
     return limit.rlim_cur;
 }
 
+/// 0 for what is no address of the internet.
+int PortIn(const sockaddr_storage& address) noexcept {
+    switch (address.ss_family) {
+        case AF_INET:
+            return ntohs(reinterpret_cast<const sockaddr_in&>(address).sin_port);
+        case AF_INET6:
+            return ntohs(reinterpret_cast<const sockaddr_in6&>(address).sin6_port);
+        default:
+            return 0;
+    }
+}
+
 }  // namespace
 
 void DescriptorLimit::Begin(std::size_t connections) {
@@ -63,6 +77,19 @@ void DescriptorLimit::Begin(std::size_t connections) {
                          " connections at a time: this process may open only " + std::to_string(allowed) + " files");
     }
     m_limit = std::min(allowed > c_reserve ? allowed - c_reserve : 0, wanted);
+}
+
+void DescriptorLimit::ShutDown(int port) const noexcept {
+    for (int descriptor = 0; IsRoomFor(descriptor); ++descriptor) {
+        sockaddr_storage address{};
+        socklen_t size = sizeof address;
+        int isListening = 1;
+        socklen_t flagSize = sizeof isListening;
+        if (::getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size) == 0 && PortIn(address) == port &&
+            ::getsockopt(descriptor, SOL_SOCKET, SO_ACCEPTCONN, &isListening, &flagSize) == 0 && isListening == 0) {
+            ::shutdown(descriptor, SHUT_RDWR);
+        }
+    }
 }
 
 }  // namespace qreg::corba

@@ -20,6 +20,9 @@ public:
     /// Whether a connection whose descriptor has the number @p descriptor may stay. Any thread.
     bool IsRoomFor(int descriptor) const noexcept { return static_cast<std::size_t>(descriptor) < m_limit; }
 
+    /// Shuts down the connections to @p port: who waits for one of them waits no longer.
+    void ShutDown(int port) const noexcept;
+
 private:
     std::atomic<std::size_t> m_limit{0};  ///< connections have lower numbers
 };

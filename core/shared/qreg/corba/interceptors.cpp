@@ -2,6 +2,10 @@
 
 #include <cstring>
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
 #include <omniORB4/CORBA.h>
 #include <omniORB4/minorCode.h>
 #include <omniORB4/omniInterceptors.h>
@@ -33,7 +37,10 @@ CORBA::Boolean OnAccept(Interceptors::serverAcceptConnection_T::info_T& info) {
                        ": there are as many connections as the registry server may have");
         info.reject = 1;
         info.why = "too many connections";
+        return 1;
     }
+    const unsigned int milliseconds = c_callTimeOut.count();
+    ::setsockopt(connection->handle(), IPPROTO_TCP, TCP_USER_TIMEOUT, &milliseconds, sizeof milliseconds);
     return 1;
 }
 
@@ -46,6 +53,13 @@ CORBA::Boolean OnRequest(Interceptors::serverReceiveRequest_T::info_T& info) {
     return 1;
 }
 
+/// The kernel watches over replies that nobody takes (OnAccept): the ORB's own watch costs each reply two calls into
+/// it.
+CORBA::Boolean OnReply(Interceptors::serverSendReply_T::info_T& info) {
+    info.giop_s.clearDeadline();
+    return 1;
+}
+
 }  // namespace
 
 void InstallInterceptors(const DescriptorLimit& limit, LimitedLog& log) {
@@ -54,6 +68,7 @@ void InstallInterceptors(const DescriptorLimit& limit, LimitedLog& log) {
     Interceptors* const interceptors = omniORB::getInterceptors();
     interceptors->serverAcceptConnection.add(OnAccept);
     interceptors->serverReceiveRequest.add(OnRequest);
+    interceptors->serverSendReply.add(OnReply);
 }
 
 std::string PeerAddress() {

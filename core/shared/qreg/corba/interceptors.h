@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 
 #include "qreg/corba/descriptor_limit.h"
@@ -9,6 +10,9 @@ namespace qreg::corba {
 
 /// The one object that this server has: the key that its references end with.
 constexpr const char* c_objectKey = "Registry";
+
+/// How long a message may take to come in once it has begun, and a reply to be taken.
+constexpr std::chrono::duration<unsigned int, std::milli> c_callTimeOut{10000};
 
 /// Puts the checks in place that stand before every request: a connection beyond the limit is closed at once, and a
 /// request for any other object than the registry is refused before the ORB looks for it (a key that begins with a

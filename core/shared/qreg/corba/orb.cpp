@@ -77,6 +77,7 @@ Orb::Orb(const ServerSettings& settings) : m_log(c_messagesPerMinute) {
 
 void Orb::Initialise(const ServerSettings& settings, const Endpoint& endpoint) {
     const std::string message = std::to_string(std::max(settings.maxMessage, c_leastMessage));
+    const std::string callTimeOut = std::to_string(c_callTimeOut.count());
     const std::string idle = std::to_string(std::max<long long>(settings.idleTime.count(), 1));
     const std::string scan = std::to_string(std::clamp<long long>(settings.idleTime.count(), 1, 5));
     // Where the ORB offers a choice that this server's safety or speed rests upon, it is made here.
@@ -91,7 +92,7 @@ void Orb::Initialise(const ServerSettings& settings, const Endpoint& endpoint) {
         // How often the thread that accepts looks around when nothing happens, in microseconds.
         {"connectionWatchPeriod", "1000000"},
         // A message that does not get on, either way, ends its connection; so does a while without any.
-        {"serverCallTimeOutPeriod", "10000"},
+        {"serverCallTimeOutPeriod", callTimeOut.c_str()},
         {"inConScanPeriod", idle.c_str()},
         {"scanGranularity", scan.c_str()},
         {"giopMaxMsgSize", message.c_str()},
@@ -143,6 +144,7 @@ void Orb::Stop() noexcept {
     if (CORBA::is_nil(m_orb)) {
         return;
     }
+    m_descriptors.ShutDown(m_port);
     try {
         m_adapter = PortableServer::POA::_nil();
         m_orb->destroy();
