@@ -46,6 +46,7 @@ test: build
 	@ctest --preset release -j $(JOBS)
 
 bench: build
+	@.ci/install-packages .ci/packages-bench
 	@bench/run $(BUILD)
 
 asan tsan: deps
