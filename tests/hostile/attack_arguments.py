@@ -79,6 +79,31 @@ def nested_garbage(server):
     throw(server, giop.request(1, "subscribe_to", lambda out: put_filter(out).raw(nested)), 1.0)
 
 
+def put_reference(out, *profiles):
+    """A filter and a reference to an object, with these (tag, data) as profiles."""
+    put_filter(out).string("IDL:zelkor/reg/Listener:1.0").ulong(len(profiles))
+    for tag, data in profiles:
+        out.ulong(tag).octets(data)
+
+
+@case("arguments")
+def references_that_are_broken(server):
+    """References to callback objects whose insides are garbage: nothing of them is kept."""
+    broken = b"\1\1\2\0\xff\xff\xff\x7f" + bytes(12000)
+    for profiles in ([(0, broken)], [(0, b"")], [(0, b"\1")], [(77, b"")], [(0, bytes(100_000))], [(77, broken)] * 16,
+                     [(1, broken), (0, broken)], [(0, b"\1\1\2\0")] * 17, []):
+        before = server.resident_mib()
+        with server.connect() as client:
+            for _ in range(300 // server.slowness):
+                try:
+                    client.call("subscribe_to", lambda out, profiles=profiles: put_reference(out, *profiles))
+                    expect(False, "a listener is called that has no address")
+                except Refused as refusal:
+                    expect(refusal.code in (None, 8, 11), str(refusal))
+        grown = server.resident_mib() - before
+        expect(server.sanitizer or grown < 3, f"{grown:.0f} MiB are kept of 300 broken references")
+
+
 @case("arguments")
 def strings_without_an_end(server):
     refused(server, "get", lambda out: out.ulong(4).raw(b"none"))

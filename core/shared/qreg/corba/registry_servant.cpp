@@ -11,6 +11,7 @@
 
 #include "qnode/local_node_structure.h"
 #include "qreg/corba/interceptors.h"
+#include "qreg/corba/is_a_call.h"
 #include "qreg/corba/pages.h"
 #include "qreg/corba/random_id.h"
 #include "qreg/corba/room.h"
@@ -211,13 +212,20 @@ void RegistryServant::RefuseStranger(const char* path, const qnode::Value& value
 }
 
 CORBA::Boolean RegistryServant::_dispatch(omniCallHandle& handle) {
-    if (handle.operation_name() != SubscribeToCall::c_name) {
-        return POA_reg::Registry_1_1::_dispatch(handle);
+    const std::string_view operation = handle.operation_name();
+    if (operation == SubscribeToCall::c_name) {
+        SubscribeToCall call([this](const ::reg::Filter& filter, const ListenerAddress& listener) {
+            return SubscribeTo(filter, listener);
+        });
+        handle.upcall(this, call);
+        return 1;
     }
-    SubscribeToCall call(
-        [this](const ::reg::Filter& filter, const ListenerAddress& listener) { return SubscribeTo(filter, listener); });
-    handle.upcall(this, call);
-    return 1;
+    if (operation == IsACall::c_name) {
+        IsACall call;
+        handle.upcall(this, call);
+        return 1;
+    }
+    return POA_reg::Registry_1_1::_dispatch(handle);
 }
 
 ::reg::Lease* RegistryServant::subscribe_to(const ::reg::Filter& /*filter*/, ::reg::Listener_ptr /*listener*/) {

@@ -33,7 +33,7 @@ public:
     /// Ends the deliveries to listeners; waits for calls that run.
     void StopPush();
 
-    /// Takes subscribe_to in its own way, see SubscribeToCall.
+    /// Takes two operations in its own way, see SubscribeToCall and IsACall.
     CORBA::Boolean _dispatch(omniCallHandle& handle) override;
 
     ::reg::ServerInfo* hello(const char* client) override;
