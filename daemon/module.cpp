@@ -91,3 +91,10 @@ Module::Selection Module::HandleSensorsList(const std::shared_ptr<qcfg::Element>
     }
     return helper.GetSensors();
 }
+
+void Module::Convert(const Selection& selected, SensorIds& out) {
+    for (const auto& [board, ids] : selected) {
+        std::vector<bmc::SensorId>& sensors = out[board->GetUri()];
+        sensors.insert(sensors.end(), ids.begin(), ids.end());
+    }
+}

@@ -3,9 +3,11 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <vector>
 
 #include "bmc/board.h"
 #include "bmc/sensor_id.h"
+#include "bmc/uri.h"
 #include "qcfg/element.h"
 #include "qcfg/serializable.h"
 
@@ -29,6 +31,12 @@ public:
     /// @throws qstd::Exception for a sensor id that is not a number. A bad board type only costs its entry.
     static Selection HandleSensorsList(const std::shared_ptr<qcfg::Element>& section, const Selection& available,
                                        const Selection& starting);
+
+    /// Sensors by the uri of their board, which finds the board anew in every pass.
+    using SensorIds = std::map<bmc::Uri, std::vector<bmc::SensorId>>;
+
+    /// Appends the sensors of @p selected to @p out, in their order, by the uri of their board.
+    static void Convert(const Selection& selected, SensorIds& out);
 
 protected:
     Module() = default;

@@ -2,16 +2,12 @@
 
 #include <chrono>
 #include <cmath>
-#include <exception>
-#include <functional>
 
 #include "bmc/board_pool.h"
 #include "qapp/zelkor_application.h"
-#include "qstd/clock.h"
 #include "qstd/convert.h"
 #include "qstd/log.h"
 #include "qstd/thread_name.h"
-#include "qstd/trace_fnc.h"
 
 Monitor& Monitor::GetInstance() {
     static Monitor instance;
@@ -19,20 +15,16 @@ Monitor& Monitor::GetInstance() {
 }
 
 Monitor::Monitor() {
-    m_thread = std::thread(std::ref(*this));
+    m_frame.Start(*this);
 }
 
 Monitor::~Monitor() {
     StopThread();
-    m_thread.join();
+    m_frame.Join();
 }
 
 void Monitor::StopThread() {
-    const std::lock_guard<std::mutex> guard(m_mutex);
-    if (!m_stopRequested) {
-        m_stopRequested = true;
-        m_cond.notify_one();
-    }
+    m_frame.Stop();
 }
 
 std::string Monitor::GetClassName() {
@@ -46,12 +38,8 @@ void Monitor::operator()() {
         ReadSettings();
         LogProperties();
         Loop();
-    } catch (const std::exception& error) {
-        qstd::LogError(std::string("Problem in monitor process - ") + error.what());
-        qstd::TraceHere(1, std::string("Error: ") + error.what());
     } catch (...) {
-        qstd::LogError("Problem in monitor process - Unknown Exception");
-        qstd::TraceHere(1, "Unknown Exception");
+        LogCaught("Problem in monitor process - ", "Error: ");
     }
     qstd::LogInfo("*Monitor process stopped");
 }
@@ -66,13 +54,13 @@ void Monitor::ReadSettings() {
 }
 
 void Monitor::Loop() {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    std::unique_lock<std::mutex> lock = m_frame.Lock();
     if (m_sensors.empty()) {
-        m_disabled = true;
+        m_frame.DisableLocked();
     }
-    while (!IsStopped()) {
+    while (!m_frame.IsStoppedLocked()) {
         LogSensors();
-        qstd::Clock::Get().Sleep(m_cond, lock, std::chrono::seconds(m_frequency));
+        m_frame.Sleep(lock, std::chrono::seconds(m_frequency));
     }
 }
 
@@ -84,8 +72,7 @@ bool Monitor::Deserialize(const std::vector<std::shared_ptr<qcfg::Element>>& ele
     const std::shared_ptr<qcfg::Element>& section = elements.front();
     bool enabled = false;
     if (section->GetAttrValue("enabled", enabled)) {
-        const std::lock_guard<std::mutex> guard(m_mutex);
-        m_disabled = !enabled;
+        m_frame.SetDisabled(!enabled);
     }
     section->GetValue("frequency", m_frequency);
     if (const auto filter = section->FindChild("filter")) {
@@ -117,14 +104,9 @@ void Monitor::LogProperties() const {
     const std::string boardIndent(37, ' ');
     const std::string idIndent(38, ' ');
     const auto boolText = [](bool value) { return value ? "true" : "false"; };
-    bool isStopped = false;
-    {
-        const std::lock_guard<std::mutex> guard(m_mutex);
-        isStopped = IsStopped();
-    }
 
     std::string text = "Monitor settings:\n";
-    text += keyIndent + "enabled   = " + boolText(!isStopped) + "\n";
+    text += keyIndent + "enabled   = " + boolText(!m_frame.IsStopped()) + "\n";
     text += keyIndent + "frequency = " + std::to_string(m_frequency) + " seconds\n";
     if (m_sensors.empty()) {
         text += boardIndent + "No sensors found!\n";

@@ -1,11 +1,8 @@
 #pragma once
 
-#include <condition_variable>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "bmc/sensor.h"
@@ -13,6 +10,7 @@
 #include "bmc/uri.h"
 #include "module.h"
 #include "sensor_log.h"
+#include "worker_frame.h"
 
 /// Watches the selected sensors of all boards: reads them every period, logs the crossing of a threshold and the return
 /// to normal, tells the registry's clients of changes and crossings, and appends the values that pass the change filter
@@ -81,7 +79,6 @@ public:
 private:
     void ReadSettings();
     void Loop();
-    bool IsStopped() const { return m_stopRequested || m_disabled; }
     void LogBoard(const bmc::Uri& uri, const std::string& label, std::vector<SensorData>& sensors);
     /// Appends the sensor's columns and sets @p record when its reading is to be recorded.
     void LogSensor(bmc::Board& board, const std::string& label, SensorData& data, std::string& heading,
@@ -94,9 +91,5 @@ private:
     bool m_absoluteFilter = true;
     bool m_relativeFilter = false;
     double m_relativeValue = 0.0;  ///< percent of the nominal value
-    std::thread m_thread;
-    bool m_stopRequested = false;  ///< by StopThread; never cleared. Guarded by m_mutex
-    bool m_disabled = false;       ///< by the settings, or for want of sensors. Guarded by m_mutex
-    std::condition_variable m_cond;
-    mutable std::mutex m_mutex;  ///< held for the whole of a pass
+    WorkerFrame m_frame;
 };

@@ -84,7 +84,7 @@ std::optional<Emission> FindEmission(const bmc::Sensor& sensor, double value, do
 }  // namespace
 
 void Monitor::LogSensors() {
-    if (m_sensors.empty() || IsStopped()) {
+    if (m_sensors.empty() || m_frame.IsStoppedLocked()) {
         return;
     }
     for (auto& [uri, sensors] : m_sensors) {

@@ -1,0 +1,41 @@
+#include "worker_frame.h"
+
+#include <exception>
+
+#include "qstd/clock.h"
+#include "qstd/log.h"
+#include "qstd/trace_fnc.h"
+
+void WorkerFrame::Stop() {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    if (!m_stopRequested) {
+        m_stopRequested = true;
+        m_cond.notify_one();
+    }
+}
+
+void WorkerFrame::SetDisabled(bool isDisabled) {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    m_isDisabled = isDisabled;
+}
+
+bool WorkerFrame::IsStopped() const {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    return IsStoppedLocked();
+}
+
+void WorkerFrame::Sleep(std::unique_lock<std::mutex>& lock, std::chrono::seconds period) {
+    qstd::Clock::Get().Sleep(m_cond, lock, period);
+}
+
+void LogCaught(const std::string& prefix, const std::string& tracePrefix, qstd::SourceLocation where) {
+    try {
+        throw;
+    } catch (const std::exception& error) {
+        qstd::LogError(prefix + error.what());
+        qstd::TraceHere(1, tracePrefix + error.what(), where);
+    } catch (...) {
+        qstd::LogError(prefix + "Unknown Exception");
+        qstd::TraceHere(1, "Unknown Exception", where);
+    }
+}

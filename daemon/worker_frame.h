@@ -1,0 +1,63 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "qstd/source_location.h"
+
+/// What every worker has: its thread, the sleep between two passes, and the stop. A worker holds it as a member, starts
+/// it as the last statement of its constructor, and stops and joins it first of all in its destructor.
+///
+/// The worker's thread holds the lock for the whole of its loop and gives it away only in Sleep. So whoever asks for a
+/// stop waits for a running pass, and no pass begins after it was asked for.
+class WorkerFrame {
+public:
+    WorkerFrame() = default;
+    WorkerFrame(const WorkerFrame&) = delete;
+    WorkerFrame& operator=(const WorkerFrame&) = delete;
+    ~WorkerFrame() = default;
+
+    /// Starts the thread, which runs the call operator of @p worker.
+    template <class Worker>
+    void Start(Worker& worker) {
+        m_thread = std::thread(std::ref(worker));
+    }
+
+    /// Asks for the end, for good. Any thread, any number of times.
+    void Stop();
+
+    /// Waits for the end of the thread.
+    void Join() { m_thread.join(); }
+
+    /// For the worker's thread: keeps it from running passes, or lets it, as long as no stop was asked for.
+    void SetDisabled(bool isDisabled);
+
+    /// Whether no pass may begin: disabled, or asked to stop.
+    bool IsStopped() const;
+
+    // For the worker's loop.
+    std::unique_lock<std::mutex> Lock() const { return std::unique_lock<std::mutex>(m_mutex); }
+    /// The same as IsStopped, under the lock.
+    bool IsStoppedLocked() const noexcept { return m_stopRequested || m_isDisabled; }
+    /// As SetDisabled(true), under the lock.
+    void DisableLocked() noexcept { m_isDisabled = true; }
+    /// Sleeps for @p period with the lock given away; a stop, and a calendar clock that is set, end it.
+    void Sleep(std::unique_lock<std::mutex>& lock, std::chrono::seconds period);
+
+private:
+    mutable std::mutex m_mutex;    ///< guards the two below
+    bool m_stopRequested = false;  ///< never cleared
+    bool m_isDisabled = false;
+    std::condition_variable m_cond;
+    std::thread m_thread;
+};
+
+/// To be called in a handler: logs the exception that is being handled as an error, @p prefix before its text, and
+/// traces it at level 1 from the calling function with @p tracePrefix before its text. What is no std::exception is an
+/// "Unknown Exception".
+void LogCaught(const std::string& prefix, const std::string& tracePrefix,
+               qstd::SourceLocation where = qstd::SourceLocation::current());
