@@ -107,6 +107,11 @@ def references_that_are_broken(server):
 @case("arguments")
 def strings_without_an_end(server):
     refused(server, "get", lambda out: out.ulong(4).raw(b"none"))
+    for operation in ("_is_a", "hello", "describe"):
+        before = server.resident_mib()
+        for _ in range(100 // server.slowness):
+            refused(server, operation, lambda out: out.ulong(60_000).raw(b"x" * 60_000))
+        expect(server.sanitizer or server.resident_mib() - before < 3, f"{operation} keeps broken texts")
     refused(server, "get", lambda out: out.ulong(0))
     refused(server, "get", lambda out: out.ulong(1).raw(b"x"))
     throw(server, giop.request(1, "get", get(b"values\0number")), 1.0)  # a zero inside: either answer will do

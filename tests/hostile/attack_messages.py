@@ -25,22 +25,17 @@ def two_requests_of_one_number(server):
         throw_many(server, [pair] * (times // server.slowness))
 
 
-# The ORB (4.2.5, and later ones) never frees what it holds of a request when the connection breaks between the end of
-# the request's arguments and the end of its message: some 5 KiB each time, if the connection was used before. Nothing
-# above the ORB sees it happen. The bound is here so that it gets no worse, and is noticed when it gets better.
-KEPT_OF_BROKEN_MIB = 3000 * 6 / 1024
-
-
 @case("messages")
 def right_then_wrong(server):
     """A right request with a wrong message in the same packet, thousands of times: nothing of either is kept."""
-    for second, most in ((giop.header(giop.REQUEST, 1 << 30), 4), (bytes(12), 4), (right(server)[:30], 4),
-                         (giop.message(giop.REPLY, bytes(12)), 4), (right(server, key=b"no"), 4),
-                         (right(server, more=True), KEPT_OF_BROKEN_MIB)):
+    for second in (giop.header(giop.REQUEST, 1 << 30), bytes(12), right(server)[:30], right(server, more=True),
+                   giop.message(giop.REPLY, bytes(12)), right(server, key=b"no"), right(server, key=b"no", more=True),
+                   giop.request(1, "no_such", get(server.names.number), more=True), right(server)[:-4],
+                   right(server, more=True, version=giop.V11)):
         before = server.resident_mib()
-        throw_many(server, [right(server) + second] * (3000 // server.slowness))
+        throw_many(server, [right(server) + second] * (2000 // server.slowness))
         grown = server.resident_mib() - before
-        expect(server.sanitizer or grown < most, f"{grown:.0f} MiB are kept of 3000 pairs that end with {second[:12]!r}")
+        expect(server.sanitizer or grown < 4, f"{grown:.0f} MiB are kept of 2000 pairs that end with {second[:12]!r}")
 
 
 @case("messages")

@@ -19,7 +19,7 @@ SANITIZER_REPORT = re.compile(r"(AddressSanitizer|LeakSanitizer|ThreadSanitizer|
                               r"==\d+== *(Invalid|Conditional|Use of|Syscall param|Process terminating))")
 
 
-# What the ORB is known to keep, see right_then_wrong in attack_messages.py.
+# What is known to be kept.
 LEAKS = f"suppressions={pathlib.Path(__file__).resolve().parent / 'lsan.supp'}:print_suppressions=0"
 
 

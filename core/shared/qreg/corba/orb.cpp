@@ -84,6 +84,9 @@ void Orb::Initialise(const ServerSettings& settings, const Endpoint& endpoint) {
     const char* options[][2] = {
         {"endPoint", endpoint.GetText().c_str()},
         {"traceLevel", "0"},
+        // The log has them already; and the ORB takes the time in a way that is not for several threads.
+        {"traceTime", "0"},
+        {"traceThreadId", "0"},
         // A thread for each connection, so that a poll that waits holds up nobody else; and only one, because two that
         // work on messages of one connection crash the ORB (two requests with one id, the second in fragments).
         {"threadPerConnectionPolicy", "1"},
