@@ -155,11 +155,11 @@ class ServerProcess:
 
 
 class DaemonProcess(ServerProcess):
-    """The daemon, with a simulated chassis of `sensors` sensors on two boards. `registry` are attributes of the
-    configuration's element of that name."""
+    """The daemon, with a simulated chassis of `sensors` sensors on two boards. It closes a connection that is idle for
+    `idle` seconds."""
 
-    def __init__(self, program, *, sensors=250, registry='idle_time="4"', **parts):
-        self.sensors, self.registry = sensors, registry
+    def __init__(self, program, *, sensors=250, idle=60, **parts):
+        self.sensors, self.idle = sensors, idle
         super().__init__([program, "--config", "config.xml", "--log-dir", "log", "--port", "0", "--listen", "127.0.0.1"],
                          names=DAEMON_NAMES, **parts)
 
@@ -172,7 +172,7 @@ class DaemonProcess(ServerProcess):
             f'<chassis>\n<board uri="icb/0" type="icb" name="ICB">\n<fans/>\n{sensors}\n</board>\n'
             '<board uri="os/0" type="os" name="host"/>\n</chassis>\n', encoding="utf-8")
         (folder / "config.xml").write_text(
-            f'<zelkor>\n<registry {self.registry}/>\n<boards backend="sim" chassis="chassis.xml" '
+            f'<zelkor>\n<registry idle_time="{self.idle}"/>\n<boards backend="sim" chassis="chassis.xml" '
             'control="chassis.sock"/>\n<monitor><frequency>1</frequency></monitor>\n</zelkor>\n', encoding="utf-8")
 
     def read_port(self):
@@ -187,6 +187,7 @@ def add_server_options(parser):
     which.add_argument("--daemon", metavar="PROGRAM", help="the server is the daemon")
     which.add_argument("--helper", metavar="PROGRAM", help="the server is the tests' registry server")
     parser.add_argument("--sanitizer", default="", help="the sanitizers it is built with, or valgrind to run it under")
+    parser.add_argument("--idle", type=int, default=60, help="seconds after which it closes an idle connection")
     parser.add_argument("--descriptors", type=int, help="how many files it may open")
 
 
@@ -194,8 +195,8 @@ def start_server(options):
     """The server that the options ask for."""
     parts = {"sanitizer": options.sanitizer, "descriptors": options.descriptors}
     if options.daemon:
-        return DaemonProcess(options.daemon, **parts)
-    return ServerProcess([options.helper, "idle=4", "push=1"], **parts)
+        return DaemonProcess(options.daemon, idle=options.idle, **parts)
+    return ServerProcess([options.helper, f"idle={options.idle}", "push=1"], **parts)
 
 
 class Baseline:
