@@ -113,7 +113,6 @@ class Planted(unittest.TestCase):
         self.write("bmc/README.md", self.README + "| `none.h`, `none.cpp` | nothing |\n")
         self.refused("check_captions.py", "bmc/README.md: `none.cpp` is listed but not there")
 
-    @unittest.skipIf(shutil.which("clang-format") is None, "clang-format is not installed")
     def test_quote_that_agrees_passes(self):
         self.write("docs/page.md", "<!-- quote: a.cpp -->\n```cpp\nint a;\n```\n")
         self.write("a.cpp", "int a;\n")
@@ -128,6 +127,7 @@ class Planted(unittest.TestCase):
         self.write("docs/page.md", "<!-- quote: b.cpp -->\n```cpp\nint a;\n```\n")
         self.refused("check_quotes.py", "docs/page.md: b.cpp is not there")
 
+    @unittest.skipIf(shutil.which("clang-format") is None, "clang-format is not installed")
     def test_source_out_of_format(self):
         self.write(".clang-format", "BasedOnStyle: Google\n")
         self.assertEqual(self.check("check_format.sh")[0], 0)
