@@ -188,6 +188,18 @@ TEST_F(RegistryTest, OnlyWhoMayWrite_Writes) {
     EXPECT_EQ(Stop(), 0);
 }
 
+TEST_F(RegistryTest, ClientBeyondTheMost_IsRefusedAndBothSidesSayWhy) {
+    Configure("<registry connections='1'/>\n" + std::string(c_recordEverySecond));
+    StartAndAwait();
+    ASSERT_EQ(Chassis({"set", "icb/0", "12", "76.5"}).status, 0);
+    test::Process watch(RegistryCommand({"watch"}), m_folder.Path("watch"), m_folder.Path("watch-err"));
+    ASSERT_TRUE(Await([&] { return !test::ReadFile(m_folder.Path("watch")).empty(); }));
+    ExpectFailure({"ls"}, 2, "as many clients as it may have");
+    EXPECT_THAT(Log(), HasSubstr("Refused a connection from 127.0.0.1: there are as many connections as the registry "
+                                 "server may have"));
+    EXPECT_EQ(Stop(), 0);
+}
+
 TEST_F(RegistryTest, BadSection_IsRefusedWithItsLine) {
     m_takesAnyPort = false;
     Configure("<registry port='80000'/>\n");
