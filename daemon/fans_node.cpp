@@ -39,7 +39,8 @@ bool FansNode::Init() {
             return false;
         }
         for (std::size_t fan = 0; fan < c_fans; ++fan) {
-            m_fans[fan] = Add(qnode::factory::Create<qnode::LocalNodeStructure, FanNode>(board, c_fanAddresses[fan]));
+            const auto address = static_cast<std::uint16_t>(m_fan_addresses[fan]);
+            m_fans[fan] = Add(qnode::factory::Create<qnode::LocalNodeStructure, FanNode>(board, address));
         }
         return true;
     } catch (...) {

@@ -45,8 +45,8 @@ public:
 
 private:
     static constexpr std::size_t c_fans = 6;
-    /// The fans' reference speed registers.
-    static constexpr std::array<std::uint16_t, c_fans> c_fanAddresses{0x40, 0x48, 0x50, 0x58, 0x60, 0x68};
+    /// The fans' reference speed registers, in the order of the children.
+    static constexpr std::array<std::uint32_t, c_fans> m_fan_addresses{0x40, 0x48, 0x50, 0x58, 0x60, 0x68};
 
     /// The first chassis controller board of the pool, null when there is none.
     static bmc::Board* FindController();

@@ -113,7 +113,6 @@ class Planted(unittest.TestCase):
         self.write("bmc/README.md", self.README + "| `none.h`, `none.cpp` | nothing |\n")
         self.refused("check_captions.py", "bmc/README.md: `none.cpp` is listed but not there")
 
-    @unittest.skipIf(shutil.which("clang-format") is None, "clang-format is not installed")
     def test_quote_that_agrees_passes(self):
         self.write("docs/page.md", "<!-- quote: a.cpp -->\n```cpp\nint a;\n```\n")
         self.write("a.cpp", "int a;\n")
@@ -128,6 +127,17 @@ class Planted(unittest.TestCase):
         self.write("docs/page.md", "<!-- quote: b.cpp -->\n```cpp\nint a;\n```\n")
         self.refused("check_quotes.py", "docs/page.md: b.cpp is not there")
 
+    def test_message_that_the_guide_knows_passes(self):
+        self.write("docs/operations/guide.md", "| `Cannot open FILE: REASON` | |\n")
+        self.write("core/shared/qstd/a.cpp", 'qstd::LogError("Cannot open FILE: " + reason);\n')
+        self.assertEqual(self.check("check_messages.py"), (0, "the guide knows all 1 messages\n"))
+
+    def test_message_that_the_guide_does_not_know(self):
+        self.write("docs/operations/guide.md", "| `Cannot open FILE: REASON` | |\n")
+        self.write("daemon/a.cpp", 'void F() {\n    qstd::LogWarning(\n        "Cannot close: " + reason);\n}\n')
+        self.refused("check_messages.py", 'daemon/a.cpp:2: the guide does not know "Cannot close"')
+
+    @unittest.skipIf(shutil.which("clang-format") is None, "clang-format is not installed")
     def test_source_out_of_format(self):
         self.write(".clang-format", "BasedOnStyle: Google\n")
         self.assertEqual(self.check("check_format.sh")[0], 0)

@@ -1,5 +1,8 @@
 // The registry of the running daemon, seen through the tool.
 
+#include <atomic>
+#include <mutex>
+
 #include "daemon_fixture.h"
 
 namespace {
@@ -20,6 +23,9 @@ std::vector<std::string> Lines(const std::string& text) {
     }
     return lines;
 }
+
+/// Far above what a stop takes, also under a sanitizer, and far below what a poll may wait.
+constexpr std::chrono::seconds c_stopLimit(5);
 
 class RegistryTest : public DaemonTest {
 protected:
@@ -92,7 +98,7 @@ TEST_F(RegistryTest, Failures_HaveTheStatusThatTellsThemApart) {
     ExpectFailure({"get", "boards/ICB/sensors/ID_12/value"}, 3, "no value");
     ExpectFailure({"get", "boards/ICB/sensors/ID_13/value"}, 4, "ID_13");
     ExpectFailure({"get", "boards/ICB/board_info/fw_version"}, 1, "Unsupported type: fw_version in method ");
-    ExpectFailure({"set", "boards/ICB/sensors/ID_12/hc", "1"}, 1, "");
+    ExpectFailure({"set", "boards/ICB/sensors/ID_12/hc", "1"}, 1, "Node \"hc\" cannot be written by clients");
     ASSERT_EQ(Chassis({"fail", "icb/0", "bus is stuck"}).status, 0);
     ExpectFailure({"get", "boards/ICB/sensors/ID_3/value"}, 1, "bus is stuck");
     ASSERT_EQ(Chassis({"heal", "icb/0"}).status, 0);
@@ -177,8 +183,20 @@ TEST_F(RegistryTest, OnlyWhoMayWrite_Writes) {
     const std::vector<std::string> before = FanRegisters();
     ExpectFailure({"set", "fans", "4000"}, 1, "127.0.0.1");
     EXPECT_EQ(FanRegisters(), before);
-    EXPECT_THAT(Log(), HasSubstr("127.0.0.1"));
+    EXPECT_THAT(Log(), HasSubstr("Refused to write fans = 4000 for 127.0.0.1, which may not write"));
     EXPECT_EQ(Registry({"get", "fans"}).status, 0) << "reading is free";
+    EXPECT_EQ(Stop(), 0);
+}
+
+TEST_F(RegistryTest, ClientBeyondTheMost_IsRefusedAndBothSidesSayWhy) {
+    Configure("<registry connections='1'/>\n" + std::string(c_recordEverySecond));
+    StartAndAwait();
+    ASSERT_EQ(Chassis({"set", "icb/0", "12", "76.5"}).status, 0);
+    test::Process watch(RegistryCommand({"watch"}), m_folder.Path("watch"), m_folder.Path("watch-err"));
+    ASSERT_TRUE(Await([&] { return !test::ReadFile(m_folder.Path("watch")).empty(); }));
+    ExpectFailure({"ls"}, 2, "as many clients as it may have");
+    EXPECT_THAT(Log(), HasSubstr("Refused a connection from 127.0.0.1: there are as many connections as the registry "
+                                 "server may have"));
     EXPECT_EQ(Stop(), 0);
 }
 
@@ -196,19 +214,121 @@ TEST_F(RegistryTest, AddressThatIsNotOurs_IsRefused) {
 }
 
 TEST_F(RegistryTest, Stop_DoesNotWaitForWhoWatches) {
-    Configure("");
+    Configure(c_recordEverySecond);
     StartAndAwait();
+    ASSERT_EQ(Chassis({"set", "icb/0", "12", "76.5"}).status, 0);  // told again every pass
     std::vector<std::unique_ptr<test::Process>> watchers;
     for (int index = 0; index < 5; ++index) {
         const std::string name = "watch" + std::to_string(index);
         watchers.push_back(std::make_unique<test::Process>(RegistryCommand({"watch"}), m_folder.Path(name),
                                                            m_folder.Path(name + "-err")));
     }
-    EXPECT_EQ(Output({"get", "boards/ICB/sensors/ID_12/value"}), "48\n");
+    for (int index = 0; index < 5; ++index) {
+        const std::string name = m_folder.Path("watch" + std::to_string(index));
+        ASSERT_TRUE(Await([&] { return !test::ReadFile(name).empty(); })) << test::ReadFile(name + "-err");
+    }
+    const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(Stop(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, c_stopLimit);
     for (const auto& watcher : watchers) {
         EXPECT_EQ(watcher->Wait(), 2) << "no server any more";
     }
+}
+
+TEST_F(RegistryTest, WatcherThatIsKilled_CostsTheOthersNothing) {
+    Configure(c_recordEverySecond);
+    StartAndAwait();
+    ASSERT_EQ(Chassis({"set", "icb/0", "12", "76.5"}).status, 0);
+    {
+        test::Process killed(RegistryCommand({"watch"}), m_folder.Path("killed"), m_folder.Path("killed-err"));
+        ASSERT_TRUE(Await([&] { return !test::ReadFile(m_folder.Path("killed")).empty(); }));
+        killed.Signal(SIGKILL);
+        EXPECT_EQ(killed.Wait(), -SIGKILL);
+    }
+    EXPECT_THAT(Lines(Output({"watch", "boards/ICB/sensors/ID_12", "--count", "2", "--timeout", "20"})),
+                testing::SizeIs(2));
+    EXPECT_EQ(Stop(), 0);
+}
+
+/// Sixteen clients that read every leaf, one call after the other, until the server has gone.
+class SixteenReaders {
+public:
+    explicit SixteenReaders(const std::function<Result()>& readTree) {
+        for (int index = 0; index < 16; ++index) {
+            m_threads.emplace_back([this, readTree] {
+                Result result;
+                do {
+                    result = readTree();
+                    const std::lock_guard lock(m_mutex);
+                    m_trees += result.status == 0 ? 1 : 0;
+                    if (result.status == 0 && result.output.find("  right_rear = ") == std::string::npos) {
+                        m_problems.push_back("no whole tree:\n" + result.output);
+                    }
+                } while (result.status == 0 && !m_isOver);
+                const std::lock_guard lock(m_mutex);
+                if (result.status != 2 && !m_isOver) {
+                    m_problems.push_back("status " + std::to_string(result.status.value_or(-1)) + ": " + result.error);
+                }
+            });
+        }
+    }
+    ~SixteenReaders() {
+        m_isOver = true;
+        Join();
+    }
+    SixteenReaders(const SixteenReaders&) = delete;
+    SixteenReaders& operator=(const SixteenReaders&) = delete;
+
+    /// Waits for all of them. @pre the server has gone
+    void Join() {
+        for (std::thread& thread : m_threads) {
+            if (thread.joinable()) {
+                thread.join();
+            }
+        }
+    }
+    int Trees() const {
+        const std::lock_guard lock(m_mutex);
+        return m_trees;
+    }
+    std::vector<std::string> Problems() const {
+        const std::lock_guard lock(m_mutex);
+        return m_problems;
+    }
+
+private:
+    std::atomic<bool> m_isOver{false};  // whether or not the server has gone
+    mutable std::mutex m_mutex;
+    int m_trees = 0;
+    std::vector<std::string> m_problems;
+    std::vector<std::thread> m_threads;
+};
+
+TEST_F(RegistryTest, SixteenReaders_DuringPassesAndFaultsOfABoard_HoldUpNeitherPassesNorTheStop) {
+    Configure("<monitor><frequency>0</frequency><filter><absolute enabled='false'/></filter></monitor>\n");
+    StartAndAwait();
+    const std::vector<std::string> command = RegistryCommand({"tree"});
+    SixteenReaders readers([&] { return test::RunProgram(command); });
+    const auto awaitTrees = [&] {
+        const int enough = readers.Trees() + 32;
+        return Await([&] { return readers.Trees() >= enough || !readers.Problems().empty(); }) &&
+               readers.Problems().empty();
+    };
+    const std::vector<std::vector<std::string>> faults{{"slow", "slot/2", "2"}, {"fail", "slot/2", "bus is stuck"},
+                                                       {"missing", "slot/2"},   {"invalid", "icb/0", "12"},
+                                                       {"heal", "slot/2"},      {"heal", "icb/0"}};
+    for (const auto& fault : faults) {
+        EXPECT_EQ(Chassis(fault).status, 0) << fault.front();
+        EXPECT_TRUE(awaitTrees()) << fault.front();
+    }
+    const auto records = [&] { return test::ReadLines(m_folder.Path("log/sensors/icb_0.log")).size(); };
+    const std::size_t before = records();
+    EXPECT_TRUE(Await([&] { return records() > before; })) << "passes go on";
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, c_stopLimit);
+    readers.Join();
+    EXPECT_THAT(readers.Problems(), testing::IsEmpty());
 }
 
 TEST_F(RegistryTest, ClientOfTheTool_WithoutServer_SaysSo) {

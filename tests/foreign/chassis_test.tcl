@@ -71,7 +71,12 @@ proc test_fans {} {
     }
     check_like "a speed that is none" [refusal {$::registry set fans {6 20}}] "8 fans {Too high rpm value: 20}"
     check_like "a limit" [refusal {$::registry set boards/ICB/sensors/ID_7/hnr {6 1}}] "4 * ?*"
+    check_like "a text that is none" [refusal {$::registry set fans {8 20}}] "8 fans {Too high rpm value: 20}"
     check_like "still" [chassis fpga read 0x40] "*483*"
+    $::registry set fans {8 2000}
+    check_like "a text" [chassis fpga read 0x68] "*967*"
+    $::registry set fans {2 3000}
+    check_like "an integer" [chassis fpga read 0x68] "*645*"
 }
 
 # Polls until an event of this type came from the leaf of sensor 9, and checks its value.

@@ -48,7 +48,8 @@ def clients_without_end(server):
     sent = 0
     worst = 0.0
     closed = set()
-    end = time.monotonic() + PATIENCE_SECONDS * min(server.slowness, 1)
+    patience = PATIENCE_SECONDS * min(server.slowness, 4)  # below the time-out of the whole test
+    end = time.monotonic() + patience
     while time.monotonic() < end and len(closed) < len(waiting):
         start = time.monotonic()
         server.check_answers()
@@ -62,7 +63,7 @@ def clients_without_end(server):
         closed |= {what for what, client in waiting.items() if what not in closed and ended(client, what)}
         time.sleep(0.2)
     left = sorted(set(waiting) - closed)
-    expect(not left, f"not closed after {PATIENCE_SECONDS} s: {', '.join(left)}")
+    expect(not left, f"not closed after {patience} s: {', '.join(left)}")
     expect(server.sanitizer or server.resident_mib() < 60, f"{server.resident_mib():.0f} MiB are resident")
     trickler.close()
     print(f"the slowest answer meanwhile took {worst * 1000:.0f} ms")

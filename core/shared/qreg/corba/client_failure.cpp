@@ -100,7 +100,9 @@ std::string FailureText(const ServerAddress& server, std::chrono::milliseconds l
     }
     if (isTransient || CORBA::COMM_FAILURE::_downcast(&failure) != nullptr) {
         return "the registry server at " + where +
-               " closed the connection without an answer: it ended, or a message was beyond its limit";
+               " closed the connection without an answer: it ended, it has as many clients as it may have, or a "
+               "message "
+               "was beyond its limit";
     }
     if (CORBA::OBJECT_NOT_EXIST::_downcast(&failure) != nullptr) {
         return "the server at " + where + " has no registry";
