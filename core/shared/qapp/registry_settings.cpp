@@ -77,7 +77,7 @@ ElementRule RegistryRule() {
          .type = qcfg::Boolean(),
          .defaultValue = "false",
          .doc = "Whether clients may hand in callback objects for notifications; otherwise they poll. The program then "
-                "connects wherever a client says."},
+                "connects to whatever port of its own host a client names."},
         {.name = "connections",
          .type = qcfg::Whole(1, c_maxConnections),
          .defaultValue = "1000",
