@@ -22,6 +22,7 @@ constexpr long long c_maxMessage = 1LL << 30;
 constexpr long long c_maxIdleTime = 86400;
 constexpr long long c_maxSubscriptions = 10000;
 constexpr long long c_maxQueue = 1000000;
+constexpr std::size_t c_patternsEach = 8;  ///< that all subscriptions may have on average
 
 template <class T>
 void Take(const qcfg::Element& section, const std::string& name, T& out) {
@@ -49,6 +50,7 @@ void ReadSection(const qcfg::Element& section, qreg::ServerSettings& settings) {
     Take(section, "idle_time", settings.idleTime);
     qreg::SubscriptionLimits& limits = settings.subscriptions;
     Take(section, "subscriptions", limits.subscriptions);
+    limits.allPatterns = std::max(limits.allPatterns, c_patternsEach * limits.subscriptions);
     Take(section, "queue", limits.queue);
     limits.defaultQueue = std::min(limits.defaultQueue, limits.queue);
     for (const std::shared_ptr<qcfg::Element>& write : section.GetChildren()) {
@@ -75,7 +77,7 @@ ElementRule RegistryRule() {
          .type = qcfg::Boolean(),
          .defaultValue = "false",
          .doc = "Whether clients may hand in callback objects for notifications; otherwise they poll. The program then "
-                "connects wherever a client says."},
+                "connects to whatever port of its own host a client names."},
         {.name = "connections",
          .type = qcfg::Whole(1, c_maxConnections),
          .defaultValue = "1000",

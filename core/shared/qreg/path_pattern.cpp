@@ -30,7 +30,38 @@ bool MatchesName(std::string_view pattern, std::string_view name) noexcept {
     return pattern.find_first_not_of('*', at) == std::string_view::npos;
 }
 
+constexpr std::string_view c_anyNames = "**";
+
+/// Appends @p name with one "*" for each run of them.
+void AppendSimplified(std::string& pattern, std::string_view name) {
+    for (std::size_t at = 0; at < name.size(); ++at) {
+        if (at == 0 || name[at] != '*' || name[at - 1] != '*') {
+            pattern += name[at];
+        }
+    }
+}
+
 }  // namespace
+
+std::string Simplified(std::string_view pattern) {
+    std::string simplified;
+    PathNames names(pattern);
+    std::string_view last;
+    for (std::string_view name; names.Next(name); last = name) {
+        if (name == c_anyNames && last == c_anyNames) {
+            continue;
+        }
+        if (!simplified.empty()) {
+            simplified += '/';
+        }
+        if (name == c_anyNames) {
+            simplified += name;
+        } else {
+            AppendSimplified(simplified, name);
+        }
+    }
+    return simplified;
+}
 
 bool Matches(std::string_view pattern, std::string_view path) noexcept {
     PathNames patterns(pattern);
@@ -42,7 +73,7 @@ bool Matches(std::string_view pattern, std::string_view path) noexcept {
     std::string_view wanted;
     std::string_view name;
     while (patterns.Next(wanted)) {
-        if (wanted == "**") {
+        if (wanted == c_anyNames) {
             hasRestart = true;
             restartPatterns = patterns;
             restartNames = names;

@@ -11,4 +11,7 @@ namespace qreg {
 /// at most, whatever the pattern. Any thread.
 bool Matches(std::string_view pattern, std::string_view path) noexcept;
 
+/// The pattern that takes in the same as @p pattern, without what only costs time: "*" and "**" repeated, empty names.
+std::string Simplified(std::string_view pattern);
+
 }  // namespace qreg

@@ -39,6 +39,8 @@ public:
 
     const std::string& GetId() const noexcept { return m_id; }
 
+    std::size_t CountPatterns() const noexcept { return m_filter.patterns.size(); }
+
     /// Whether the filter takes in @p path.
     bool Wants(std::string_view path) const noexcept { return WantsPath(m_filter, path); }
 

@@ -11,6 +11,7 @@
 #include <thread>
 #include <utility>
 
+#include "qreg/path_pattern.h"
 #include "qreg/subscribers.h"
 #include "qreg/subscription.h"
 #include "qstd/clock.h"
@@ -96,7 +97,9 @@ private:
     void Replace(Subscribers::List subscribers);
     void RemoveOverdue();
     void Remove(const std::shared_ptr<Subscription>& subscription);
-    void MakePlace();
+    std::string LimitReached(const Subscribers::List& subscribers, std::size_t patterns) const;
+    bool RemoveLongestDormant();
+    void MakePlace(std::size_t patterns);
 
     const Access m_access;
     const SubscriptionLimits m_limits;
@@ -156,13 +159,22 @@ void Subscriptions::Impl::RemoveOverdue() {
     std::erase_if(m_retired, [](const auto& retired) { return retired.use_count() == 1; });
 }
 
-/// Makes sure that there is a place for one more. Under m_changes.
-void Subscriptions::Impl::MakePlace() {
-    RemoveOverdue();
-    const auto list = List();
-    if (list->GetAll().size() < m_limits.subscriptions) {
-        return;
+/// Which limit does not let one more subscription, of so many patterns, join those; empty: none.
+std::string Subscriptions::Impl::LimitReached(const Subscribers::List& subscribers, std::size_t patterns) const {
+    if (subscribers.size() >= m_limits.subscriptions) {
+        return "Too many subscriptions: at most " + std::to_string(m_limits.subscriptions);
     }
+    for (const auto& subscription : subscribers) {
+        patterns += subscription->CountPatterns();
+    }
+    return patterns <= m_limits.allPatterns ? std::string()
+                                            : "Too many patterns in all subscriptions: " + std::to_string(patterns) +
+                                                  ", at most " + std::to_string(m_limits.allPatterns);
+}
+
+/// @return whether there was one. Under m_changes.
+bool Subscriptions::Impl::RemoveLongestDormant() {
+    const auto list = List();
     const auto now = qstd::Clock::Get().SteadyNow();
     std::shared_ptr<Subscription> longest;
     Instant longestSince = Instant::max();
@@ -173,11 +185,22 @@ void Subscriptions::Impl::MakePlace() {
             longestSince = *since;
         }
     }
-    if (longest == nullptr) {
-        throw RegistryError(ErrorCode_e::limit, {},
-                            "Too many subscriptions: at most " + std::to_string(m_limits.subscriptions));
+    if (longest != nullptr) {
+        Remove(longest);
     }
-    Remove(longest);
+    return longest != nullptr;
+}
+
+/// Makes sure that there is a place for one more, of so many patterns. Under m_changes.
+void Subscriptions::Impl::MakePlace(std::size_t patterns) {
+    RemoveOverdue();
+    std::string reached = LimitReached(List()->GetAll(), patterns);
+    while (!reached.empty() && RemoveLongestDormant()) {
+        reached = LimitReached(List()->GetAll(), patterns);
+    }
+    if (!reached.empty()) {
+        throw RegistryError(ErrorCode_e::limit, {}, std::move(reached));
+    }
 }
 
 Lease Subscriptions::Impl::Subscribe(const Filter& filter) {
@@ -189,12 +212,13 @@ Lease Subscriptions::Impl::Subscribe(const Filter& filter) {
     Filter granted = filter;
     granted.queueLimit = Granted(filter.queueLimit, m_limits.defaultQueue, m_limits.queue);
     granted.lease = Granted(filter.lease, m_limits.defaultLease, m_limits.lease);
+    std::transform(filter.patterns.begin(), filter.patterns.end(), granted.patterns.begin(), Simplified);
 
     const std::lock_guard guard(m_changes);
     if (m_isStopping) {
         ThrowStopping();
     }
-    MakePlace();
+    MakePlace(granted.patterns.size());
     Subscribers::List subscribers = List()->GetAll();
     subscribers.push_back(std::make_shared<Subscription>(MakeId(), granted, m_access, qstd::Clock::Get().SteadyNow()));
     Lease lease{subscribers.back()->GetId(), granted.lease, granted.queueLimit};

@@ -61,6 +61,9 @@ struct Batch {
 struct SubscriptionLimits {
     std::size_t subscriptions = 256;
     std::size_t patterns = 64;  ///< of one subscription
+    /// Of all subscriptions together: what is told at a path for the first time is compared with each of them, by who
+    /// emits it.
+    std::size_t allPatterns = 2048;
     std::size_t queue = 10000;  ///< the most that a subscriber may ask for
     std::size_t defaultQueue = 1000;
     std::size_t batch = 1000;          ///< events of one poll
@@ -76,7 +79,7 @@ struct SubscriptionLimits {
 /// A subscription has two states. It is active while its lease runs: events are queued. When the lease has run out it
 /// is dormant: its queue was given up and events are only counted as lost, so that a subscriber who comes back learns
 /// how many; the next poll makes it active again. Dormant subscriptions are ended, the longest dormant first, when a
-/// new one needs their place, and after a day. Any thread.
+/// new one needs their place or their patterns', and after a day. Any thread.
 class Subscriptions final : private qnode::NotificationListener {
 public:
     Subscriptions(const Access& access, const SubscriptionLimits& limits);
@@ -85,7 +88,7 @@ public:
     /// Nobody may be in a call.
     ~Subscriptions();
 
-    /// @throws RegistryError limit: too many subscriptions or patterns; stopping.
+    /// @throws RegistryError limit: too many subscriptions or patterns, of this one or of all; stopping.
     Lease Subscribe(const Filter& filter);
 
     /// The next events, and a sign of life. Waits for the first one for at most @p wait. Events come again until a

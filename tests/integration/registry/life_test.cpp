@@ -79,6 +79,25 @@ TEST_F(RegistryLife, Refuse_WaitsForAWriteThatIsUnderWay) {
     EXPECT_THAT(Errors(), testing::Not(HasSubstr("still under way")));
 }
 
+TEST_F(RegistryLife, Stop_WhileManySlowNodesAreRead_WaitsForOneOfThemOnly) {
+    Start();
+    // Each takes 300 ms.
+    const reg::PathSeq slow = test::Paths(std::vector<std::string>(20, "values/slow"));
+    const CORBA::String_var view = m_registry->open_view(slow);
+    const reg::Registry_1_1_var other = Connect();
+    std::string errors[2];
+    std::thread many([&] { errors[0] = ErrorOf([&] { const reg::ValueSeq_var all = m_registry->get_many(slow); }); });
+    std::thread viewer([&] { errors[1] = ErrorOf([&] { const reg::Columns_var all = other->read_view(view); }); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    ASSERT_EQ(Stop(), 0);
+    EXPECT_LT(StopMilliseconds(), 700);
+    many.join();
+    viewer.join();
+    for (const std::string& error : errors) {
+        EXPECT_THAT(error, testing::AnyOf(StartsWith("12: "), "COMM_FAILURE", "TRANSIENT"));
+    }
+}
+
 TEST_F(RegistryLife, ClientKilledWhileSubscribed_HarmsNobody) {
     Start();
     reg::Filter filter;

@@ -65,10 +65,31 @@ public:
         }
     }
 
+    /// Gives it a registry server that notes its calls, too.
+    void AddServer() {
+        SetRegistryServer([this](const qreg::ServerSettings& /*settings*/, const auto& /*root*/) {
+            Note("(server bound)");
+            return std::make_unique<RecordingServer>(*this);
+        });
+    }
+
     std::vector<std::string> m_calls;
     std::map<std::string, std::function<void()>> m_inHook;
 
 private:
+    class RecordingServer final : public qreg::Server {
+    public:
+        explicit RecordingServer(RecordingApplication& application) : m_application(application) {}
+        ~RecordingServer() override { m_application.Note("(server gone)"); }
+        int GetPort() const override { return 1; }
+        void Serve() override { m_application.Note("(server serves)"); }
+        void Refuse() override { m_application.Note("(server refuses)"); }
+        void Stop() override { m_application.Note("(server stops)"); }
+
+    private:
+        RecordingApplication& m_application;
+    };
+
     void Note(const std::string& call) {
         m_calls.push_back(call);
         if (m_inHook.count(call) != 0) {
@@ -231,6 +252,35 @@ TEST_F(Application, CheckConfig_PrintsWhatIsWrongAndTouchesNoBoard) {
                             ":3: error: attribute \"backend\" of <boards>: \"smoke\" is not known (known: mock)\n");
     EXPECT_THAT(m_application->m_calls, testing::Not(Contains("(boards)")));
     EXPECT_FALSE(test::Exists(m_folder.Path("log")));
+}
+
+TEST_F(Application, RegistryServer_IsBoundBeforeTheStart_ServesAfterIt_AndRefusesBeforeTheStop) {
+    Make();
+    m_application->AddServer();
+    EXPECT_TRUE(Run());
+    EXPECT_THAT(m_application->m_calls,
+                ElementsAre("OnPreInit", "OnPreConfig", "OnPostConfig", "(boards)", "(server bound)", "OnPostInit",
+                            "OnStartRunning", "OnAcceptRequests", "(server serves)", "(server refuses)", "OnShutdown",
+                            "(server gone)"));
+}
+
+TEST_F(Application, RegistryServer_OfAStartThatFailed_NeverServesAndIsGoneAfterTheStop) {
+    Make();
+    m_application->AddServer();
+    m_application->m_inHook["OnStartRunning"] = [] { throw qstd::Exception("no worker"); };
+    EXPECT_FALSE(Run());
+    EXPECT_THAT(m_application->m_calls,
+                ElementsAre("OnPreInit", "OnPreConfig", "OnPostConfig", "(boards)", "(server bound)", "OnPostInit",
+                            "OnStartRunning", "(server refuses)", "OnShutdown", "(server gone)"));
+}
+
+TEST_F(Application, RegistryServerThatCannotBeBound_EndsTheRunBeforeTheStart) {
+    Make();
+    m_application->AddServer();
+    m_application->m_inHook["(server bound)"] = [] { throw qstd::Exception("the port is in use"); };
+    EXPECT_FALSE(Run());
+    EXPECT_THAT(m_error, HasSubstr("recorder: the port is in use"));
+    EXPECT_EQ(m_application->m_calls.back(), "(server bound)");
 }
 
 TEST_F(Application, Registry_TakesNodesAndRefusesASecondOfAName) {

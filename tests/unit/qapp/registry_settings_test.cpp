@@ -47,6 +47,10 @@ TEST(RegistrySettings, DefaultsAreThoseThatTheRulesName) {
     EXPECT_EQ(named["queue"], std::to_string(settings.subscriptions.queue));
 }
 
+TEST(RegistrySettings, ManySubscriptions_MayHaveMorePatterns) {
+    EXPECT_EQ(Read("<registry subscriptions='10000'/>").subscriptions.allPatterns, 80000U);
+}
+
 TEST(RegistrySettings, AreThoseOfTheSection) {
     const ServerSettings settings = Read(
         "<registry port='1234' listen='127.0.0.1' push='yes' connections='7' max_message='100000' idle_time='5'\n"
@@ -61,6 +65,7 @@ TEST(RegistrySettings, AreThoseOfTheSection) {
     EXPECT_EQ(settings.maxMessage, 100000U);
     EXPECT_EQ(settings.idleTime, std::chrono::seconds(5));
     EXPECT_EQ(settings.subscriptions.subscriptions, 9U);
+    EXPECT_EQ(settings.subscriptions.allPatterns, 2048U);
     EXPECT_EQ(settings.subscriptions.queue, 11U);
     EXPECT_EQ(settings.subscriptions.defaultQueue, 11U) << "never beyond the most that there may be";
     EXPECT_TRUE(settings.mayWrite.Contains("127.1.2.3"));

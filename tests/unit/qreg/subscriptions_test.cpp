@@ -177,6 +177,38 @@ TEST_F(Subscriptions, TooManyPatterns_AreRefused) {
     EXPECT_EQ(m_subscriptions->Count(), 1U);
 }
 
+TEST_F(Subscriptions, TooManyPatternsOfAllTogether_AreRefusedUntilOnesAreGivenBackOrDormant) {
+    qreg::SubscriptionLimits limits;
+    limits.allPatterns = 5;
+    Restart(limits);
+    const std::string first = Subscribe({"a", "b"});
+    m_clock.Advance(std::chrono::seconds(30));
+    const std::string second = Subscribe({"a", "b"});
+    EXPECT_EQ(test::TextOf([&] { Subscribe({"a", "b"}); }), "Too many patterns in all subscriptions: 6, at most 5");
+    EXPECT_EQ(CodeOf([&] { Subscribe({"a", "b"}); }), ErrorCode_e::limit);
+    Subscribe({"a"});
+    Subscribe();
+    m_subscriptions->Unsubscribe(second);
+    const std::string third = Subscribe({"a", "b"});
+    m_clock.Advance(std::chrono::seconds(31));
+    Subscribe({"a", "b"});
+    EXPECT_EQ(CodeOf([&] { Poll(first); }), ErrorCode_e::no_such_subscription) << "it was dormant";
+    EXPECT_EQ(CodeOf([&] { Poll(third); }), ErrorCode_e::ok);
+}
+
+/// The first emission at a path after the list of subscriptions changed compares it with all patterns.
+TEST_F(Subscriptions, AllThePatternsThatClientsMayHave_DoNotHoldUpTheEmitter) {
+    const std::string slow = "**/" + std::string(500, '*') + "q";
+    std::size_t granted = 0;
+    for (int i = 0; i < 256; ++i) {
+        granted += CodeOf([&] { Subscribe(std::vector<std::string>(64, slow)); }) == ErrorCode_e::ok ? 1 : 0;
+    }
+    EXPECT_EQ(granted, 32U);
+    const auto begin = std::chrono::steady_clock::now();
+    Emit(m_first, 1);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(50));
+}
+
 TEST_F(Subscriptions, UnknownId_IsNoSubscription) {
     EXPECT_EQ(test::TextOf([&] { Poll("x"); }),
               "No subscription \"x\": it never was, was ended, or was dormant for too long");

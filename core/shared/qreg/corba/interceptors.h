@@ -12,7 +12,7 @@ namespace qreg::corba {
 /// The one object that this server has: the key that its references end with.
 constexpr const char* c_objectKey = "Registry";
 
-/// How long a message may take to come in once it has begun, and a reply to be taken.
+/// How long a message may take to come in once it has begun, and how long nothing of a reply may be taken.
 constexpr std::chrono::duration<unsigned int, std::milli> c_callTimeOut{10000};
 
 /// Puts the checks in place that stand before every request: a connection beyond the limit is closed at once, and a

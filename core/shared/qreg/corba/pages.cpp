@@ -63,6 +63,7 @@ void FillPage(const Access& access, const PageRequest& request, ::reg::Page& pag
     Room room(request.room);
     CORBA::ULong count = 0;
     for (const Place& place : places) {
+        request.beforeEach();
         Outcome outcome;
         const NodeInfo info = DescribeAnyhow(*place.node, outcome);
         if (outcome.code == ErrorCode_e::ok) {

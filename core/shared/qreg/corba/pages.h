@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string_view>
 
 #include <registry.hh>
@@ -22,10 +23,12 @@ struct PageRequest {
     std::size_t depth;
     std::size_t limit;  ///< of items; 0: none of the client's own
     std::string_view after;
-    std::size_t room;  ///< bytes that the items may take; one has room in any case
+    std::size_t room;                  ///< bytes that the items may take; one has room in any case
+    std::function<void()> beforeEach;  ///< called before each node is read, which may take long; may throw
 };
 
-/// Walks and reads. A node that raises an error costs only its own item. @throws RegistryError as Access::Walk.
+/// Walks and reads. A node that raises an error costs only its own item. @throws RegistryError as Access::Walk, and
+/// what beforeEach throws.
 void FillPage(const Access& access, const PageRequest& request, ::reg::Page& page);
 
 /// Children of @p node from the one with index @p start.

@@ -66,12 +66,16 @@ void RegistryServant::StopPush() {
     m_refusals.Flush();
 }
 
+void RegistryServant::RefuseWhenStopping() const {
+    if (m_isStopping.load(std::memory_order_relaxed)) {
+        throw RegistryError(ErrorCode_e::stopping, {}, "The server is about to end");
+    }
+}
+
 template <class Answer>
 auto RegistryServant::Do(const char* path, Answer&& answer) const -> decltype(answer()) {
     try {
-        if (m_isStopping.load(std::memory_order_relaxed)) {
-            throw RegistryError(ErrorCode_e::stopping, {}, "The server is about to end");
-        }
+        RefuseWhenStopping();
         return answer();
     } catch (const RegistryError& error) {
         throw ToWire(error.GetPath().empty() && path != nullptr ? RegistryError(error.GetCode(), path, error.what())
@@ -131,6 +135,7 @@ auto RegistryServant::Do(const char* path, Answer&& answer) const -> decltype(an
         auto values = std::make_unique<::reg::ValueSeq>();
         values->length(count);
         for (CORBA::ULong i = 0; i < count; ++i) {
+            RefuseWhenStopping();
             Outcome outcome = m_access.Read(static_cast<const char*>(paths[i]));
             Shorten(outcome.text, c_longestText);
             if (!room.Take(SizeOf(outcome) - c_outcomeSize)) {
@@ -147,7 +152,7 @@ auto RegistryServant::Do(const char* path, Answer&& answer) const -> decltype(an
     return Do(path, [&] {
         auto page = std::make_unique<::reg::Page>();
         page->at = Now();
-        FillPage(m_access, {path, depth, limit, after, m_pageRoom}, *page);
+        FillPage(m_access, {path, depth, limit, after, m_pageRoom, [this] { RefuseWhenStopping(); }}, *page);
         return page.release();
     });
 }
@@ -286,7 +291,8 @@ char* RegistryServant::open_view(const ::reg::PathSeq& paths) {
         auto columns = std::make_unique<::reg::Columns>();
         columns->numbers.length(static_cast<CORBA::ULong>(view->GetSize()));
         columns->states.length(static_cast<CORBA::ULong>(view->GetSize()));
-        view->Read(columns->numbers.get_buffer(), columns->states.get_buffer());
+        view->Read(columns->numbers.get_buffer(), columns->states.get_buffer(), m_isStopping);
+        RefuseWhenStopping();
         columns->at = Now();
         return columns.release();
     });

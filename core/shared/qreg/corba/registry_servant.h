@@ -64,6 +64,10 @@ private:
     template <class Answer>
     auto Do(const char* path, Answer&& answer) const -> decltype(answer());
 
+    /// Also called between the nodes of a request for many: one that is slow may hold up the stop, not all of them.
+    /// @throws RegistryError stopping.
+    void RefuseWhenStopping() const;
+
     /// @throws RegistryError limit when @p count items of @p size bytes do not fit into a reply.
     void RefuseTooMany(std::size_t count, std::size_t size) const;
 

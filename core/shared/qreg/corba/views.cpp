@@ -54,10 +54,11 @@ ErrorCode_e View::Read(const Entry& entry, double& number) noexcept {
     }
 }
 
-void View::Read(double* numbers, std::uint16_t* states) const noexcept {
+void View::Read(double* numbers, std::uint16_t* states, const std::atomic<bool>& isStopping) const noexcept {
     for (const Entry& entry : m_entries) {
         *numbers = std::numeric_limits<double>::quiet_NaN();
-        *states = static_cast<std::uint16_t>(Read(entry, *numbers));
+        *states = static_cast<std::uint16_t>(isStopping.load(std::memory_order_relaxed) ? ErrorCode_e::stopping
+                                                                                        : Read(entry, *numbers));
         ++numbers;
         ++states;
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -21,7 +22,8 @@ public:
     std::size_t GetSize() const noexcept { return m_entries.size(); }
 
     /// Reads all of them. @param numbers,states get GetSize() elements each; a number is NaN where the state is not ok
-    void Read(double* numbers, std::uint16_t* states) const noexcept;
+    /// @param isStopping once it is true, what was not read yet is not read any more: its state is stopping
+    void Read(double* numbers, std::uint16_t* states, const std::atomic<bool>& isStopping) const noexcept;
 
 private:
     struct Entry {
