@@ -1,6 +1,7 @@
 #include "temperature_control.h"
 
 #include <chrono>
+#include <cmath>
 #include <exception>
 #include <limits>
 #include <optional>
@@ -68,7 +69,7 @@ TemperatureControl& TemperatureControl::GetInstance(std::shared_ptr<qnode::TreeN
     return instance;
 }
 
-TemperatureControl::TemperatureControl(const std::shared_ptr<qnode::TreeNode>& fansNode) : m_fansNode(fansNode) {
+TemperatureControl::TemperatureControl(std::shared_ptr<qnode::TreeNode>& fansNode) : m_fansNode(fansNode) {
     m_frame.Start(*this);
 }
 
@@ -193,7 +194,7 @@ void TemperatureControl::LogProperties() const {
     qstd::LogInfo(text);
 }
 
-bool TemperatureControl::VerifyTempFansTable() const {
+bool TemperatureControl::VerifyTempFansTable() {
     if (m_table.empty()) {
         return true;
     }
@@ -252,7 +253,7 @@ std::uint32_t TemperatureControl::GetReferenceFanSpeed() const {
         }
         common = speed;
     }
-    return static_cast<std::uint32_t>(common + 0.5);
+    return static_cast<std::uint32_t>(std::lround(common));
 }
 
 void TemperatureControl::SetFansSpeed(std::uint32_t rpm, std::uint32_t currentRpm, const double* maxTemp) const {

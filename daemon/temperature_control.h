@@ -30,7 +30,7 @@ public:
 
     /// Starts the thread. The daemon's temperature control comes from GetInstance; tests make their own.
     /// @param fansNode the node "fans", which belongs to the registry: only a weak reference is kept
-    explicit TemperatureControl(const std::shared_ptr<qnode::TreeNode>& fansNode);
+    explicit TemperatureControl(std::shared_ptr<qnode::TreeNode>& fansNode);
     ~TemperatureControl() override;
 
     /// The thread's body: settings, report, control cycles until it is told to stop. An exception ends it for good, and
@@ -48,7 +48,7 @@ public:
     void LogProperties() const;
 
     /// Whether the table can be used; the first error in it is logged as a warning.
-    bool VerifyTempFansTable() const;
+    bool VerifyTempFansTable();
 
     /// The lowest upper non-critical threshold of the watched sensors, degrees Celsius; 0 when none has one. What
     /// cannot be read is logged and left out; an exception costs the rest of its board.

@@ -16,7 +16,6 @@ using test::TemperatureControlTest;
 using testing::_;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::Return;

@@ -17,8 +17,6 @@ using test::TemperatureControlTest;
 using testing::_;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
 using testing::Return;
 using testing::StartsWith;
 using testing::Throw;
@@ -76,6 +74,7 @@ TEST_F(TemperatureControlSettings, Table_IsCheckedAndReported) {
     ASSERT_EQ(records.size(), 1U);
     EXPECT_EQ(records[0].text, "Lowest HNC found: 75");
     EXPECT_EQ(records[0].source, "temperature_control");
+    EXPECT_EQ(records[0].function, "bool TemperatureControl::VerifyTempFansTable()");
 }
 
 TEST_F(TemperatureControlSettings, Enabled_IsReportedAndRuns) {
