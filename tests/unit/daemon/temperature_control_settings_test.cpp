@@ -5,6 +5,8 @@
 #include <set>
 #include <stdexcept>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "qstd/exception.h"
 #include "temperature_control_fixture.h"
@@ -360,6 +362,8 @@ TEST_F(TemperatureControlSettings, ZeroOrNegativePeriod_CyclesWithoutPauseAndSti
 }
 
 TEST_F(TemperatureControlSettings, Instance_IsOneWhoeverAsksFirst) {
+    static bool wasMade = false;  // by an earlier repetition of this test
+    const int constructions = std::exchange(wasMade, true) ? 0 : 1;
     m_application.Use(Disabled(""), m_folder.Path());
     std::vector<std::future<TemperatureControl*>> asked;
     for (int thread = 0; thread < 8; ++thread) {
@@ -371,8 +375,8 @@ TEST_F(TemperatureControlSettings, Instance_IsOneWhoeverAsksFirst) {
         instances.insert(answer.get());
     }
     EXPECT_EQ(instances.size(), 1U);
-    ASSERT_TRUE(m_log.WaitFor(c_stopped));
-    EXPECT_EQ(m_log.Count(c_started), 1);
+    ASSERT_TRUE(constructions == 0 || m_log.WaitFor(c_stopped));
+    EXPECT_EQ(m_log.Count(c_started), constructions);
     EXPECT_EQ(&TemperatureControl::GetInstance(nullptr), *instances.begin());
 }
 
