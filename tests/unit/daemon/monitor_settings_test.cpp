@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <future>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -11,6 +10,7 @@
 #include "monitor_fixture.h"
 #include "qstd/exception.h"
 #include "tests/support/file.h"
+#include "tests/support/log_gate.h"
 
 namespace {
 
@@ -215,28 +215,13 @@ TEST_F(MonitorTest, StopBeforeTheLoop_NoPassAndTheUsualMessages) {
                             "I: *Monitor process stopped"));
 }
 
-/// Holds whoever logs its first message until it is opened.
-class LogGate : public qstd::LogSink {
-public:
-    void Write(qstd::LogLevel_e /*level*/, const qstd::Time& /*time*/, const std::string& /*text*/) override {
-        m_opened.wait();
-    }
-    void Open() { m_open.set_value(); }
-
-private:
-    std::promise<void> m_open;
-    const std::shared_future<void> m_opened{m_open.get_future()};
-};
-
 TEST_F(MonitorTest, StopBeforeEnabledIsRead_StaysAStop) {
-    const auto gate = std::make_shared<LogGate>();  // the worker's first message comes before it reads its settings
-    qstd::Log::GetInstance().AddSink(gate);
+    test::LogGate gate;  // the worker's first message comes before it reads its settings
     EXPECT_CALL(m_boards.intake, Read).Times(0);
     Start("<monitor enabled='true'><frequency>60</frequency></monitor>");
     m_monitor->StopThread();
-    gate->Open();
+    gate.Open();
     EXPECT_TRUE(m_log.WaitFor("I: *Monitor process stopped"));
-    qstd::Log::GetInstance().RemoveSink(gate);
     EXPECT_THAT(m_log.Messages(), Contains(Report("false", "60", c_threeBoards, "true", "false (value = 0)")));
 }
 
