@@ -51,6 +51,9 @@ public:
         ON_CALL(*this, GetUpperCritical).WillByDefault(Return(facts.upperCritical));
         ON_CALL(*this, GetUpperNonRecoverable).WillByDefault(Return(facts.upperNonRecoverable));
         ON_CALL(*this, Read).WillByDefault([this] { return bmc::SensorReading(m_reading.load()); });
+        ON_CALL(*this, ReadingLimit).WillByDefault([this](const bmc::SensorReading& taken) {
+            return bmc::Sensor::ReadingLimit(taken);
+        });
     }
 
     /// The reading from now on. Any thread.
@@ -68,6 +71,7 @@ public:
     MOCK_METHOD(bmc::SensorReading, GetUpperCritical, (), (const, override));
     MOCK_METHOD(bmc::SensorReading, GetUpperNonRecoverable, (), (const, override));
     MOCK_METHOD(bmc::SensorReading, Read, (), (const, override));
+    MOCK_METHOD(int, ReadingLimit, (const bmc::SensorReading&), (const, override));
 
 private:
     bmc::SensorId m_id;
