@@ -58,6 +58,7 @@ class ServerProcess:
         def limit():
             if descriptors:
                 resource.setrlimit(resource.RLIMIT_NOFILE, (descriptors, descriptors))
+        command = [os.path.abspath(command[0]), *command[1:]]  # it runs in a folder of its own
         if self.sanitizer == "valgrind":
             command = ["valgrind", "--quiet", "--error-exitcode=99", *command]
         with open(self.out, "wb") as out, open(self.err, "wb") as err:
