@@ -85,6 +85,10 @@ def objects_named_by_more_than_a_key(server):
         target(body)
         throw(server, giop.message(giop.LOCATE_REQUEST, bytes(body.data)), 0.05)
     expect(server.cpu_share() < 0.1, "the server is busy after requests that name their object in another way")
+    before = server.resident_mib()
+    endless = right(server, target=lambda out: out.ushort(2).ulong(0).ulong(60_000).raw(b"x" * 60_000))
+    throw_many(server, [endless] * 300)
+    expect(server.sanitizer or server.resident_mib() - before < 4, "references that are broken are kept")
 
 
 @case("messages")
