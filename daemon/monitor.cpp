@@ -39,7 +39,7 @@ void Monitor::operator()() {
         LogProperties();
         Loop();
     } catch (...) {
-        LogCaught("Problem in monitor process - ", "Error: ");
+        LogCaught("Problem in monitor process - ", "Problem in monitor process - Unknown Exception", "Error: ");
     }
     qstd::LogInfo("*Monitor process stopped");
 }

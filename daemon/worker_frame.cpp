@@ -28,14 +28,15 @@ void WorkerFrame::Sleep(std::unique_lock<std::mutex>& lock, std::chrono::seconds
     qstd::Clock::Get().Sleep(m_cond, lock, period);
 }
 
-void LogCaught(const std::string& prefix, const std::string& tracePrefix, qstd::SourceLocation where) {
+void LogCaught(const std::string& prefix, const std::string& unknown, const std::string& tracePrefix,
+               qstd::SourceLocation where) {
     try {
         throw;
     } catch (const std::exception& error) {
         qstd::LogError(prefix + error.what());
         qstd::TraceHere(1, tracePrefix + error.what(), where);
     } catch (...) {
-        qstd::LogError(prefix + "Unknown Exception");
+        qstd::LogError(unknown);
         qstd::TraceHere(1, "Unknown Exception", where);
     }
 }

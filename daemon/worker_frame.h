@@ -57,7 +57,7 @@ private:
 };
 
 /// To be called in a handler: logs the exception that is being handled as an error, @p prefix before its text, and
-/// traces it at level 1 from the calling function with @p tracePrefix before its text. What is no std::exception is an
-/// "Unknown Exception".
-void LogCaught(const std::string& prefix, const std::string& tracePrefix,
+/// traces it at level 1 from the calling function with @p tracePrefix before its text. What is no std::exception is
+/// logged as @p unknown, whole, so that who looks for a message of the log finds it in the sources.
+void LogCaught(const std::string& prefix, const std::string& unknown, const std::string& tracePrefix,
                qstd::SourceLocation where = qstd::SourceLocation::current());

@@ -5,6 +5,7 @@ import struct
 
 import giop
 from cases import case, throw, throw_many
+from cdr import Encoder
 from giop import Closed, Refused
 from registry_calls import get, sample_requests, samples, subtree
 from server_process import expect
@@ -54,6 +55,40 @@ def keys_that_begin_with_zero(server):
             throw(server, right(server, key=key, version=version, wants_reply=False), 0.05)
             throw(server, giop.locate_request(2, key, version), 0.05)
     expect(server.cpu_share() < 0.1, "the server is busy after requests to objects that do not exist")
+
+
+@case("messages")
+def objects_named_by_more_than_a_key(server):
+    """A request may name its object by a profile or a reference: it is done or refused, once."""
+    def profile(key, cut=None):
+        return bytes(Encoder().octet(1).octet(1).octet(2).string("host").ushort(1).octets(key).ulong(0).data)[:cut]
+
+    targets = [put(profile(*parts)) for put in (giop.put_profile, giop.put_reference)
+               for parts in ((giop.KEY,), (b"no",), (b"\0",), (giop.KEY, 9), (giop.KEY, 0))]
+    targets += [lambda out, number=number: out.ushort(number).octets(giop.KEY) for number in (3, 255, 65535)]
+    for target in targets:
+        for parts in ({}, {"more": True}, {"wants_reply": False}):
+            with server.connect() as client:
+                client.send(right(server, target=target, **parts))
+                client.socket.settimeout(0.05)
+                answer = b""
+                try:
+                    while len(answer) < 1000:
+                        piece = client.socket.recv(65536)
+                        if not piece:
+                            break
+                        answer += piece
+                except OSError:
+                    pass
+                expect(len(answer) < 1000, f"one request is answered with {len(answer)} bytes and more")
+        body = Encoder(True, giop.HEADER_SIZE).ulong(1)
+        target(body)
+        throw(server, giop.message(giop.LOCATE_REQUEST, bytes(body.data)), 0.05)
+    expect(server.cpu_share() < 0.1, "the server is busy after requests that name their object in another way")
+    before = server.resident_mib()
+    endless = right(server, target=lambda out: out.ushort(2).ulong(0).ulong(60_000).raw(b"x" * 60_000))
+    throw_many(server, [endless] * 300)
+    expect(server.sanitizer or server.resident_mib() - before < 4, "references that are broken are kept")
 
 
 @case("messages")

@@ -25,13 +25,30 @@ def message(kind, body=b"", version=V12, little=True, more=False):
     return header(kind, len(body), version, little, more) + body
 
 
-def request_body(request_id, operation, arguments=None, *, version=V12, little=True, key=KEY, wants_reply=True,
-                 contexts=()):
-    """Header and arguments of a request. `arguments` is a function that writes into an encoder."""
+def put_key(key):
+    """The target of a request of GIOP 1.2: an object's key."""
+    return lambda out: out.ushort(0).octets(key)
+
+
+def put_profile(profile):
+    """The target of a request of GIOP 1.2: a profile of a reference over TCP."""
+    return lambda out: out.ushort(1).ulong(0).octets(profile)
+
+
+def put_reference(profile):
+    """The target of a request of GIOP 1.2: a whole reference, with the index of one of its profiles."""
+    return lambda out: out.ushort(2).ulong(0).string("IDL:zelkor/reg/Registry:1.0").ulong(1).ulong(0).octets(profile)
+
+
+def request_body(request_id, operation, arguments=None, *, version=V12, little=True, key=KEY, target=None,
+                 wants_reply=True, contexts=()):
+    """Header and arguments of a request. `arguments` is a function that writes into an encoder, and so is `target`,
+    which stands for the key where GIOP 1.2 allows others."""
     out = Encoder(little, HEADER_SIZE)
     if version >= V12:
         out.ulong(request_id).octet(3 if wants_reply else 0).raw(b"\0\0\0")
-        out.ushort(0).octets(key).string(operation)
+        (target or put_key(key))(out)
+        out.string(operation)
         put_contexts(out, contexts)
     else:
         put_contexts(out, contexts)

@@ -7,7 +7,8 @@ import pathlib
 import sys
 
 import giop
-from registry_calls import DAEMON_NAMES, sample_requests, samples, subtree
+from cdr import Encoder
+from registry_calls import DAEMON_NAMES, get, sample_requests, samples, subtree
 
 FOLDER = pathlib.Path(__file__).parent / "corpus"
 
@@ -25,6 +26,9 @@ def corpus():
     files["row"] = b"".join(sample_requests(DAEMON_NAMES).values())
     files["contexts"] = giop.request(3, "subtree", subtree("fans", 1, 5),
                                      contexts=[(1, b"\1\0\0\0\1\0\1\0\x09\1\1\0"), (0x4E454F00, b"\1\0\x14\0")])
+    profile = bytes(Encoder().octet(1).octet(1).octet(2).string("host").ushort(1).octets(giop.KEY).ulong(0).data)
+    files["by_profile"] = giop.request(4, "get", get("fans"), target=giop.put_profile(profile))
+    files["by_reference"] = giop.request(5, "get", get("fans"), target=giop.put_reference(profile))
     files["close"] = giop.message(giop.CLOSE_CONNECTION)
     return files
 

@@ -15,6 +15,7 @@ import attack_connections  # noqa: F401
 import attack_messages  # noqa: F401
 import attack_patience  # noqa: F401
 from cases import GROUPS
+from giop import Closed, Refused
 from server_process import Baseline, Failure, add_server_options, start_server
 
 
@@ -46,8 +47,8 @@ def main():
             name = "after all"
             baseline.check_given_back()
             name = "the end"
-    except Failure as failure:
-        print(f"{name}: {failure}", file=sys.stderr)
+    except (Failure, Closed, Refused, OSError) as failure:
+        print(f"{name}: {type(failure).__name__}: {failure}", file=sys.stderr)
         return 1
     return 0
 

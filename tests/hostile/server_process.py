@@ -58,8 +58,10 @@ class ServerProcess:
         def limit():
             if descriptors:
                 resource.setrlimit(resource.RLIMIT_NOFILE, (descriptors, descriptors))
+        command = [os.path.abspath(command[0]), *command[1:]]  # it runs in a folder of its own
         if self.sanitizer == "valgrind":
-            command = ["valgrind", "--quiet", "--error-exitcode=99", *command]
+            known = pathlib.Path(__file__).resolve().parent / "valgrind.supp"
+            command = ["valgrind", "--quiet", "--error-exitcode=99", f"--suppressions={known}", *command]
         with open(self.out, "wb") as out, open(self.err, "wb") as err:
             self.process = subprocess.Popen(command, stdout=out, stderr=err, stdin=subprocess.DEVNULL, cwd=folder,
                                             preexec_fn=limit, env=dict(os.environ, LSAN_OPTIONS=LEAKS))

@@ -69,7 +69,7 @@ TEST(FlagsText, NumberAndMeaning) {
 }
 
 TEST(TimeText, IsLocal) {
-    const test::TimeZone zone("XXX-2");
+    const test::TimeZone zone("TST-2");
     const auto time = std::chrono::system_clock::time_point(std::chrono::milliseconds(1234));
     EXPECT_EQ(regctl::TimeText(time), "1970/01/01 02:00:01.234");
 }

@@ -26,7 +26,7 @@ protected:
             request, m_registry, output, [&] { return m_isInterrupted; }, [&](const std::string& id) { m_id = id; });
     }
 
-    const test::TimeZone m_zone{"XXX-1"};
+    const test::TimeZone m_zone{"TST-1"};
     FakeRegistry m_registry;
     std::ostringstream m_out, m_err;
     bool m_isInterrupted = false, m_isJson = false, m_hasColour = false;

@@ -30,25 +30,6 @@ std::string TextOf(const char* text) {
     return text != nullptr ? text : "";
 }
 
-/// Calls what takes the rest of a request's message. When that does not arrive the ORB is made to give up the request.
-/// It would keep all it holds of it, for a reply that never comes.
-template <class Take>
-auto TakeRest(omni::GIOP_S& request, const Take& take) {
-    try {
-        return take();
-    } catch (const omni::giopStream::CommFailure&) {
-        if (request.state() == omni::IOP_S::WaitingForReply) {
-            request.state(omni::IOP_S::RequestIsBeingProcessed);
-        }
-        throw;
-    }
-}
-
-/// Passes over the arguments of a request that is not done.
-void PassOver(omni::GIOP_S& request) {
-    TakeRest(request, [&] { request.SkipRequestBody(); });
-}
-
 CORBA::Boolean OnAccept(Interceptors::serverAcceptConnection_T::info_T& info) {
     const auto* const connection = dynamic_cast<omni::tcpConnection*>(info.strand.connection);
     if (connection == nullptr || !g_limit->IsRoomFor(connection->handle())) {
@@ -66,8 +47,6 @@ CORBA::Boolean OnAccept(Interceptors::serverAcceptConnection_T::info_T& info) {
 CORBA::Boolean OnRequest(Interceptors::serverReceiveRequest_T::info_T& info) {
     static const std::size_t c_size = std::strlen(c_objectKey);
     if (info.giop_s.keysize() != static_cast<int>(c_size) || std::memcmp(info.giop_s.key(), c_objectKey, c_size) != 0) {
-        info.giop_s.state(omni::IOP_S::RequestIsBeingProcessed);
-        PassOver(info.giop_s);
         OMNIORB_THROW(OBJECT_NOT_EXIST, omni::OBJECT_NOT_EXIST_NoMatch, CORBA::COMPLETED_NO);
     }
     t_request = &info.giop_s;
@@ -90,18 +69,6 @@ void InstallInterceptors(const DescriptorLimit& limit, LimitedLog& log) {
     interceptors->serverAcceptConnection.add(OnAccept);
     interceptors->serverReceiveRequest.add(OnRequest);
     interceptors->serverSendReply.add(OnReply);
-}
-
-void DispatchWhole(const std::function<bool()>& dispatch) {
-    // Without one this process calls itself: somebody handed in the registry as a listener.
-    const bool isFromOutside = t_request != nullptr;
-    if (isFromOutside ? TakeRest(*t_request, dispatch) : dispatch()) {
-        return;
-    }
-    if (isFromOutside) {
-        PassOver(*t_request);
-    }
-    OMNIORB_THROW(BAD_OPERATION, omni::BAD_OPERATION_UnRecognisedOperationName, CORBA::COMPLETED_NO);
 }
 
 std::string PeerAddress() {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <functional>
 #include <string>
 
 #include "qreg/corba/descriptor_limit.h"
@@ -20,12 +19,6 @@ constexpr std::chrono::duration<unsigned int, std::milli> c_callTimeOut{10000};
 /// zero byte makes omniORB 4.2.5 and 4.3.3 dispatch the same request for ever). To be called between ORB_init and the
 /// first endpoint; both arguments outlive the ORB.
 void InstallInterceptors(const DescriptorLimit& limit, LimitedLog& log);
-
-/// Does a request of this thread by @p dispatch, which says whether it knows the operation. When the request's
-/// connection breaks between the end of its arguments and the end of its message, the ORB would keep all it holds of
-/// the request for ever, as if somebody were still to reply; this sees to it that it does not.
-/// @throws CORBA::BAD_OPERATION when it is not known.
-void DispatchWhole(const std::function<bool()>& dispatch);
 
 /// The address that the request under way in this thread comes from, without its port: "10.0.0.7", "fe80::1". Only to
 /// be called while a request is being answered.

@@ -14,6 +14,7 @@
 #include <registry.hh>
 
 #include "qreg/corba/interceptors.h"
+#include "qreg/corba/message_guard.h"
 #include "qstd/exception.h"
 #include "qstd/log.h"
 #include "qstd/strings.h"
@@ -126,6 +127,7 @@ void Orb::Initialise(const ServerSettings& settings, const Endpoint& endpoint) {
 }
 
 void Orb::Listen() {
+    InstallMessageGuards();
     InstallInterceptors(m_descriptors, m_log);
     const CORBA::Object_var object = m_orb->resolve_initial_references("omniINSPOA");
     m_adapter = PortableServer::POA::_narrow(object);

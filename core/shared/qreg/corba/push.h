@@ -21,7 +21,7 @@ class Push {
 public:
     static constexpr std::size_t c_most = 16;                        ///< listeners at a time
     static constexpr unsigned c_strikes = 3;                         ///< failures in a row that end a subscription
-    static constexpr unsigned c_callMs = 1000;                       ///< how long a call may take
+    static constexpr unsigned c_callMs = 400;                        ///< how long a call may take; a stop waits for it
     static constexpr std::chrono::milliseconds c_afterFailure{200};  ///< until the next attempt
 
     /// @param subscriptions outlives this object

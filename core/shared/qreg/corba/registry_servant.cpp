@@ -217,26 +217,20 @@ void RegistryServant::RefuseStranger(const char* path, const qnode::Value& value
 }
 
 CORBA::Boolean RegistryServant::_dispatch(omniCallHandle& handle) {
-    DispatchWhole([&] { return Dispatch(handle); });
-    return 1;
-}
-
-bool RegistryServant::Dispatch(omniCallHandle& handle) {
     const std::string_view operation = handle.operation_name();
     if (operation == SubscribeToCall::c_name) {
         SubscribeToCall call([this](const ::reg::Filter& filter, const ListenerAddress& listener) {
             return SubscribeTo(filter, listener);
         });
         handle.upcall(this, call);
-        return true;
+        return 1;
     }
     if (operation == IsACall::c_name) {
         IsACall call;
         handle.upcall(this, call);
-        return true;
+        return 1;
     }
-    // What every object can be asked comes second, as it does in the ORB.
-    return POA_reg::Registry_1_1::_dispatch(handle) != 0 || omniServant::_dispatch(handle) != 0;
+    return POA_reg::Registry_1_1::_dispatch(handle);
 }
 
 ::reg::Lease* RegistryServant::subscribe_to(const ::reg::Filter& /*filter*/, ::reg::Listener_ptr /*listener*/) {

@@ -33,7 +33,7 @@ public:
     /// Ends the deliveries to listeners; waits for calls that run.
     void StopPush();
 
-    /// Takes two operations in its own way, see SubscribeToCall and IsACall; see also DispatchWhole.
+    /// Takes two operations in its own way, see SubscribeToCall and IsACall.
     CORBA::Boolean _dispatch(omniCallHandle& handle) override;
 
     ::reg::ServerInfo* hello(const char* client) override;
@@ -55,9 +55,6 @@ public:
     void close_view(const char* id) override;
 
 private:
-    /// @return whether the operation is known
-    bool Dispatch(omniCallHandle& handle);
-
     ::reg::Lease* SubscribeTo(const ::reg::Filter& filter, const ListenerAddress& listener);
 
     /// Calls @p answer and translates what it throws. @param path the node in question, null for none
