@@ -55,6 +55,7 @@ std::string DamageProtection::GetClassName() {
 
 void DamageProtection::operator()() {
     const std::string problem = "Problem in Damage Protection process - ";
+    const std::string unknown = "Problem in Damage Protection process - Unknown Exception";
     const std::string tracePrefix = " .Error: ";
     qstd::SetThreadName("protection");
     qstd::LogInfo("*Damage Protection process started.");
@@ -69,12 +70,12 @@ void DamageProtection::operator()() {
             try {
                 Protect();
             } catch (...) {
-                LogCaught(problem, tracePrefix);
+                LogCaught(problem, unknown, tracePrefix);
             }
             m_frame.Sleep(lock, std::chrono::seconds(m_frequency));
         }
     } catch (...) {
-        LogCaught(problem, tracePrefix);
+        LogCaught(problem, unknown, tracePrefix);
     }
     qstd::LogInfo("*Damage Protection process stopped");
 }

@@ -7,6 +7,7 @@
 #include "bmc_sensor_node.h"
 #include "build_info.h"
 #include "configuration_rules.h"
+#include "damage_protection.h"
 #include "fans_node.h"
 #include "monitor.h"
 #include "qnode/factory.h"
@@ -15,6 +16,8 @@
 #include "qstd/log.h"
 #include "qstd/trace_file.h"
 #include "qstd/trace_fnc.h"
+#include "temperature_control.h"
+#include "time_sync.h"
 
 static_assert(qstd::SourceName(__FILE__) == "platform_daemon", "trace records name sources of the daemon bare");
 
@@ -107,11 +110,20 @@ void PlatformDaemon::OnPostInit() {
         qstd::TraceHere(4, qnode::Node(GetRegistry()).DumpSubTree(-1, 0, qnode::Node::c_defMaxValueLen));
     }
     Monitor::GetInstance();
+    DamageProtection::GetInstance();
+    TemperatureControl::GetInstance(m_fansNode);
+    TimeSync::GetInstance();
 }
 
 void PlatformDaemon::OnShutdown() {
     qstd::LogInfo("***Platform daemon is stopping.");
+    TimeSync::GetInstance().StopThread();
+    DamageProtection::GetInstance().StopThread();
     Monitor::GetInstance().StopThread();
+    TemperatureControl& control = TemperatureControl::GetInstance(nullptr);
+    control.StopThread();
+    // Nobody controls the fans from now on: they are left fast enough for whatever comes.
+    control.SetFansSpeed(TemperatureControl::c_maxSpeed, control.GetReferenceFanSpeed(), nullptr);
 }
 
 void PlatformDaemon::AddRegistryNodes() {

@@ -28,7 +28,8 @@ public:
     /// Builds the registry tree, writes it to the trace and starts the workers.
     void OnPostInit() override;
 
-    /// Stops the workers. They end on their own; each is joined when it is destroyed, after `main` has returned.
+    /// Stops the workers and leaves the fans at maximum speed. The workers end on their own; each is joined when it is
+    /// destroyed, after `main` has returned. @throws what the fans' node throws, which is about the fan controller.
     void OnShutdown() override;
 
     /// Builds the registry tree from the boards and sensors that the pool knows: "boards" and "fans". The tree never

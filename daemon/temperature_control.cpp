@@ -95,7 +95,8 @@ void TemperatureControl::operator()() {
         LogProperties();
         Loop();
     } catch (...) {
-        LogCaught("Problem in Temperature Control process - ", "Error: ");
+        LogCaught("Problem in Temperature Control process - ",
+                  "Problem in Temperature Control process - Unknown Exception", "Error: ");
     }
     qstd::LogInfo("*Temperature Control process stopped");
 }

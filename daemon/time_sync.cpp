@@ -65,6 +65,7 @@ std::string TimeSync::GetClassName() {
 
 void TimeSync::operator()() {
     const std::string problem = "Problem in time synchronization process - ";
+    const std::string unknown = "Problem in time synchronization process - Unknown Exception";
     const std::string tracePrefix = " .Error: ";
     qstd::SetThreadName("timesync");
     try {
@@ -82,15 +83,15 @@ void TimeSync::operator()() {
             try {
                 SyncronizeBoards();
             } catch (const qstd::Exception&) {
-                LogCaught(problem, tracePrefix);
+                LogCaught(problem, unknown, tracePrefix);
             } catch (...) {  // of a pass, only the system's own exceptions show their text
-                qstd::LogError(problem + "Unknown Exception");
+                qstd::LogError(unknown);
                 qstd::TraceHere(1, "Unknown Exception");
             }
             m_frame.Sleep(lock, std::chrono::seconds(m_frequency));
         }
     } catch (...) {
-        LogCaught(problem, tracePrefix);
+        LogCaught(problem, unknown, tracePrefix);
     }
     qstd::LogInfo("*Time synchronization process stopped");
 }
