@@ -4,6 +4,8 @@ BUILD := build
 RUN_DIR := $(BUILD)/run
 PREFIX ?= /usr/local
 JOBS := $(shell nproc)
+# Most tests wait for programs, clocks and sockets most of the time.
+TEST_JOBS := $(shell expr 2 \* $(JOBS))
 
 .PHONY: help deps build run test bench asan tsan tidy format fuzz install clean
 
@@ -43,7 +45,7 @@ run: build
 	@$(BUILD)/bin/zelkor-platformd --config $(RUN_DIR)/demo.xml --log-dir $(RUN_DIR)/log
 
 test: build
-	@ctest --preset release -j $(JOBS)
+	@ctest --preset release -j $(TEST_JOBS)
 
 bench: build
 	@.ci/install-packages .ci/packages-bench
@@ -52,7 +54,7 @@ bench: build
 asan tsan: deps
 	@cmake --preset $@
 	@cmake --build --preset $@ -j $(JOBS)
-	@ctest --preset $@ -j $(JOBS)
+	@ctest --preset $@ -j $(TEST_JOBS)
 
 tidy:
 	@.ci/install-packages .ci/packages .ci/packages-lint
