@@ -75,7 +75,7 @@ void DamageProtection::operator()() {
             m_frame.Sleep(lock, std::chrono::seconds(m_frequency));
         }
     } catch (...) {
-        LogCaught(problem, unknown, tracePrefix);
+        TellOfEnd("Damage Protection", LogCaught(problem, unknown, tracePrefix), qapp::Health::Need_e::vital);
     }
     qstd::LogInfo("*Damage Protection process stopped");
 }

@@ -39,7 +39,9 @@ void Monitor::operator()() {
         LogProperties();
         Loop();
     } catch (...) {
-        LogCaught("Problem in monitor process - ", "Problem in monitor process - Unknown Exception", "Error: ");
+        const std::string why =
+            LogCaught("Problem in monitor process - ", "Problem in monitor process - Unknown Exception", "Error: ");
+        TellOfEnd("Monitor", why, qapp::Health::Need_e::useful);
     }
     qstd::LogInfo("*Monitor process stopped");
 }

@@ -95,8 +95,9 @@ void TemperatureControl::operator()() {
         LogProperties();
         Loop();
     } catch (...) {
-        LogCaught("Problem in Temperature Control process - ",
-                  "Problem in Temperature Control process - Unknown Exception", "Error: ");
+        const std::string why = LogCaught("Problem in Temperature Control process - ",
+                                          "Problem in Temperature Control process - Unknown Exception", "Error: ");
+        TellOfEnd("Temperature Control", why, qapp::Health::Need_e::vital);
     }
     qstd::LogInfo("*Temperature Control process stopped");
 }

@@ -91,7 +91,7 @@ void TimeSync::operator()() {
             m_frame.Sleep(lock, std::chrono::seconds(m_frequency));
         }
     } catch (...) {
-        LogCaught(problem, unknown, tracePrefix);
+        TellOfEnd("Time synchronization", LogCaught(problem, unknown, tracePrefix), qapp::Health::Need_e::useful);
     }
     qstd::LogInfo("*Time synchronization process stopped");
 }

@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "qapp/zelkor_application.h"
 #include "qstd/clock.h"
 #include "qstd/log.h"
 #include "qstd/trace_fnc.h"
@@ -28,15 +29,21 @@ void WorkerFrame::Sleep(std::unique_lock<std::mutex>& lock, std::chrono::seconds
     qstd::Clock::Get().Sleep(m_cond, lock, period);
 }
 
-void LogCaught(const std::string& prefix, const std::string& unknown, const std::string& tracePrefix,
-               qstd::SourceLocation where) {
+std::string LogCaught(const std::string& prefix, const std::string& unknown, const std::string& tracePrefix,
+                      qstd::SourceLocation where) {
     try {
         throw;
     } catch (const std::exception& error) {
         qstd::LogError(prefix + error.what());
         qstd::TraceHere(1, tracePrefix + error.what(), where);
+        return error.what();
     } catch (...) {
         qstd::LogError(unknown);
         qstd::TraceHere(1, "Unknown Exception", where);
+        return "Unknown Exception";
     }
+}
+
+void TellOfEnd(const std::string& worker, const std::string& why, qapp::Health::Need_e need) {
+    qapp::ZelkorApplication::Instance().GetHealth().PartEnded(worker, why, need);
 }

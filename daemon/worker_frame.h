@@ -7,6 +7,7 @@
 #include <string>
 #include <thread>
 
+#include "qapp/health.h"
 #include "qstd/source_location.h"
 
 /// What every worker has: its thread, the sleep between two passes, and the stop. A worker holds it as a member, starts
@@ -59,5 +60,10 @@ private:
 /// To be called in a handler: logs the exception that is being handled as an error, @p prefix before its text, and
 /// traces it at level 1 from the calling function with @p tracePrefix before its text. What is no std::exception is
 /// logged as @p unknown, whole, so that who looks for a message of the log finds it in the sources.
-void LogCaught(const std::string& prefix, const std::string& unknown, const std::string& tracePrefix,
-               qstd::SourceLocation where = qstd::SourceLocation::current());
+/// @return the exception's text
+std::string LogCaught(const std::string& prefix, const std::string& unknown, const std::string& tracePrefix,
+                      qstd::SourceLocation where = qstd::SourceLocation::current());
+
+/// To be called in the handler that ends a worker, after LogCaught: tells the service manager.
+/// @param worker its name, for people
+void TellOfEnd(const std::string& worker, const std::string& why, qapp::Health::Need_e need);

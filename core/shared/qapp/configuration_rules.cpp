@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "qapp/registry_settings.h"
+#include "qapp/service_settings.h"
 #include "qcfg/configuration.h"
 #include "qcfg/reference_writer.h"
 #include "qcfg/value_types.h"
@@ -63,7 +64,7 @@ qcfg::ElementRule ConfigurationRules(const std::vector<qcfg::VariantRule>& backe
                      .doc =
                          "The configuration. A section that is empty (no attribute, no child, no text) counts as "
                          "absent."};
-    std::vector<ElementRule> children{RegistryRule(), BoardsRule(backends)};
+    std::vector<ElementRule> children{ServiceRule(), RegistryRule(), BoardsRule(backends)};
     children.insert(children.end(), sections.begin(), sections.end());
     root.children = qcfg::RuleList(std::move(children));
     root.check = WarnOfEmptySections;

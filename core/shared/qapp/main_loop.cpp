@@ -25,9 +25,10 @@ constexpr std::time_t c_tenYears = 10L * 365 * 24 * 3600;
 
 }  // namespace
 
-MainLoop::MainLoop(Signals& signals, const ServiceNotifier& notifier)
+MainLoop::MainLoop(Signals& signals, const ServiceNotifier& notifier, const Health& health)
     : m_signals(signals),
       m_notifier(notifier),
+      m_health(health),
       m_clockWatch(::timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC)) {
     if (m_clockWatch < 0) {
         qstd::LogWarning(std::string("Setting the calendar clock is not noticed: ") + std::strerror(errno));
@@ -75,7 +76,9 @@ void MainLoop::Run() {
         if (feedingPeriod > milliseconds::zero()) {
             const auto now = std::chrono::steady_clock::now();
             if (now >= nextFeeding) {
-                m_notifier.Alive();
+                if (m_health.IsWell()) {
+                    m_notifier.Alive();
+                }
                 nextFeeding = now + feedingPeriod;
             }
             timeout = static_cast<int>(std::chrono::ceil<milliseconds>(nextFeeding - now).count());

@@ -1,15 +1,16 @@
 #pragma once
 
+#include "qapp/health.h"
 #include "qapp/service_notifier.h"
 #include "qapp/signals.h"
 
 namespace qapp {
 
-/// What the main thread does while the service runs: sleeps, takes signals, feeds the service manager's watchdog and
-/// watches for the calendar clock being set. For the main thread.
+/// What the main thread does while the service runs: sleeps, takes signals, feeds the service manager's watchdog
+/// as long as the service is well, and watches for the calendar clock being set. For the main thread.
 class MainLoop {
 public:
-    MainLoop(Signals& signals, const ServiceNotifier& notifier);
+    MainLoop(Signals& signals, const ServiceNotifier& notifier, const Health& health);
     MainLoop(const MainLoop&) = delete;
     MainLoop& operator=(const MainLoop&) = delete;
     ~MainLoop();
@@ -24,6 +25,7 @@ private:
 
     Signals& m_signals;
     const ServiceNotifier& m_notifier;
+    const Health& m_health;
     int m_clockWatch;  ///< a timer that is only there to be cancelled when the calendar clock is set
 };
 

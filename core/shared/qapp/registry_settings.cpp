@@ -3,10 +3,8 @@
 #include <algorithm>
 #include <memory>
 
-#include "qcfg/checker.h"
-#include "qcfg/document.h"
+#include "qapp/own_section.h"
 #include "qcfg/value_types.h"
-#include "qstd/exception.h"
 
 namespace qapp {
 
@@ -29,15 +27,6 @@ void Take(const qcfg::Element& section, const std::string& name, T& out) {
     long long number = 0;
     if (section.GetAttrValue(name, number)) {
         out = T(number);
-    }
-}
-
-/// @throws qstd::Exception for the first thing that is wrong.
-void Prove(const qcfg::Element& section, const std::string& fileName) {
-    for (const qcfg::Finding& finding : qcfg::CheckConfiguration(section, RegistryRule())) {
-        if (finding.severity == qcfg::Severity_e::error) {
-            throw qstd::Exception(qcfg::AtLine(fileName, finding.line, finding.text));
-        }
     }
 }
 
@@ -114,14 +103,8 @@ ElementRule RegistryRule() {
 qreg::ServerSettings ReadRegistrySettings(const qcfg::Configuration& configuration, const Options& options,
                                           qreg::ServerSettings defaults) {
     qreg::ServerSettings settings = std::move(defaults);
-    const auto sections = configuration.FindSections("registry");
-    if (sections.size() > 1) {
-        throw qstd::Exception(qcfg::AtLine(configuration.GetFileName(), sections[1]->GetLine(),
-                                           "second <registry> section; there may be one only"));
-    }
-    if (!sections.empty()) {
-        Prove(*sections.front(), configuration.GetFileName());
-        ReadSection(*sections.front(), settings);
+    if (const auto section = FindOwnSection(configuration, RegistryRule())) {
+        ReadSection(*section, settings);
     }
     if (options.isPortGiven) {
         settings.port = options.port;

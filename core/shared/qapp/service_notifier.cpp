@@ -2,6 +2,7 @@
 
 #include <systemd/sd-daemon.h>
 
+#include <algorithm>
 #include <cstdint>
 
 namespace qapp {
@@ -16,6 +17,13 @@ ServiceNotifier::ServiceNotifier() : m_feedingPeriod(0) {
 
 void ServiceNotifier::Ready() const {
     sd_notify(0, "READY=1");
+}
+
+void ServiceNotifier::Status(const std::string& status) {
+    std::string line = "STATUS=" + status;
+    // What is told is a list of lines, each of which has a meaning.
+    std::replace(line.begin(), line.end(), '\n', ' ');
+    sd_notify(0, line.c_str());
 }
 
 void ServiceNotifier::Stopping() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <string>
 
 namespace qapp {
 
@@ -12,6 +13,8 @@ public:
 
     /// The start is complete.
     void Ready() const;
+    /// How the service is, for people.
+    static void Status(const std::string& status);
     /// The stop has begun.
     void Stopping() const;
     /// Feeds the watchdog.

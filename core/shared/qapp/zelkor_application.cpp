@@ -20,6 +20,7 @@
 #include "qapp/main_loop.h"
 #include "qapp/registry_settings.h"
 #include "qapp/service_notifier.h"
+#include "qapp/service_settings.h"
 #include "qapp/signals.h"
 #include "qcfg/checker.h"
 #include "qcfg/document.h"
@@ -139,6 +140,7 @@ bool ZelkorApplication::RunUnguarded(int argc, char** argv, Detacher& detacher) 
     }
     OpenLogs(options);
     OpenBoards();
+    m_health.SetWatchdog(ReadServiceSettings(m_config).watchdog);
     OpenRegistry(options);
     CreateBoards();
     if (isStopRequested()) {
@@ -322,7 +324,7 @@ bool ZelkorApplication::Serve(Signals& signals, Detacher& detacher, bool isForeg
         qstd::Log::GetInstance().OpenStandardError();
     }
     const ServiceNotifier notifier;
-    MainLoop mainLoop(signals, notifier);  // watches the calendar clock from before the first worker sleeps
+    MainLoop mainLoop(signals, notifier, m_health);  // watches the calendar clock from before the first worker sleeps
     const bool isStarted = CallHooks("start", isForeground, [this] {
         OnPostInit();
         OnStartRunning();

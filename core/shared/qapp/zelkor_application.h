@@ -7,6 +7,7 @@
 
 #include "bmc/board.h"
 #include "qapp/board_backend.h"
+#include "qapp/health.h"
 #include "qapp/options.h"
 #include "qapp/pid_file.h"
 #include "qapp/zelkor_board.h"
@@ -58,6 +59,9 @@ public:
     /// Adds a node below the root of the registry tree. Any thread.
     /// @throws qstd::Exception naming the node when the root has a child of that name.
     void AddRegNode(const std::shared_ptr<qnode::TreeNode>& node);
+
+    /// Of the parts of the service, which have ended before their time. Any thread.
+    Health& GetHealth() noexcept { return m_health; }
 
     /// Folder of the log files, without a slash at its end. Any thread.
     const std::string& LogFileDir() const noexcept { return m_logFileDir; }
@@ -122,6 +126,7 @@ private:
     const bool m_runsOnce;
     std::vector<BoardBackend> m_backends;
     qcfg::Configuration m_config;
+    Health m_health;
     std::shared_ptr<qnode::TreeNode> m_registry;
     std::string m_logFileDir;
     std::string m_helpText;

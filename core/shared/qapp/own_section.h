@@ -1,0 +1,16 @@
+#pragma once
+
+#include <memory>
+
+#include "qcfg/configuration.h"
+#include "qcfg/element.h"
+#include "qcfg/schema.h"
+
+namespace qapp {
+
+/// The section of the application's own that @p rule describes, proved by it; null when the configuration has none.
+/// @throws qstd::Exception "FILE:LINE: text" for anything in the section that the rule does not allow, and for a second
+///         section.
+std::shared_ptr<qcfg::Element> FindOwnSection(const qcfg::Configuration& configuration, const qcfg::ElementRule& rule);
+
+}  // namespace qapp
