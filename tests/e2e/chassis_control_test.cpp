@@ -15,8 +15,9 @@ using testing::Not;
 class ChassisControlTest : public DaemonTest {
 protected:
     void SetUp() override {
-        Configure("");
+        Configure("<temperature_control enabled='false'/>\n");  // the fans are the operator's
         StartAndAwait();
+        ASSERT_TRUE(AwaitLog("*Temperature Control process stopped"));
     }
 
     void TearDown() override {

@@ -65,6 +65,12 @@ protected:
         ASSERT_TRUE(AwaitLog(message)) << ReadFile(m_folder.Path("err"));
     }
 
+    /// Waits until each worker of a daemon without any section has begun its first pass.
+    bool AwaitWorkers() const {
+        return AwaitLog("Monitor settings:") && AwaitLog("Damage Protection settings:") &&
+               AwaitLog("Fans changed from 0 RPM to 6500 RPM.") && AwaitLog("Board slot_2 will be synchronized.");
+    }
+
     /// Asks the daemon to stop. @return its exit status; when that is bad, standard error is shown.
     std::optional<int> Stop(int signal = SIGTERM) {
         m_daemon->Signal(signal);

@@ -9,11 +9,14 @@
 #include <thread>
 #include <vector>
 
+#include "damage_protection.h"
 #include "monitor.h"
 #include "platform_daemon.h"
+#include "temperature_control.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/mock_boards.h"
 #include "tests/support/temp_folder.h"
+#include "time_sync.h"
 
 namespace {
 
@@ -23,16 +26,17 @@ public:
 };
 
 /// How many different instances eight threads get that ask for it at once.
-std::size_t CountInstances() {
+template <class Worker>
+std::size_t CountInstances(Worker& (*getInstance)()) {
     std::vector<std::thread> callers;
-    std::vector<const Monitor*> instances(8);
-    for (const Monitor*& instance : instances) {
-        callers.emplace_back([&instance] { instance = &Monitor::GetInstance(); });
+    std::vector<const Worker*> instances(8);
+    for (const Worker*& instance : instances) {
+        callers.emplace_back([&instance, getInstance] { instance = &getInstance(); });
     }
     for (std::thread& caller : callers) {
         caller.join();
     }
-    return std::set<const Monitor*>(instances.begin(), instances.end()).size();
+    return std::set<const Worker*>(instances.begin(), instances.end()).size();
 }
 
 TEST(WorkerSingleton, StopWithoutStart_MakesTheWorkerAndStopsIt_AndManyCallersGetOneInstance) {
@@ -45,9 +49,21 @@ TEST(WorkerSingleton, StopWithoutStart_MakesTheWorkerAndStopsIt_AndManyCallersGe
     daemon->OnShutdown();
     EXPECT_TRUE(log.WaitFor("I: *Monitor process stopped"));
     EXPECT_EQ(log.Messages().front(), "I: ***Platform daemon is stopping.");
-    EXPECT_EQ(log.Count("I: *Monitor process started."), 1);
+    EXPECT_TRUE(log.WaitFor("I: *Damage Protection process stopped"));
+    EXPECT_TRUE(log.WaitFor("I: *Temperature Control process stopped"));
+    // Temperature control has no fans to set then, nor would the clocks be compared any more.
+    EXPECT_EQ(log.Count("W: Fans node not valid. Can't set fan speed."), 1);
+    EXPECT_EQ(log.Count("I: *Time synchronization process started."), 0);
+    for (const char* worker : {"Monitor", "Damage Protection", "Temperature Control"}) {
+        EXPECT_EQ(log.Count(std::string("I: *") + worker + " process started."), 1);
+    }
 
-    EXPECT_EQ(CountInstances(), 1U);
+    EXPECT_EQ(CountInstances(&Monitor::GetInstance), 1U);
+    EXPECT_EQ(CountInstances(&DamageProtection::GetInstance), 1U);
+    EXPECT_EQ(CountInstances<TemperatureControl>(
+                  []() -> TemperatureControl& { return TemperatureControl::GetInstance(nullptr); }),
+              1U);
+    EXPECT_EQ(CountInstances(&TimeSync::GetInstance), 1U);
     EXPECT_EQ(log.Count("I: *Monitor process started."), 1);
 }
 
@@ -59,7 +75,8 @@ TEST(WorkerSingletonDeathTest, FirstCallFromManyThreads_ConstructsOne) {
             static const test::ThreeBoards boards;
             static const auto daemon = std::make_shared<PreparedDaemon>(folder.Path());
             static const test::LogCapture log;
-            const bool isOne = CountInstances() == 1 && log.WaitFor("I: *Monitor process started.") &&
+            const bool isOne = CountInstances(&Monitor::GetInstance) == 1 &&
+                               log.WaitFor("I: *Monitor process started.") &&
                                log.Count("I: *Monitor process started.") == 1;
             std::exit(isOne ? 0 : 1);
         },
