@@ -12,6 +12,7 @@
 #include "bmc/sim/configuration_rule.h"
 #include "bmc/sim/sim_backend.h"
 #include "platform_daemon.h"
+#include "qreg/corba/server.h"
 
 namespace {
 
@@ -44,5 +45,6 @@ int main(int argc, char** argv) {
                                  return std::make_unique<HeldBackend>(bmc::sim::Create(section, configFile));
                              },
                              {}});
+    daemon->SetRegistryServer(qreg::corba::CreateServer);
     return daemon->Run(argc, argv) ? 0 : 1;
 }

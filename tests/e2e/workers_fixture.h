@@ -74,9 +74,11 @@ protected:
     }
 
     /// What the worker has logged, oldest first: "I: text", W, E and C; the text without a newline at its end.
-    std::vector<std::string> MessagesOf(Worker worker) const {
+    std::vector<std::string> MessagesOf(Worker worker) const { return MessagesOfWhoLogged(MarkOf(worker)); }
+
+    /// What the thread has logged that was the first to log a message that begins with @p mark.
+    std::vector<std::string> MessagesOfWhoLogged(const std::string& mark) const {
         const std::vector<Message> messages = TracedMessages();
-        const std::string mark = MarkOf(worker);
         const auto own = std::find_if(messages.begin(), messages.end(), [&](const Message& message) {
             return message.text.compare(3, mark.size(), mark) == 0;
         });
