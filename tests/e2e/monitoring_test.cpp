@@ -250,6 +250,24 @@ TEST_F(MonitoringTest, RelativeFilter_RecordsWhatChangesByMoreThanItsShareOfTheN
     EXPECT_EQ(Stop(), 0);
 }
 
+TEST_F(MonitoringTest, SensorMissingLater_IsNotAvailableUnderTheSameHeadingAndABoardMissing_GetsNoLine) {
+    StartWith(MonitorOnly(c_filtersOff));
+    ASSERT_TRUE(AwaitLines("slot_2", c_headerLines + 1));
+    Inject({"missing", "icb/0", "12"});
+    Inject({"missing", "slot/2"});
+    const std::string missing = "E: Problem accessing board: slot_2";
+    ASSERT_TRUE(AwaitMonitor(missing));
+    const std::size_t lines = SensorLog("slot_2").size();
+    ASSERT_TRUE(AwaitMessage(Worker::monitor, missing, 2)) << "in every pass";
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_EQ(SensorLog("slot_2").size(), lines);
+    const std::vector<std::string> log = SensorLog("icb_0");
+    EXPECT_THAT(log.back(), testing::EndsWith("] ;12;N/A"));
+    EXPECT_EQ(std::count_if(log.begin(), log.end(),
+                            [](const std::string& line) { return line.find("[TIME]") != std::string::npos; }),
+              1);
+}
+
 TEST_F(MonitoringTest, LogDeletedBetweenPasses_IsMadeAnewWithoutHeader) {
     StartWith(MonitorOnly(c_filtersOff));
     ASSERT_TRUE(AwaitLines("os_0", c_headerLines + 1));

@@ -199,6 +199,33 @@ TEST_F(WorkerFrameTest, ValuesThatDoNotConvert_KeepTheDefaultsAndAreTracedOnly) 
     }
 }
 
+TEST_F(WorkerFrameTest, Trace_HoldsTheMessagesFromItsLevelOn) {
+    for (const int level : {1, 2, 3}) {
+        SCOPED_TRACE(level);
+        std::filesystem::remove_all(m_folder.Path("log"));
+        // A worker that ends by an error, a crossing, a board past its limit.
+        Configure("<temperature_control><sensors><include>x</include></sensors></temperature_control>\n",
+                  c_driftingChassis);
+        Start({"--trace-level", std::to_string(level)});
+        ASSERT_TRUE(AwaitLog("Problem in Temperature Control process - Bad cast from x to int"));
+        ASSERT_TRUE(AwaitLog("Sensor value is above HNR"));
+        ASSERT_TRUE(AwaitLog("Sensor source board will be powered off now."));
+        EXPECT_EQ(Stop(), 0);
+        const auto isTraced = [this](const std::string& begin, const std::string& end) {
+            const std::vector<std::string> lines = Trace();
+            return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+                return line.find("] " + begin + " (") != std::string::npos &&
+                       line.find(" core/shared/qstd/log:") != std::string::npos && line.find(end) != std::string::npos;
+            });
+        };
+        const std::string arguments = "(const std::string&): ";
+        EXPECT_TRUE(isTraced("1", "void qstd::LogCritical" + arguments + "!!! Shutting down board slot_2 to prevent"));
+        EXPECT_TRUE(isTraced("1", "void qstd::LogError" + arguments + "Problem in Temperature Control process - Bad"));
+        EXPECT_EQ(isTraced("2", "void qstd::LogWarning" + arguments + "Sensor value is above HNR"), level >= 2);
+        EXPECT_EQ(isTraced("3", "void qstd::LogInfo" + arguments + "*Monitor process started."), level >= 3);
+    }
+}
+
 TEST_F(WorkerFrameTest, FilterThatDoesNotConvert_IsSwitchedOnWithoutItsSize) {
     StartWith(
         "<monitor><frequency>0x10</frequency><filter><absolute enabled='0'/><relative enabled='ON'>abc</relative>"
