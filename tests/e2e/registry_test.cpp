@@ -3,53 +3,19 @@
 #include <atomic>
 #include <mutex>
 
-#include "workers_fixture.h"
+#include "registry_fixture.h"
 
 namespace {
 
+using test::Lines;
+using test::RegistryTest;
 using test::Result;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::size_t begin = 0;
-    while (begin < text.size()) {
-        const std::size_t end = std::min(text.find('\n', begin), text.size());
-        lines.push_back(text.substr(begin, end - begin));
-        begin = end + 1;
-    }
-    return lines;
-}
-
 /// Far above what a stop takes, also under a sanitizer, and far below what a poll may wait.
 constexpr std::chrono::seconds c_stopLimit(5);
-
-class RegistryTest : public test::WorkersTest {
-protected:
-    /// The six reference registers of the fan controller.
-    std::vector<std::string> FanRegisters() const {
-        std::vector<std::string> values;
-        for (const char* address : {"0x40", "0x48", "0x50", "0x58", "0x60", "0x68"}) {
-            values.push_back(Lines(Chassis({"fpga", "read", address}).output).at(0));
-        }
-        return values;
-    }
-
-    std::string Output(const std::vector<std::string>& words) const {
-        const Result result = Registry(words);
-        EXPECT_EQ(result.status, 0) << result.error;
-        return result.output;
-    }
-
-    /// @p words must fail with @p status and @p error on standard error.
-    void ExpectFailure(const std::vector<std::string>& words, int status, const std::string& error) const {
-        const Result result = Registry(words);
-        EXPECT_EQ(result.status, status) << result.output << result.error;
-        EXPECT_THAT(result.error, HasSubstr(error));
-    }
-};
 
 TEST_F(RegistryTest, TreeHasEveryBoardInTheOrderOfTheChassisAndTheFans) {
     Configure("");
@@ -101,121 +67,6 @@ TEST_F(RegistryTest, Failures_HaveTheStatusThatTellsThemApart) {
     ASSERT_EQ(Chassis({"fail", "icb/0", "bus is stuck"}).status, 0);
     ExpectFailure({"get", "boards/ICB/sensors/ID_3/value"}, 1, "bus is stuck");
     ASSERT_EQ(Chassis({"heal", "icb/0"}).status, 0);
-    EXPECT_EQ(Stop(), 0);
-}
-
-TEST_F(RegistryTest, Host_EveryStateHasNoValueAndEveryRevisionIsZero) {
-    Configure("");
-    StartAndAwait();
-    const std::string info = "boards/host/board_info/";
-    for (const char* state : {"firmware_type", "status", "power_status", "red_light"}) {
-        ExpectFailure({"get", info + state}, 3, "no value");
-    }
-    EXPECT_EQ(Output({"get", info + "fpga_revision", info + "fw_revision", info + "ipmi_version", info + "type"}),
-              "0\n0\n0\nos\n");
-    EXPECT_EQ(Registry({"get", info + "device"}).status, 0);
-    for (const char* reserved : {"fw_version", "fw_flash_id"}) {
-        ExpectFailure({"get", info + reserved}, 1, std::string("Unsupported type: ") + reserved + " in method ");
-    }
-    EXPECT_EQ(Stop(), 0);
-}
-
-TEST_F(RegistryTest, BoardInformation_IsThatOfTheBoardAndFollowsIt) {
-    Configure("",
-              "<chassis><board uri='icb/0' type='icb' name='ICB'><fans/></board><board uri='io/1' type='io' "
-              "name='IO1' prefix='IO' status='ok' power='on' red_light='off' firmware_type='active' "
-              "fw_revision='12' fpga_revision='7' ipmi_version='2'>"
-              "<sensor id='1' type='temperature' value='100' unr='90'/></board></chassis>");
-    StartAndAwait("Sensor source board will be powered off now.");
-    const std::string info = "boards/IO1/board_info/";
-    EXPECT_EQ(Output({"get", info + "device", info + "type", info + "firmware_type", info + "status",
-                      info + "fpga_revision", info + "red_light", info + "fw_revision", info + "ipmi_version"}),
-              "IO\nio\nactive\nok\n7\noff\n12\n2\n");
-    EXPECT_TRUE(Await([&] {
-        return Output({"get", info + "power_status"}) == "off\n";
-    })) << "each read asks the board, which was switched off";
-    EXPECT_EQ(Output({"ls", "boards/ICB/sensors"}), "") << "a board without sensors has an empty folder";
-    EXPECT_EQ(Stop(), 0);
-}
-
-TEST_F(RegistryTest, Leaves_HaveTheirTypeOneValueAndTheFlagsOfWhatMayBeDone) {
-    Configure("");
-    StartAndAwait();
-    const auto expectInfo = [this](const std::string& path, const std::string& type, const std::string& flags) {
-        EXPECT_THAT(Output({"info", path}),
-                    AllOf(HasSubstr("type = " + type + "\nsize = " + (type == "empty" ? "0" : "1") + "\n"),
-                          HasSubstr("\nflags = " + flags)))
-            << path;
-    };
-    for (const char* leaf : {"value", "hnc", "hc", "hnr", "lnc", "lc", "lnr", "nom"}) {
-        expectInfo(std::string("boards/ICB/sensors/ID_12/") + leaf, "double", "2 ");
-    }
-    for (const char* leaf : {"name", "type", "units"}) {
-        expectInfo(std::string("boards/ICB/sensors/ID_12/") + leaf, "string", "2 ");
-    }
-    for (const char* leaf : {"device", "type", "firmware_type", "status", "power_status", "red_light"}) {
-        expectInfo(std::string("boards/host/board_info/") + leaf, "string", "2 ");
-    }
-    for (const char* leaf : {"fpga_revision", "fw_version", "fw_revision", "fw_flash_id", "ipmi_version"}) {
-        expectInfo(std::string("boards/host/board_info/") + leaf, "integer", "2 ");
-    }
-    for (const char* folder :
-         {"boards", "boards/ICB", "boards/ICB/board_info", "boards/ICB/sensors", "boards/ICB/sensors/ID_12"}) {
-        expectInfo(folder, "empty", "0\n");
-    }
-    expectInfo("fans", "double", "6 ");
-    expectInfo("fans/right_rear", "double", "6 ");
-    EXPECT_EQ(Stop(), 0);
-}
-
-TEST_F(RegistryTest, ThresholdThatIsNotThere_HasNoValueAndTheOtherLeavesAnswer) {
-    Configure("");
-    StartAndAwait();
-    Inject({"limit", "icb/0", "12", "uc", "none"});
-    const std::string sensor = "boards/ICB/sensors/ID_12/";
-    ExpectFailure({"get", sensor + "hc"}, 3, "no value");
-    EXPECT_EQ(Output({"get", sensor + "value", sensor + "hnc", sensor + "hnr", sensor + "lnc", sensor + "lc",
-                      sensor + "lnr", sensor + "nom", sensor + "name", sensor + "type", sensor + "units"}),
-              "48\n75\n95\n0\n-5\n-10\n30\nIntake\ntemperature\nC\n");
-    Inject({"limit", "icb/0", "12", "uc", "86.5"});
-    EXPECT_EQ(Output({"get", sensor + "hc"}), "86.5\n");
-    EXPECT_EQ(Stop(), 0);
-}
-
-TEST_F(RegistryTest, BoardThatCannotBeReachedAtTheStart_IsToldAndAbsentForGood) {
-    StartHeld("", R"(<chassis>
-  <board uri="slot/2" type="power_supply" name="slot2"><sensor id="5" value="1"/></board>
-  <board uri="os/0" type="os" name="host"><sensor id="7" value="1"/></board>
-  <board uri="icb/0" type="icb" name="ICB"><fans/><sensor id="3" value="12"/></board>
-</chassis>
-)");
-    Inject({"missing", "slot/2"});
-    Inject({"fail", "os/0", "bus is stuck"});
-    Release();
-    EXPECT_EQ(Output({"ls", "boards"}), "ICB\n");
-    EXPECT_THAT(Output({"tree", "boards/ICB"}), AllOf(HasSubstr("ipmi_version"), HasSubstr("value = 12\n")));
-    EXPECT_THAT(Lines(Output({"ls", "fans"})), testing::SizeIs(6));
-    Inject({"heal", "slot/2"});
-    Inject({"heal", "os/0"});
-    EXPECT_EQ(Output({"ls", "boards"}), "ICB\n");
-    EXPECT_EQ(Stop(), 0);
-    const std::vector<std::string> messages = MessagesOfWhoLogged("***Platform daemon started");
-    ASSERT_GE(messages.size(), 4U);
-    EXPECT_EQ(messages[2], "E: Problem accessing board: slot_2");
-    EXPECT_EQ(messages[3], "E: Problem accessing board os_0. Exception: bus is stuck");
-}
-
-TEST_F(RegistryTest, SensorMissingAtTheStart_HasLeavesWithoutValue) {
-    StartHeld("");
-    Inject({"missing", "icb/0", "12"});
-    Release();
-    const std::string sensor = "boards/ICB/sensors/ID_12";
-    EXPECT_THAT(Lines(Output({"ls", sensor})), testing::SizeIs(11));
-    Inject({"heal", "icb/0"});
-    for (const char* leaf : {"/value", "/name", "/hc", "/type", "/units"}) {
-        ExpectFailure({"get", sensor + leaf}, 3, "no value");
-    }
-    EXPECT_EQ(Output({"get", "boards/ICB/sensors/ID_3/name"}), "V12\n");
     EXPECT_EQ(Stop(), 0);
 }
 

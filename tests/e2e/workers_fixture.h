@@ -11,7 +11,7 @@
 
 namespace test {
 
-/// A worker, by a text that it and no other thread logs, whatever its settings are.
+/// A worker.
 enum class Worker { monitor, protection, control, clocks };
 
 /// The daemon with its trace on, which tells the workers apart: each message there has the thread that logged it.
@@ -19,6 +19,7 @@ class WorkersTest : public DaemonTest {
 protected:
     static constexpr Worker c_workers[] = {Worker::monitor, Worker::protection, Worker::control, Worker::clocks};
 
+    /// What this worker and no other thread logs, whatever its settings are.
     static const char* MarkOf(Worker worker) {
         switch (worker) {
             case Worker::monitor:
