@@ -3,54 +3,19 @@
 #include <atomic>
 #include <mutex>
 
-#include "daemon_fixture.h"
+#include "registry_fixture.h"
 
 namespace {
 
-using test::DaemonTest;
+using test::Lines;
+using test::RegistryTest;
 using test::Result;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::size_t begin = 0;
-    while (begin < text.size()) {
-        const std::size_t end = std::min(text.find('\n', begin), text.size());
-        lines.push_back(text.substr(begin, end - begin));
-        begin = end + 1;
-    }
-    return lines;
-}
-
 /// Far above what a stop takes, also under a sanitizer, and far below what a poll may wait.
 constexpr std::chrono::seconds c_stopLimit(5);
-
-class RegistryTest : public DaemonTest {
-protected:
-    /// The six reference registers of the fan controller.
-    std::vector<std::string> FanRegisters() const {
-        std::vector<std::string> values;
-        for (const char* address : {"0x40", "0x48", "0x50", "0x58", "0x60", "0x68"}) {
-            values.push_back(Lines(Chassis({"fpga", "read", address}).output).at(0));
-        }
-        return values;
-    }
-
-    std::string Output(const std::vector<std::string>& words) const {
-        const Result result = Registry(words);
-        EXPECT_EQ(result.status, 0) << result.error;
-        return result.output;
-    }
-
-    /// @p words must fail with @p status and @p error on standard error.
-    void ExpectFailure(const std::vector<std::string>& words, int status, const std::string& error) const {
-        const Result result = Registry(words);
-        EXPECT_EQ(result.status, status) << result.output << result.error;
-        EXPECT_THAT(result.error, HasSubstr(error));
-    }
-};
 
 TEST_F(RegistryTest, TreeHasEveryBoardInTheOrderOfTheChassisAndTheFans) {
     Configure("");
@@ -105,17 +70,10 @@ TEST_F(RegistryTest, Failures_HaveTheStatusThatTellsThemApart) {
     EXPECT_EQ(Stop(), 0);
 }
 
-TEST_F(RegistryTest, Host_HasNoStateAndRevisionsThatAreZero) {
-    Configure("");
-    StartAndAwait();
-    ExpectFailure({"get", "boards/host/board_info/status"}, 3, "no value");
-    EXPECT_EQ(Output({"get", "boards/host/board_info/fw_revision", "boards/host/board_info/type"}), "0\nos\n");
-    EXPECT_EQ(Stop(), 0);
-}
-
 TEST_F(RegistryTest, SettingTheFans_DrivesAllSixRegisters) {
     Configure("");
     StartAndAwait();
+    ASSERT_TRUE(AwaitWorkers());
     EXPECT_EQ(Output({"set", "fans", "4000"}), "");
     EXPECT_THAT(FanRegisters(), testing::Each(AllOf(HasSubstr("483"))));
     EXPECT_EQ(Output({"set", "fans/left_rear", "2000"}), "");
@@ -127,6 +85,7 @@ TEST_F(RegistryTest, SettingTheFans_DrivesAllSixRegisters) {
 TEST_F(RegistryTest, FanSpeedThatIsRefused_SaysWhyAndChangesNothing) {
     Configure("");
     StartAndAwait();
+    ASSERT_TRUE(AwaitWorkers());
     const std::vector<std::string> before = FanRegisters();
     ExpectFailure({"set", "fans", "20"}, 1, "Too high rpm value: 20\n");
     ExpectFailure({"set", "fans", "-100"}, 1, "Too high rpm value: -100\n");
@@ -181,6 +140,7 @@ TEST_F(RegistryTest, PortInUse_IsRefusedBeforeAWorkerStarts) {
 TEST_F(RegistryTest, OnlyWhoMayWrite_Writes) {
     Configure("<registry><write from='10.0.0.0/8'/></registry>\n");
     StartAndAwait();
+    ASSERT_TRUE(AwaitWorkers());
     const std::vector<std::string> before = FanRegisters();
     ExpectFailure({"set", "fans", "4000"}, 1, "127.0.0.1");
     EXPECT_EQ(FanRegisters(), before);
