@@ -5,10 +5,11 @@ RUN_DIR := $(BUILD)/run
 PREFIX ?= /usr/local
 JOBS := $(shell nproc)
 
-.PHONY: help deps build run test bench asan tsan tidy format fuzz install clean
+.PHONY: help deps build run demo test bench asan tsan tidy format fuzz install clean
 
 help:
 	@echo "make run      install what is missing, build, start the daemon on the example chassis"
+	@echo "make demo     install what is missing, build, play what the daemon does in about a minute"
 	@echo "make test     install what is missing, build, run every test"
 	@echo "make bench    build and run the benchmarks"
 	@echo "make asan     every test under the address and undefined behaviour sanitizers"
@@ -41,6 +42,9 @@ run: build
 	@cp examples/config/demo.xml $(RUN_DIR)/demo.xml
 	@mkdir -p $(BUILD)/chassis && cp examples/chassis/*.xml $(BUILD)/chassis/
 	@$(BUILD)/bin/zelkor-platformd --config $(RUN_DIR)/demo.xml --log-dir $(RUN_DIR)/log
+
+demo: build
+	@examples/demo/run $(BUILD)
 
 test: build
 	@ctest --preset release -j $(JOBS)
