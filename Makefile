@@ -7,10 +7,11 @@ JOBS := $(shell nproc)
 # Most tests wait for programs, clocks and sockets most of the time.
 TEST_JOBS := $(shell expr 2 \* $(JOBS))
 
-.PHONY: help deps build run test bench asan tsan tidy format fuzz install clean
+.PHONY: help deps build run demo test bench asan tsan tidy format fuzz install clean
 
 help:
 	@echo "make run      install what is missing, build, start the daemon on the example chassis"
+	@echo "make demo     install what is missing, build, play what the daemon does in about a minute"
 	@echo "make test     install what is missing, build, run every test"
 	@echo "make bench    build and run the benchmarks"
 	@echo "make asan     every test under the address and undefined behaviour sanitizers"
@@ -43,6 +44,9 @@ run: build
 	@cp examples/config/demo.xml $(RUN_DIR)/demo.xml
 	@mkdir -p $(BUILD)/chassis && cp examples/chassis/*.xml $(BUILD)/chassis/
 	@$(BUILD)/bin/zelkor-platformd --config $(RUN_DIR)/demo.xml --log-dir $(RUN_DIR)/log
+
+demo: build
+	@examples/demo/run $(BUILD)
 
 test: build
 	@ctest --preset release -j $(TEST_JOBS)

@@ -15,6 +15,8 @@
 /// its value can neither be read nor set. Made by the node factory; any thread may call any operation then.
 class FansNode : public qreg::RegNode {
 public:
+    static constexpr std::size_t c_fans = 6;
+
     FansNode();
 
     /// Finds the first chassis controller board of the pool and makes the fans on it. Called once, by the factory.
@@ -44,7 +46,6 @@ public:
     void OnSet(const double* value, std::size_t position, std::size_t count) override;
 
 private:
-    static constexpr std::size_t c_fans = 6;
     /// The fans' reference speed registers, in the order of the children.
     static constexpr std::array<std::uint32_t, c_fans> m_fan_addresses{0x40, 0x48, 0x50, 0x58, 0x60, 0x68};
 

@@ -101,6 +101,9 @@ void ControlServer::Serve() {
             Accept();
         }
     }
+    for (ControlClient& client : m_clients) {
+        client.GoOn(0);  // a follower of the journal gets what was done up to the end, as far as it takes it at once
+    }
 }
 
 void ControlServer::Accept() {

@@ -106,6 +106,10 @@ std::unique_ptr<bmc::Backend> Create(const qcfg::Element& section, const std::st
     return backend;
 }
 
+std::unique_ptr<bmc::Backend> CreateWithoutControl(const qcfg::Element& section, const std::string& configFile) {
+    return std::make_unique<SimBackend>(ReadSection(ElementReader(section, configFile), configFile));
+}
+
 void Check(const qcfg::Element& section, const std::string& configFile) {
     const ElementReader reader(section, configFile);
     ReadSection(reader, configFile);

@@ -60,6 +60,11 @@ private:
 /// @throws qstd::Exception "FILE:LINE: text"; nothing was started then.
 std::unique_ptr<bmc::Backend> Create(const qcfg::Element& section, const std::string& configFile);
 
+/// As Create, but without the control socket, which belongs to the service: for a process that runs beside it. The
+/// chassis is a new one; what is done to it shows nowhere else.
+/// @throws qstd::Exception as Create, but for the control socket
+std::unique_ptr<bmc::Backend> CreateWithoutControl(const qcfg::Element& section, const std::string& configFile);
+
 /// Proves the section and its chassis description as Create would, and starts nothing.
 /// @throws qstd::Exception as Create, but for what only taking the control socket can show
 void Check(const qcfg::Element& section, const std::string& configFile);

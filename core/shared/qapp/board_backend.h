@@ -21,6 +21,11 @@ struct BoardBackend {
 
     /// Proves the section as `create` would, without touching a board. @throws qstd::Exception as `create`.
     std::function<void(const qcfg::Element& section, const std::string& configFile)> check;
+
+    /// As `create`, for a process that runs beside the service for one action (ZelkorApplication::AddAction): takes
+    /// nothing that a running service holds. Without it the action's boards come from `create`.
+    std::function<std::unique_ptr<bmc::Backend>(const qcfg::Element& section, const std::string& configFile)>
+        createForAction{};
 };
 
 }  // namespace qapp

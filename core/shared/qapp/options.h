@@ -6,6 +6,8 @@
 
 namespace qapp {
 
+struct Action;
+
 /// The command line of an application.
 struct Options {
     std::string configFile;
@@ -20,6 +22,7 @@ struct Options {
     bool printSchema = false;
     bool version = false;
     bool help = false;
+    const Action* action = nullptr;  ///< what to do instead of serving; null: serve
 };
 
 /// The framework's options, with the values of @p defaults as defaults.

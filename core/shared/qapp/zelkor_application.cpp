@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <exception>
@@ -105,11 +106,6 @@ bool ZelkorApplication::Run(int argc, char** argv) {
 
 bool ZelkorApplication::RunUnguarded(int argc, char** argv, Detacher& detacher) {
     OpenMissingStandardStreams();
-    Signals signals;
-    const auto isStopRequested = [&signals] {
-        signals.Poll();
-        return signals.IsStopRequested();
-    };
     const Options options = ReadCommandLine(argc, argv);
     if (options.help) {
         std::cout << m_helpText;
@@ -126,6 +122,14 @@ bool ZelkorApplication::RunUnguarded(int argc, char** argv, Detacher& detacher) 
     if (options.checkConfig) {
         return CheckAndPrint(options);
     }
+    if (options.action != nullptr) {
+        return RunAction(options);
+    }
+    Signals signals;
+    const auto isStopRequested = [&signals] {
+        signals.Poll();
+        return signals.IsStopRequested();
+    };
     if (options.daemon) {
         detacher.Detach();
     }
@@ -139,7 +143,7 @@ bool ZelkorApplication::RunUnguarded(int argc, char** argv, Detacher& detacher) 
         return true;
     }
     OpenLogs(options);
-    OpenBoards();
+    OpenBoards(false);
     m_health.SetWatchdog(ReadServiceSettings(m_config).watchdog);
     OpenRegistry(options);
     CreateBoards();
@@ -157,6 +161,7 @@ Options ZelkorApplication::ReadCommandLine(int argc, char** argv) {
     defaults.port = DefaultPort();
     defaults.pidFile = PidFile();
     boost::program_options::options_description description = DescribeOptions(defaults);
+    m_actions.Describe(description);
     OnProgramOptionsAdd(description);
     std::ostringstream help;
     help << "Usage: " << m_name << " [options]\n" << description;
@@ -165,6 +170,7 @@ Options ZelkorApplication::ReadCommandLine(int argc, char** argv) {
     boost::program_options::variables_map values;
     try {
         Options options = ParseOptions(argc, argv, description, values);
+        options.action = m_actions.Choose(values, options);
         OnProgramOptionsProcess(values);
         while (options.logDir.size() > 1 && options.logDir.back() == '/') {
             options.logDir.pop_back();
@@ -260,9 +266,22 @@ const BoardBackend& ZelkorApplication::FindBackend(const qcfg::Element& section)
                                        "unknown backend \"" + attribute->GetValue() + "\" (known: " + known + ")"));
 }
 
-void ZelkorApplication::OpenBoards() {
+void ZelkorApplication::OpenBoards(bool isForAction) {
     const std::shared_ptr<qcfg::Element> section = FindBoardsSection();
-    bmc::BoardPool::Instance().Open(FindBackend(*section).create(*section, m_config.GetFileName()));
+    const BoardBackend& backend = FindBackend(*section);
+    const auto& create = isForAction && backend.createForAction ? backend.createForAction : backend.create;
+    bmc::BoardPool::Instance().Open(create(*section, m_config.GetFileName()));
+}
+
+bool ZelkorApplication::RunAction(const Options& options) {
+    std::signal(SIGPIPE, SIG_IGN);  // whoever reads standard error may go
+    ::tzset();
+    OnPreInit();
+    LoadConfiguration(options);
+    OpenLogs(options);
+    OpenBoards(true);
+    qstd::Log::GetInstance().OpenStandardError();
+    return Perform(*options.action);
 }
 
 void ZelkorApplication::CreateBoards() {
@@ -355,6 +374,10 @@ void ZelkorApplication::AddBoardBackend(BoardBackend backend) {
 
 void ZelkorApplication::SetRegistryServer(qreg::ServerFactory factory) {
     m_createServer = std::move(factory);
+}
+
+void ZelkorApplication::AddAction(const std::string& name, const std::string& help, std::function<void()> function) {
+    m_actions.Add({name, help, std::move(function)});
 }
 
 void ZelkorApplication::AddRegNode(const std::shared_ptr<qnode::TreeNode>& node) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "bmc/board.h"
+#include "qapp/actions.h"
 #include "qapp/board_backend.h"
 #include "qapp/health.h"
 #include "qapp/options.h"
@@ -49,6 +50,13 @@ public:
 
     /// How the registry server is made; without it the registry tree is not served. Before Run.
     void SetRegistryServer(qreg::ServerFactory factory);
+
+    /// Adds something that the program can do instead of serving, asked for by the option --@p name: Run loads the
+    /// configuration, opens the log (on standard error, too) and the boards, calls @p function and ends. A service that
+    /// runs at the same time is not disturbed: there are no pid file, no registry server and no workers, and signals
+    /// end the program at once. The options that only a service needs have no effect. Before Run.
+    /// @param function what it throws makes Run log its text as an error and return false
+    void AddAction(const std::string& name, const std::string& help, std::function<void()> function);
 
     /// The configuration. Any thread.
     const qcfg::Configuration& GetConfig() const noexcept { return m_config; }
@@ -112,7 +120,8 @@ private:
     qcfg::ElementRule GetRules() const;
     void LoadConfiguration(const Options& options);
     void OpenLogs(const Options& options);
-    void OpenBoards();
+    void OpenBoards(bool isForAction);
+    bool RunAction(const Options& options);
     std::shared_ptr<qcfg::Element> FindBoardsSection() const;
     const BoardBackend& FindBackend(const qcfg::Element& section) const;
     void CreateBoards();
@@ -125,6 +134,7 @@ private:
     const bool m_createsBoards;
     const bool m_runsOnce;
     std::vector<BoardBackend> m_backends;
+    Actions m_actions;
     qcfg::Configuration m_config;
     Health m_health;
     std::shared_ptr<qnode::TreeNode> m_registry;

@@ -29,15 +29,11 @@ using testing::IsEmpty;
 class RecordingApplication : public qapp::ZelkorApplication {
 public:
     RecordingApplication(bool createsBoards, bool runsOnce) : ZelkorApplication("recorder", createsBoards, runsOnce) {
-        AddBoardBackend({{.name = "mock", .doc = "boards of a test"},
-                         [this](const qcfg::Element& /*section*/, const std::string& /*file*/) {
-                             Note("(boards)");
-                             auto backend = std::make_unique<testing::NiceMock<test::MockBackend>>();
-                             backend->Add(bmc::Uri("io", "1"), "IO1", bmc::BoardType_e::io);
-                             backend->Add(bmc::Uri("io", "2"), "IO2", bmc::BoardType_e::io);
-                             return backend;
-                         },
-                         {}});
+        AddBoardBackend(
+            {{.name = "mock", .doc = "boards of a test"},
+             [this](const auto& /*section*/, const auto& /*file*/) { return MakeBoards("(boards)"); },
+             {},
+             [this](const auto& /*section*/, const auto& /*file*/) { return MakeBoards("(boards for an action)"); }});
     }
 
     void OnPreInit() override { Note("OnPreInit"); }
@@ -73,6 +69,18 @@ public:
         });
     }
 
+    /// Gives it an action that is noted, and fails when @p error is not empty.
+    void AddNotedAction(const std::string& name, const std::string& error = {}) {
+        AddAction(name, "do " + name + " and exit", [this, name, error] {
+            Note("(" + name + " on " + std::to_string(bmc::BoardPool::Instance().GetAllLocalBoardUris().size()) +
+                 " boards)");
+            qstd::LogInfo("did " + name);
+            if (!error.empty()) {
+                throw qstd::Exception(error);
+            }
+        });
+    }
+
     std::vector<std::string> m_calls;
     std::map<std::string, std::function<void()>> m_inHook;
 
@@ -89,6 +97,14 @@ private:
     private:
         RecordingApplication& m_application;
     };
+
+    std::unique_ptr<bmc::Backend> MakeBoards(const std::string& call) {
+        Note(call);
+        auto backend = std::make_unique<testing::NiceMock<test::MockBackend>>();
+        backend->Add(bmc::Uri("io", "1"), "IO1", bmc::BoardType_e::io);
+        backend->Add(bmc::Uri("io", "2"), "IO2", bmc::BoardType_e::io);
+        return backend;
+    }
 
     void Note(const std::string& call) {
         m_calls.push_back(call);
@@ -241,6 +257,73 @@ TEST_F(Application, LogFolder_HasNoSlashAtItsEnd) {
     Make();
     EXPECT_TRUE(Run({}, "<zelkor/>", "log//"));
     EXPECT_EQ(m_application->LogFileDir(), m_folder.Path("log"));
+}
+
+TEST_F(Application, Action_IsDoneOnTheBoardsInPlaceOfServing) {
+    Make(true, false);
+    m_application->AddServer();
+    m_application->AddNotedAction("rest");
+    EXPECT_TRUE(Run({"--rest", "--pid-file", m_folder.Path("pid")}));
+    EXPECT_THAT(m_application->m_calls, ElementsAre("OnPreInit", "OnPreConfig", "OnPostConfig",
+                                                    "(boards for an action)", "(rest on 2 boards)"));
+    EXPECT_FALSE(test::Exists(m_folder.Path("pid")));
+    EXPECT_THAT(m_error, HasSubstr("INFO     did rest\n"));
+    EXPECT_THAT(test::ReadFile(m_folder.Path("log/own.log")), HasSubstr("INFO     did rest\n"));
+}
+
+TEST_F(Application, ActionThatIsNotAskedFor_IsOfferedAndNotDone) {
+    Make();
+    m_application->AddNotedAction("rest");
+    EXPECT_TRUE(Run());
+    EXPECT_EQ(m_application->m_calls.back(), "OnShutdown");
+    EXPECT_TRUE(Run({"--help"}));
+    EXPECT_THAT(m_output, HasSubstr("--rest"));
+    EXPECT_THAT(m_output, HasSubstr("do rest and exit"));
+}
+
+TEST_F(Application, ActionThatFails_IsAnErrorInTheLogAndOnStandardErrorOnce) {
+    Make();
+    m_application->AddNotedAction("rest", "it cannot rest");
+    EXPECT_FALSE(Run({"--rest"}));
+    EXPECT_THAT(m_error, testing::EndsWith("ERROR    it cannot rest\n"));
+    EXPECT_EQ(std::count(m_error.begin(), m_error.end(), '\n'), 2) << m_error;
+    EXPECT_THAT(test::ReadFile(m_folder.Path("log/own.log")), testing::EndsWith("ERROR    it cannot rest\n"));
+}
+
+TEST_F(Application, ActionThatThrowsAnythingElse_IsAnErrorThatNamesIt) {
+    Make();
+    m_application->AddAction("rest", "", [] { throw 42; });
+    EXPECT_FALSE(Run({"--rest"}));
+    EXPECT_THAT(m_error, testing::EndsWith("ERROR    Problem at --rest - Unknown Exception\n"));
+}
+
+TEST_F(Application, ActionAndSomethingElse_ExcludeEachOther) {
+    Make();
+    m_application->AddNotedAction("rest");
+    m_application->AddNotedAction("sleep");
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"--sleep", "--sleep and --rest"},
+        {"--daemon", "--rest and --daemon"},
+        {"--check-config", "--rest and --check-config"},
+        {"--print-schema", "--rest and --print-schema"},
+    };
+    for (const auto& [other, names] : cases) {
+        EXPECT_FALSE(Run({"--rest", other}));
+        EXPECT_EQ(m_error, "recorder: " + names + " exclude each other (see --help)\n");
+        EXPECT_EQ(m_output, "");
+    }
+    EXPECT_THAT(m_application->m_calls, IsEmpty());
+}
+
+TEST_F(Application, ActionWithoutAConfigurationOrBoards_IsRefusedLikeTheService) {
+    Make();
+    m_application->AddNotedAction("rest");
+    EXPECT_FALSE(Run({"--rest"}, "<zelkor>\n<"));
+    EXPECT_THAT(m_error, HasSubstr("recorder: " + m_folder.Path("c.xml") + ":2: "));
+    m_application->m_inHook["(boards for an action)"] = [] { throw qstd::Exception("no bus"); };
+    EXPECT_FALSE(Run({"--rest"}));
+    EXPECT_EQ(m_error, "recorder: no bus\n");
+    EXPECT_THAT(m_application->m_calls, testing::Not(Contains(HasSubstr("(rest"))));
 }
 
 TEST_F(Application, CheckConfig_PrintsWhatIsWrongAndTouchesNoBoard) {

@@ -1,6 +1,6 @@
 #include "bmc/sim/control_server.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -12,6 +12,7 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <list>
 #include <memory>
 
 #include "bmc/sim/control_protocol.h"
@@ -175,6 +176,25 @@ TEST_F(ControlServerTest, Follower_GetsWhatWasAndWhatComes) {
     EXPECT_NE(follower.ReadLine().find("\ticb/0\tPowerDown\n"), std::string::npos);
     m_server.reset();
     EXPECT_EQ(follower.ReadAll(), "") << "no last line";
+}
+
+TEST_F(ControlServerTest, Followers_GetWhatIsDoneRightBeforeTheEnd) {
+    m_chassis.Board("io/1").ShutDown();
+    for (int stop = 0; stop < 100; ++stop) {
+        Start({16, milliseconds(60000)});
+        std::list<Client> followers;  // many, so that the end comes while the server is busy with some
+        for (int i = 0; i < 12; ++i) {
+            followers.emplace_back(Path()).Send("journal-follow\n");
+            ASSERT_FALSE(followers.back().ReadLine().empty());
+        }
+        m_chassis.Board("io/1").ShutDown();
+        ASSERT_FALSE(followers.front().ReadLine().empty());
+        m_chassis.Board("icb/0").PowerDown();
+        m_server.reset();
+        for (Client& follower : followers) {
+            ASSERT_THAT(follower.ReadAll(), testing::EndsWith("\ticb/0\tPowerDown\n")) << "stop " << stop;
+        }
+    }
 }
 
 TEST_F(ControlServerTest, FollowerThatDoesNotRead_IsClosedAndDelaysNobody) {

@@ -1,4 +1,4 @@
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <memory>
 #include <string>
@@ -76,6 +76,24 @@ TEST_F(CreateTest, WhatIsWrong_IsRefusedWithItsPlace) {
     EXPECT_EQ(CreateError("<boards chassis=''/>").rfind(At(3) + "chassis description ", 0), 0U) << "a folder";
     EXPECT_EQ(CreateError("<boards control='no/s'/>"),
               At(3) + "control socket " + m_folder.Path("no/s") + ": No such file or directory");
+}
+
+TEST_F(CreateTest, WithoutControl_LeavesTheSocketToTheServiceThatHasIt) {
+    const auto section = qcfg::ReadXmlText("<boards control='s'/>", "z.xml");
+    const auto service = bmc::sim::Create(*section, m_folder.Path("z.xml"));
+    const auto beside = bmc::sim::CreateWithoutControl(*section, m_folder.Path("z.xml"));
+    EXPECT_EQ(beside->GetAllLocalBoardUris().size(), 3U);
+    EXPECT_TRUE(test::Exists(m_folder.Path("s")));
+    EXPECT_THAT(test::ErrorOf([&] { bmc::sim::Create(*section, m_folder.Path("z.xml")); }),
+                testing::HasSubstr("in use by another process"));
+}
+
+TEST_F(CreateTest, WithoutControl_MakesNoSocketAndRefusesWhatIsWrongWithTheChassis) {
+    const auto section = qcfg::ReadXmlText("<boards control='none/s'/>", "z.xml");
+    EXPECT_NE(bmc::sim::CreateWithoutControl(*section, m_folder.Path("z.xml")), nullptr);
+    const auto bad = qcfg::ReadXmlText("\n<boards chassis='none.xml'/>", "z.xml");
+    EXPECT_EQ(test::ErrorOf([&] { bmc::sim::CreateWithoutControl(*bad, m_folder.Path("z.xml")); }),
+              At(2) + "chassis description " + m_folder.Path("none.xml") + ": cannot read: No such file or directory");
 }
 
 TEST_F(CreateTest, Check_StartsNothing) {
