@@ -47,6 +47,15 @@ TEST_F(DaemonTest, FansSafe_RefusesWhatTheDaemonRefuses) {
     ExpectRefusal(Command({"--fans-safe", "--check-config"}), "--fans-safe and --check-config exclude each other");
 }
 
+TEST_F(DaemonTest, FansSafe_WithoutALogFile_SetsTheFansAllTheSame) {
+    Configure("");
+    test::WriteFile(m_folder.Path("log"), "a file where the folder should be");
+    const test::Result result = test::RunProgram(Command({"--fans-safe"}));
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.error, HasSubstr("WARNING  Cannot create log folder " + m_folder.Path("log")));
+    EXPECT_THAT(result.error, EndsWith("INFO     All fans are set to 6500 RPM.\n"));
+}
+
 TEST_F(DaemonTest, FansSafe_BesideARunningDaemon_DisturbsNothing) {
     Configure("<monitor><frequency>60</frequency></monitor>");
     const std::string pidFile = m_folder.Path("pid");

@@ -278,9 +278,17 @@ bool ZelkorApplication::RunAction(const Options& options) {
     ::tzset();
     OnPreInit();
     LoadConfiguration(options);
-    OpenLogs(options);
+    std::string logProblem;
+    try {
+        OpenLogs(options);
+    } catch (const qstd::Exception& error) {
+        logProblem = error.what();  // no reason not to act: a full disk must not keep the chassis from being made safe
+    }
     OpenBoards(true);
     qstd::Log::GetInstance().OpenStandardError();
+    if (!logProblem.empty()) {
+        qstd::LogWarning(logProblem);
+    }
     return Perform(*options.action);
 }
 
