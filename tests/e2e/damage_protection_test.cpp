@@ -18,6 +18,7 @@ protected:
     DamageProtectionTest() : WorkerTest("damage_protection", "Damage Protection") {}
 
     static constexpr const char* c_everySecond = "<damage_protection><frequency>1</frequency></damage_protection>\n";
+    static constexpr const char* c_withoutPause = "<damage_protection><frequency>0</frequency></damage_protection>\n";
     static constexpr const char* c_poweredOff = "CRITICAL Sensor source board will be powered off now.";
     static constexpr const char* c_shutDown = "CRITICAL Sensor source is OS, shut-down the ICB.";
 
@@ -104,7 +105,8 @@ TEST_F(DamageProtectionTest, HostTooHotWithoutTheLocalControllerBoard_NothingIsS
 }
 
 TEST_F(DamageProtectionTest, ControllerBoardThatVanishes_IsShutDownOnceItIsBack) {
-    Run(c_everySecond);
+    Run(c_withoutPause);
+    Pace("io/2", 1);
     Do({"missing", "icb/0"});
     EXPECT_TRUE(AwaitMessage("ERROR    Problem accessing board: icb_0"));
     Do({"set", "os/0", "7", "106"});
@@ -117,7 +119,8 @@ TEST_F(DamageProtectionTest, ControllerBoardThatVanishes_IsShutDownOnceItIsBack)
 }
 
 TEST_F(DamageProtectionTest, ShutDownThatRaises_IsSaidBehindItsMessages) {
-    Run(c_everySecond);
+    Run(c_withoutPause);
+    Pace("io/2", 1);
     Do({"fail", "icb/0", "bus is stuck"});
     const std::string readingFails = "ERROR    Problem accessing sensor id: 12 on board icb_0. Exception: bus is stuck";
     EXPECT_TRUE(AwaitMessage(readingFails));
@@ -150,7 +153,8 @@ TEST_F(DamageProtectionTest, TwoSensorsOfABoardTooHot_EachActsInOnePass) {
 }
 
 TEST_F(DamageProtectionTest, ReadingsThatAreNotBeyondTheLimit_DoNothing) {
-    Run(c_everySecond);
+    Run(c_withoutPause);
+    Pace("io/2", 1);
     BeginHeartbeats();
     for (const auto& command : {std::vector<std::string>{"set", "io/2", "5", "95"},
                                 {"set", "io/2", "5", "100"},
@@ -169,7 +173,8 @@ TEST_F(DamageProtectionTest, ReadingsThatAreNotBeyondTheLimit_DoNothing) {
 }
 
 TEST_F(DamageProtectionTest, ReadingBeyondAChangedLimit_ActsInEveryPassUntilItFalls) {
-    Run(c_everySecond);
+    Run(c_withoutPause);
+    Pace("io/2", 1);
     BeginHeartbeats();
     Do({"limit", "io/2", "5", "unr", "19.5"});
     ASSERT_TRUE(AwaitMessages(c_poweredOff, 3)) << "there is no latch";
@@ -206,7 +211,8 @@ TEST_F(DamageProtectionTest, VoltageBeyondItsLimit_ActsOnlyWhenItIsIncluded) {
 }
 
 TEST_F(DamageProtectionTest, FaultsOfBoardsAndSensors_AreSaidInEveryPassAndCostThemselvesOnly) {
-    Run(c_everySecond);
+    Run(c_withoutPause);
+    Pace("io/2", 1);
     const std::vector<std::pair<std::vector<std::string>, std::string>> faults{
         {{"missing", "icb/0"}, "ERROR    Problem accessing board: icb_0"},
         {{"missing", "icb/0", "12"}, "ERROR    Problem accessing sensor id: 12 on board icb_0"},
@@ -287,7 +293,7 @@ TEST_F(DamageProtectionTest, Frequency_ThatIsNegativeOrNoNumberKeepsTheDefault) 
 }
 
 TEST_F(DamageProtectionTest, PeriodOfZero_PassesWithoutPauseAndStillStops) {
-    Run("<damage_protection><frequency>0</frequency></damage_protection>\n");
+    Run(c_withoutPause);
     Do({"set", "io/2", "5", "101"});
     EXPECT_TRUE(AwaitMessages(c_poweredOff, 5));
     Do({"auto", "io/2", "5"});
