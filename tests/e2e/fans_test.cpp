@@ -73,8 +73,9 @@ TEST_F(FansTest, RawValues_AreReadAsWholeRevolutions) {
 TEST_F(FansTest, Speeds_AreWrittenAsTruncatedRawValuesToTheFanAlone) {
     Start();
     const std::vector<std::pair<std::string, std::string>> cases{
-        {"2000", "967"},   {"2500", "774"},    {"3000", "645"},  {"4000", "483"},  {"6500", "297"},     {"30", "64516"},
-        {"29.6", "65387"}, {"29.54", "65520"}, {"1935483", "1"}, {"1935484", "0"}, {"4294967295", "0"}, {"0", "0"}};
+        {"2000", "967"},     {"2500", "774"},   {"3000", "645"},    {"4000", "483"},  {"6500", "297"},
+        {"30", "64516"},     {"29.6", "65387"}, {"29.54", "65520"}, {"1935483", "1"}, {"1935484", "0"},
+        {"4294967295", "0"}, {"0", "0"},        {"0.0003", "0"},    {"-1935484", "0"}};
     std::vector<std::string> expected;
     for (const auto& [rpm, raw] : cases) {
         Ask({"set", "fans/right_front", rpm});
@@ -86,7 +87,7 @@ TEST_F(FansTest, Speeds_AreWrittenAsTruncatedRawValuesToTheFanAlone) {
 
 TEST_F(FansTest, SpeedThatHasNoRawValue_IsRefusedAndNothingIsWritten) {
     Start();
-    for (const std::string rpm : {"29.5", "20", "-100", "nan"}) {
+    for (const std::string rpm : {"29.5", "20", "0.0005", "-100", "nan"}) {
         ExpectFailure({"set", "fans/left_front", rpm}, 1, "Too high rpm value: " + rpm + "\n");
         ExpectFailure({"set", "fans", rpm}, 1, "Too high rpm value: " + rpm + "\n");
     }
