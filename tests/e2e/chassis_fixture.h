@@ -66,12 +66,14 @@ protected:
     std::vector<std::string> Actions() const { return WithoutTimes(Do({"journal"})); }
 
     /// Has what is done to the hardware written down beyond the daemon's end.
+    /// @pre something was done: when that is written down, so will be all that follows
     void FollowJournal() {
         m_follower =
             std::make_unique<Process>(std::vector<std::string>{Program("zelkor-chassisctl"), "--socket",
                                                                m_folder.Path("chassis.sock"), "journal", "--follow"},
                                       m_folder.Path("journal"), m_folder.Path("journal-err"));
         const std::string past = Do({"journal"});
+        EXPECT_NE(past, "");
         EXPECT_TRUE(Await([&] { return ReadFile(m_folder.Path("journal")).size() >= past.size(); }));
     }
 

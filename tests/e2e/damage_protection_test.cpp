@@ -4,7 +4,6 @@
 
 namespace {
 
-using testing::AllOf;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;

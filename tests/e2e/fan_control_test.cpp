@@ -8,7 +8,6 @@ using testing::AllOf;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 using testing::UnorderedElementsAre;
@@ -324,13 +323,14 @@ TEST_F(FanControlTest, Disabled_DoesNothingButLeavesTheFansFast) {
         "</temperature_control>\n");
     EXPECT_TRUE(AwaitMessage("INFO     *Temperature Control process stopped"));
     EXPECT_THAT(Actions(), IsEmpty());
+    Ask({"set", "fans", "3000"});
     FollowJournal();
     EXPECT_EQ(Stop(), 0);
     EXPECT_THAT(Told(), ElementsAre("WARNING  Upper temperature limit is invalid: 76 > 75",
                                     "ERROR    Errors in temperature to fans conversion table!"));
     EXPECT_THAT(Settings(), Contains("enabled   = false"));
-    EXPECT_THAT(ToldAtStop(), ElementsAre("INFO     Fans changed from 0 RPM to 6500 RPM."));
-    EXPECT_THAT(FanWrites(AllActions()), ElementsAre("297"));
+    EXPECT_THAT(ToldAtStop(), ElementsAre("INFO     Fans changed from 3000 RPM to 6500 RPM."));
+    EXPECT_THAT(FanWrites(AllActions()), ElementsAre("645", "297"));
 }
 
 TEST_F(FanControlTest, NoSensors_EndsTheWorkerBeforeItsFirstCycle) {

@@ -36,7 +36,7 @@ protected:
         }
     }
 
-    /// @p words must fail with @p status and a text that ends with @p error.
+    /// @p words must fail with @p status and a text that holds @p error.
     void ExpectFailure(const std::vector<std::string>& words, int status, const std::string& error) const {
         const test::Result result = Registry(words);
         EXPECT_EQ(result.status, status) << result.output << result.error;

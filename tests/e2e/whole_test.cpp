@@ -11,14 +11,13 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::IsSupersetOf;
 using testing::MatchesRegex;
 using testing::Not;
 using testing::SizeIs;
 using testing::StartsWith;
 using testing::UnorderedElementsAre;
 
-/// What the daemon's orderly stop may take, also under a sanitizer.
+/// The most that an orderly stop may take, also under a sanitizer.
 constexpr std::chrono::seconds c_stopLimit(2);
 
 class WholeTest : public test::ChassisTest {
