@@ -60,6 +60,7 @@ SimBoard::SimBoard(BoardDescription description, const ChassisContext& chassis)
       m_clock(chassis.clock),
       m_journal(chassis.journal),
       m_fans(description.fans ? chassis.fans : nullptr),
+      m_gate(m_description.uri.ToString()),
       m_power(description.power) {
     SetClockOffset(description.clock);
     for (SensorDescription& sensor : description.sensors) {
@@ -97,7 +98,7 @@ qstd::Time SimBoard::GetTime() const {
 }
 
 void SimBoard::SetTime(const qstd::Time& time) {
-    const auto access = m_gate.Enter();
+    const auto access = m_gate.Enter(Access_e::writing);
     m_clockOffset.store(time.ToMicroseconds() - HostMicroseconds());
     m_journal.Add(m_description.uri.ToString(), {"SetTime", std::to_string(time.GetSeconds())});
 }
@@ -108,26 +109,39 @@ void SimBoard::SetClockOffset(double seconds) {
 }
 
 void SimBoard::PowerDown() {
-    const auto access = m_gate.Enter();
+    const auto access = m_gate.Enter(Access_e::switching);
     m_power.store(BoardPowerStatus_e::off);
     m_journal.Add(m_description.uri.ToString(), {"PowerDown"});
 }
 
 void SimBoard::ShutDown() {
-    const auto access = m_gate.Enter();
+    const auto access = m_gate.Enter(Access_e::switching);
     ++m_shutDownCount;
     m_journal.Add(m_description.uri.ToString(), {"ShutDown"});
 }
 
 FpgaReadResult SimBoard::FpgaSpiRead(std::uint16_t address) const {
-    const auto access = m_gate.Enter();
+    const auto access = m_gate.TryEnter(Access_e::reading);
+    if (!access.owns_lock()) {
+        return FpgaReadResult{1, 0};
+    }
     const auto value = m_fans == nullptr ? std::nullopt : m_fans->Read(address, m_clock.ModelSeconds());
     return value ? FpgaReadResult{0, *value} : FpgaReadResult{1, 0};
 }
 
 FpgaWriteResult SimBoard::FpgaSpiWrite(std::uint16_t address, std::uint16_t value) const {
-    const auto access = m_gate.Enter();
-    return FpgaWriteResult{static_cast<std::uint8_t>(WriteFanRegister(address, value) ? 0 : 1)};
+    return FpgaSpiWriteAll({{address, value}}).front();
+}
+
+std::vector<FpgaWriteResult> SimBoard::FpgaSpiWriteAll(const std::vector<FpgaRegisterValue>& values) const {
+    const auto access = m_gate.Enter(Access_e::writing);
+    std::vector<FpgaWriteResult> results;
+    results.reserve(values.size());
+    for (const FpgaRegisterValue& each : values) {
+        const bool isDone = WriteFanRegister(each.address, each.value);
+        results.push_back(FpgaWriteResult{static_cast<std::uint8_t>(isDone ? 0 : 1)});
+    }
+    return results;
 }
 
 bool SimBoard::WriteFanRegister(std::uint16_t address, std::uint16_t value) const {
