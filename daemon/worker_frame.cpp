@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "bmc/broken_off.h"
 #include "qstd/clock.h"
 #include "qstd/log.h"
 #include "qstd/trace_fnc.h"
@@ -32,11 +33,25 @@ void LogCaught(const std::string& prefix, const std::string& unknown, const std:
                qstd::SourceLocation where) {
     try {
         throw;
+    } catch (const bmc::BrokenOff&) {
+        return;  // the thread ends, as it was asked to
     } catch (const std::exception& error) {
         qstd::LogError(prefix + error.what());
         qstd::TraceHere(1, tracePrefix + error.what(), where);
     } catch (...) {
         qstd::LogError(unknown);
         qstd::TraceHere(1, "Unknown Exception", where);
+    }
+}
+
+void LogAndGoOn(const std::string& subject) {
+    try {
+        throw;
+    } catch (const bmc::BrokenOff&) {
+        throw;
+    } catch (const std::exception& error) {
+        qstd::LogError(subject + ". Exception: " + error.what());
+    } catch (...) {
+        qstd::LogError(subject + ". Unknown exception.");
     }
 }

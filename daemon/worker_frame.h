@@ -56,8 +56,14 @@ private:
     std::thread m_thread;
 };
 
-/// To be called in a handler: logs the exception that is being handled as an error, @p prefix before its text, and
-/// traces it at level 1 from the calling function with @p tracePrefix before its text. What is no std::exception is
-/// logged as @p unknown, whole, so that who looks for a message of the log finds it in the sources.
+/// To be called in a handler around a worker's thread or pass: logs the exception that is being handled as an error,
+/// @p prefix before its text, and traces it at level 1 from the calling function with @p tracePrefix before its text.
+/// What is no std::exception is logged as @p unknown, whole, so that who looks for a message of the log finds it in the
+/// sources. An access that was broken off because the service stops is no problem: it is passed over in silence.
 void LogCaught(const std::string& prefix, const std::string& unknown, const std::string& tracePrefix,
                qstd::SourceLocation where = qstd::SourceLocation::current());
+
+/// To be called in a handler inside a pass: logs the exception that is being handled as an error, @p subject before it,
+/// so that the pass can go on.
+/// @throws bmc::BrokenOff when it is one: the pass is to end.
+void LogAndGoOn(const std::string& subject);

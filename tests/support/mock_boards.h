@@ -91,6 +91,9 @@ public:
         ON_CALL(*this, GetType).WillByDefault(Return(type));
         ON_CALL(*this, GetShortName).WillByDefault(Return(m_shortName));
         ON_CALL(*this, GetTime).WillByDefault(Return(qstd::Time(qstd::Time::c_zero)));
+        ON_CALL(*this, FpgaSpiWriteAll).WillByDefault([this](const std::vector<bmc::FpgaRegisterValue>& values) {
+            return bmc::Board::FpgaSpiWriteAll(values);
+        });
         ON_CALL(*this, GetSensorsIds).WillByDefault([this] {
             std::vector<bmc::SensorId> ids;
             for (const auto& [id, sensor] : m_sensors) {
@@ -122,6 +125,8 @@ public:
     MOCK_METHOD(void, ShutDown, (), (override));
     MOCK_METHOD(bmc::FpgaReadResult, FpgaSpiRead, (std::uint16_t), (const, override));
     MOCK_METHOD(bmc::FpgaWriteResult, FpgaSpiWrite, (std::uint16_t, std::uint16_t), (const, override));
+    MOCK_METHOD(std::vector<bmc::FpgaWriteResult>, FpgaSpiWriteAll, (const std::vector<bmc::FpgaRegisterValue>&),
+                (const, override));
     MOCK_METHOD(bmc::BoardStatus_e, GetStatus, (), (const, override));
     MOCK_METHOD(bmc::BoardPowerStatus_e, GetPowerStatus, (), (const, override));
     MOCK_METHOD(bmc::RedLedStatus_e, GetRedLighStatus, (), (const, override));
