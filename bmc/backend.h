@@ -27,13 +27,12 @@ public:
     static constexpr std::chrono::seconds c_lastAccessMayTake{20};
 
     /// For the stop of the service, which must not last as long as slow boards do. From @p deadline to the end of the
-    /// process, an access to a board is given up, also one that is under way at that moment, before it had an effect:
-    /// - one of any other thread than the caller's raises BrokenOff;
-    /// - one of the caller's thread that only reads fails as if the board did not answer.
+    /// process every access to a board raises BrokenOff, also one that is under way at that moment, before it had an
+    /// effect. Let through are what the calling thread writes, because it has to leave the chassis safe, and PowerDown
+    /// and ShutDown of any thread, because a board past its limit is switched off all the same. They too are given up,
+    /// with another qstd::Exception, when they last longer than c_lastAccessMayTake, counted from the deadline at the
+    /// earliest.
     ///
-    /// Let through are the caller's writes, for what it has to leave behind, and PowerDown and ShutDown of any thread,
-    /// because a board past its limit is switched off all the same. They too are given up, with a qstd::Exception, when
-    /// they last longer than c_lastAccessMayTake, counted from the deadline at the earliest.
     /// By default there is no limit: a backend whose boards cannot be slow needs none.
     virtual void LimitAccesses(std::chrono::steady_clock::time_point /*deadline*/) {}
 };

@@ -3,32 +3,19 @@
 #include <algorithm>
 
 #include "bmc/broken_off.h"
+#include "qstd/exception.h"
 
 namespace bmc::sim {
 
 std::unique_lock<std::mutex> AccessGate::Enter(Access_e access) {
-    std::unique_lock<std::mutex> entered = TryEnter(access);
-    if (!entered.owns_lock()) {
-        throw TooLate(access);
-    }
-    return entered;
-}
-
-std::unique_lock<std::mutex> AccessGate::TryEnter(Access_e access) {
     std::unique_lock<std::mutex> entered(m_access);
     if (m_isHindered.load(std::memory_order_acquire)) {
         entered.unlock();
         const TimePoint begin = std::chrono::steady_clock::now();
         WaitDelay(access, begin);
         entered.lock();
-        // Decided with the access in hand: what comes before it in time has had its effect, and nothing that was
-        // given up has one after it.
-        if (IsTooLate(access, begin)) {
-            if (access != Access_e::switching && !IsStopper()) {
-                throw BrokenOff(m_board);
-            }
-            return {};
-        }
+        // With the access in hand: whoever enters later comes after the effect of this one, or this one has none.
+        CheckInTime(access, begin);
     }
     m_failure.Check();
     return entered;
@@ -57,33 +44,29 @@ void AccessGate::WaitDelay(Access_e access, TimePoint begin) {
     m_changed.notify_all();
 }
 
-qstd::Exception AccessGate::TooLate(Access_e access) const {
-    if (access == Access_e::reading) {
-        return qstd::Exception(BrokenOff(m_board).what(), true);
+void AccessGate::CheckInTime(Access_e access, TimePoint begin) const {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    if (std::chrono::steady_clock::now() < LastMoment(access, begin)) {
+        return;
     }
-    const std::lock_guard<std::mutex> guard(m_mutex);
-    return qstd::Exception("Board " + m_board + " did not answer within " + std::to_string(m_limit->patience.count()) +
-                               " ms: the access was given up",
-                           true);
+    if (!IsLetThrough(access)) {
+        throw BrokenOff(m_board);
+    }
+    throw qstd::Exception("Board " + m_board + " did not answer within " + std::to_string(m_limit->patience.count()) +
+                              " ms: the access was given up",
+                          true);
 }
 
-bool AccessGate::IsTooLate(Access_e access, TimePoint begin) const {
-    const std::lock_guard<std::mutex> guard(m_mutex);
-    return std::chrono::steady_clock::now() >= LastMoment(access, begin);
-}
-
-bool AccessGate::IsStopper() const {
-    const std::lock_guard<std::mutex> guard(m_mutex);
-    return m_limit && m_limit->stopper == std::this_thread::get_id();
+bool AccessGate::IsLetThrough(Access_e access) const {
+    return access == Access_e::switching ||
+           (access == Access_e::writing && m_limit->stopper == std::this_thread::get_id());
 }
 
 AccessGate::TimePoint AccessGate::LastMoment(Access_e access, TimePoint begin) const {
     if (!m_limit) {
         return TimePoint::max();
     }
-    const bool isStopper = m_limit->stopper == std::this_thread::get_id();
-    const bool isLetThrough = access == Access_e::switching || (access == Access_e::writing && isStopper);
-    return isLetThrough ? std::max(begin, m_limit->deadline) + m_limit->patience : m_limit->deadline;
+    return IsLetThrough(access) ? std::max(begin, m_limit->deadline) + m_limit->patience : m_limit->deadline;
 }
 
 void AccessGate::SetDelay(std::chrono::milliseconds delay) {

@@ -10,7 +10,6 @@
 #include <utility>
 
 #include "bmc/sim/injected_failure.h"
-#include "qstd/exception.h"
 
 namespace bmc::sim {
 
@@ -34,12 +33,9 @@ public:
     ~AccessGate() = default;
 
     /// Waits for its turn and for the injected delay. The access lasts as long as the lock that is returned.
-    /// @throws qstd::Exception the injected failure, if one is set after the delay; that it is too late
-    /// @throws BrokenOff as Backend::LimitAccesses says
+    /// @throws qstd::Exception the injected failure, if one is set after the delay
+    /// @throws BrokenOff, qstd::Exception when it is too late, as Backend::LimitAccesses says
     [[nodiscard]] std::unique_lock<std::mutex> Enter(Access_e access = Access_e::reading);
-
-    /// The same, but what would raise that it is too late returns without a lock.
-    [[nodiscard]] std::unique_lock<std::mutex> TryEnter(Access_e access);
 
     /// How long each access takes from now on; the one that is waiting starts its delay anew.
     void SetDelay(std::chrono::milliseconds delay);
@@ -62,9 +58,9 @@ private:
     };
 
     void WaitDelay(Access_e access, TimePoint begin);
-    qstd::Exception TooLate(Access_e access) const;
-    bool IsTooLate(Access_e access, TimePoint begin) const;
-    bool IsStopper() const;
+    void CheckInTime(Access_e access, TimePoint begin) const;
+    // Under m_mutex:
+    bool IsLetThrough(Access_e access) const;
     TimePoint LastMoment(Access_e access, TimePoint begin) const;
     void UpdateHindered();
 

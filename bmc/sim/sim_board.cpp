@@ -121,10 +121,7 @@ void SimBoard::ShutDown() {
 }
 
 FpgaReadResult SimBoard::FpgaSpiRead(std::uint16_t address) const {
-    const auto access = m_gate.TryEnter(Access_e::reading);
-    if (!access.owns_lock()) {
-        return FpgaReadResult{1, 0};
-    }
+    const auto access = m_gate.Enter();
     const auto value = m_fans == nullptr ? std::nullopt : m_fans->Read(address, m_clock.ModelSeconds());
     return value ? FpgaReadResult{0, *value} : FpgaReadResult{1, 0};
 }

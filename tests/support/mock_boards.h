@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <memory>
 #include <string>
@@ -167,6 +168,7 @@ public:
 
     MOCK_METHOD(std::vector<bmc::Uri>, GetAllLocalBoardUris, (), (const, override));
     MOCK_METHOD(bmc::Board*, GetBoard, (const bmc::Uri&), (override));
+    MOCK_METHOD(void, LimitAccesses, (std::chrono::steady_clock::time_point), (override));
 
 private:
     std::vector<std::pair<bmc::Uri, std::unique_ptr<MockBoard>>> m_boards;

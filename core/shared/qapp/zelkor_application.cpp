@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <exception>
@@ -36,6 +37,10 @@ namespace {
 std::atomic<ZelkorApplication*> g_instance{nullptr};
 
 constexpr int c_defaultPort = 5678;
+/// How long passes of workers and requests of clients may still wait for boards once a stop was asked for. On boards
+/// that answer as they should all of them come to their end in that time. With boards that take a second for an answer
+/// there remains enough of two seconds for the one access that leaves the fans safe.
+constexpr std::chrono::milliseconds c_boardsMayTake{500};
 constexpr int c_defaultMaxPacketSize = 2 * 1024 * 1024;
 
 /// Puts the null device in place of a standard stream that whoever started the program left closed: its number would go
@@ -338,8 +343,16 @@ bool ZelkorApplication::Serve(Signals& signals, Detacher& detacher, bool isForeg
         }
     }
     notifier.Stopping();
+    // Nobody undoes what OnShutdown leaves behind, the fans' speed for one, and no slow board holds the stop up:
+    // - The writes of clients that are under way end, by themselves or broken off at the deadline, before Refuse
+    // returns,
+    //   and none begins after it. Refuse waits for a second; a write that is still there then, because its thread gets
+    //   no processor, is past the deadline and has no effect on a board any more.
+    // - Workers are asked to stop by OnShutdown, one after the other, which waits for each one's pass, that too until
+    //   the deadline at most; no pass begins after it.
+    // - Power actions are let through. They do not touch what this thread writes.
+    bmc::BoardPool::Instance().LimitAccesses(std::chrono::steady_clock::now() + c_boardsMayTake);
     if (m_server != nullptr) {
-        // No client undoes what the stop leaves behind, the fans' speed for one.
         m_server->Refuse();
     }
     const bool isStopped = CallHooks("stop", isForeground, [this] { OnShutdown(); });
