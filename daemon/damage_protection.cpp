@@ -76,6 +76,8 @@ void DamageProtection::operator()() {
             }
             m_frame.Sleep(lock, std::chrono::seconds(m_frequency));
         }
+    } catch (const bmc::BrokenOff&) {
+        m_frame.AwaitStop();
     } catch (...) {
         LogCaught(problem, unknown, tracePrefix);
     }

@@ -94,6 +94,8 @@ void TemperatureControl::operator()() {
         CheckTable();
         LogProperties();
         Loop();
+    } catch (const bmc::BrokenOff&) {
+        m_frame.AwaitStop();
     } catch (...) {
         LogCaught("Problem in Temperature Control process - ",
                   "Problem in Temperature Control process - Unknown Exception", "Error: ");

@@ -93,6 +93,8 @@ void TimeSync::operator()() {
             }
             m_frame.Sleep(lock, std::chrono::seconds(m_frequency));
         }
+    } catch (const bmc::BrokenOff&) {
+        m_frame.AwaitStop();
     } catch (...) {
         LogCaught(problem, unknown, tracePrefix);
     }

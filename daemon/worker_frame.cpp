@@ -29,12 +29,15 @@ void WorkerFrame::Sleep(std::unique_lock<std::mutex>& lock, std::chrono::seconds
     qstd::Clock::Get().Sleep(m_cond, lock, period);
 }
 
+void WorkerFrame::AwaitStop() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_cond.wait(lock, [this] { return m_stopRequested; });
+}
+
 void LogCaught(const std::string& prefix, const std::string& unknown, const std::string& tracePrefix,
                qstd::SourceLocation where) {
     try {
         throw;
-    } catch (const bmc::BrokenOff&) {
-        return;  // the thread ends, as it was asked to
     } catch (const std::exception& error) {
         qstd::LogError(prefix + error.what());
         qstd::TraceHere(1, tracePrefix + error.what(), where);

@@ -48,6 +48,11 @@ public:
     /// Sleeps for @p period with the lock given away; a stop, and a calendar clock that is set, end it.
     void Sleep(std::unique_lock<std::mutex>& lock, std::chrono::seconds period);
 
+    /// For the worker's thread, without the lock: sleeps until a stop is asked for. What a worker does when an access
+    /// to a board was broken off because the service stops: its own stop is then about to come, and is no problem to
+    /// tell.
+    void AwaitStop();
+
 private:
     mutable std::mutex m_mutex;    ///< guards the two below
     bool m_stopRequested = false;  ///< never cleared
@@ -59,7 +64,7 @@ private:
 /// To be called in a handler around a worker's thread or pass: logs the exception that is being handled as an error,
 /// @p prefix before its text, and traces it at level 1 from the calling function with @p tracePrefix before its text.
 /// What is no std::exception is logged as @p unknown, whole, so that who looks for a message of the log finds it in the
-/// sources. An access that was broken off because the service stops is no problem: it is passed over in silence.
+/// sources.
 void LogCaught(const std::string& prefix, const std::string& unknown, const std::string& tracePrefix,
                qstd::SourceLocation where = qstd::SourceLocation::current());
 
