@@ -23,7 +23,7 @@ public:
     /// The board, null when there is no such board (any more).
     virtual Board* GetBoard(const Uri& uri) = 0;
 
-    /// How long an access that LimitAccesses lets through may last.
+    /// How long an access that LimitAccesses lets through may last. Twice that is within a service manager's patience.
     static constexpr std::chrono::seconds c_lastAccessMayTake{20};
 
     /// For the stop of the service, which must not last as long as slow boards do. From @p deadline to the end of the

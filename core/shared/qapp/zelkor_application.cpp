@@ -344,12 +344,10 @@ bool ZelkorApplication::Serve(Signals& signals, Detacher& detacher, bool isForeg
     }
     notifier.Stopping();
     // Nobody undoes what OnShutdown leaves behind, the fans' speed for one, and no slow board holds the stop up:
-    // - The writes of clients that are under way end, by themselves or broken off at the deadline, before Refuse
-    // returns,
-    //   and none begins after it. Refuse waits for a second; a write that is still there then, because its thread gets
-    //   no processor, is past the deadline and has no effect on a board any more.
-    // - Workers are asked to stop by OnShutdown, one after the other, which waits for each one's pass, that too until
-    //   the deadline at most; no pass begins after it.
+    // - Refuse lets no write of a client begin and waits until those under way have ended, by themselves or broken off
+    //   at the deadline. It waits for a second: a write that is still there then, because its thread gets no processor,
+    //   is past the deadline and has no effect on a board any more.
+    // - OnShutdown asks the workers to stop and waits for the pass of each, which ends in the same way.
     // - Power actions are let through. They do not touch what this thread writes.
     bmc::BoardPool::Instance().LimitAccesses(std::chrono::steady_clock::now() + c_boardsMayTake);
     if (m_server != nullptr) {
