@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <vector>
 
 #include "bmc/board.h"
@@ -21,6 +22,19 @@ public:
 
     /// The board, null when there is no such board (any more).
     virtual Board* GetBoard(const Uri& uri) = 0;
+
+    /// How long an access that LimitAccesses lets through may last. Twice that is within a service manager's patience.
+    static constexpr std::chrono::seconds c_lastAccessMayTake{20};
+
+    /// For the stop of the service, which must not last as long as slow boards do. From @p deadline to the end of the
+    /// process every access to a board raises BrokenOff, also one that is under way at that moment, before it had an
+    /// effect. Let through are what the calling thread writes, because it has to leave the chassis safe, and PowerDown
+    /// and ShutDown of any thread, because a board past its limit is switched off all the same. They too are given up,
+    /// with another qstd::Exception, when they last longer than c_lastAccessMayTake, counted from the deadline at the
+    /// earliest.
+    ///
+    /// By default there is no limit: a backend whose boards cannot be slow needs none.
+    virtual void LimitAccesses(std::chrono::steady_clock::time_point /*deadline*/) {}
 };
 
 }  // namespace bmc

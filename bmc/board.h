@@ -23,6 +23,12 @@ struct FpgaWriteResult {
     std::uint8_t failed = 0;  ///< not zero: the transfer failed
 };
 
+/// What is to be written to a register of the fan controller.
+struct FpgaRegisterValue {
+    std::uint16_t address = 0;
+    std::uint16_t value = 0;
+};
+
 /// One board of the chassis, owned by the pool for the whole life of the process. All operations may be called from any
 /// thread. Accesses to one board are serialised; boards do not wait for one another. Every operation that asks the
 /// board's controller raises qstd::Exception when it does not answer.
@@ -58,6 +64,9 @@ public:
     // the result, not by an exception.
     virtual FpgaReadResult FpgaSpiRead(std::uint16_t address) const = 0;
     virtual FpgaWriteResult FpgaSpiWrite(std::uint16_t address, std::uint16_t value) const = 0;
+    /// Writes all of @p values in their order; one that fails does not keep the others from being written. A board may
+    /// take them in one access, without an answer to each. @return a result for each value
+    virtual std::vector<FpgaWriteResult> FpgaSpiWriteAll(const std::vector<FpgaRegisterValue>& values) const;
 
     // State and revisions.
     virtual BoardStatus_e GetStatus() const = 0;

@@ -21,4 +21,10 @@ Board* BoardPool::GetBoard(const Uri& uri) const {
     return m_backend == nullptr ? nullptr : m_backend->GetBoard(uri);
 }
 
+void BoardPool::LimitAccesses(std::chrono::steady_clock::time_point deadline) const {
+    if (m_backend != nullptr) {
+        m_backend->LimitAccesses(deadline);
+    }
+}
+
 }  // namespace bmc

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <vector>
 
@@ -28,6 +29,9 @@ public:
 
     /// The board, null when there is none.
     Board* GetBoard(const Uri& uri) const;
+
+    /// Has the backend give up accesses from @p deadline on, see Backend::LimitAccesses.
+    void LimitAccesses(std::chrono::steady_clock::time_point deadline) const;
 
 private:
     BoardPool() = default;

@@ -1,9 +1,9 @@
 #include "damage_protection.h"
 
 #include <chrono>
-#include <exception>
 
 #include "bmc/board_pool.h"
+#include "bmc/broken_off.h"
 #include "bmc/enums.h"
 #include "bmc/sensor.h"
 #include "qapp/zelkor_application.h"
@@ -69,11 +69,15 @@ void DamageProtection::operator()() {
         while (!m_frame.IsStoppedLocked()) {
             try {
                 Protect();
+            } catch (const bmc::BrokenOff&) {
+                throw;
             } catch (...) {
                 LogCaught(problem, unknown, tracePrefix);
             }
             m_frame.Sleep(lock, std::chrono::seconds(m_frequency));
         }
+    } catch (const bmc::BrokenOff&) {
+        m_frame.AwaitStop();
     } catch (...) {
         TellOfEnd("Damage Protection", LogCaught(problem, unknown, tracePrefix), qapp::Health::Need_e::vital);
     }
@@ -139,10 +143,8 @@ void DamageProtection::Protect() const {
         const std::string label = bmc::BoardLabel(uri);
         try {
             ProtectBoard(uri, label, ids);
-        } catch (const std::exception& error) {
-            qstd::LogError("Problem accessing board " + label + ". Exception: " + error.what());
         } catch (...) {
-            qstd::LogError("Problem accessing board " + label + ". Unknown exception.");
+            LogAndGoOn("Problem accessing board " + label);
         }
     }
 }
@@ -155,13 +157,10 @@ void DamageProtection::ProtectBoard(const bmc::Uri& uri, const std::string& labe
         return;
     }
     for (const bmc::SensorId& id : ids) {
-        const auto problem = [&] { return "Problem accessing sensor id: " + bmc::ToString(id) + " on board " + label; };
         try {
             ProtectFrom(*board, label, id);
-        } catch (const std::exception& error) {
-            qstd::LogError(problem() + ". Exception: " + error.what());
         } catch (...) {
-            qstd::LogError(problem() + ". Unknown exception.");
+            LogAndGoOn("Problem accessing sensor id: " + bmc::ToString(id) + " on board " + label);
         }
     }
 }

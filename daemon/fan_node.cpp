@@ -77,6 +77,11 @@ bool FanNode::GetReferenceSpeed(double& rpm) const {
     return ReadRPM(m_address, rpm);
 }
 
+bmc::FpgaRegisterValue FanNode::GetReferenceFor(const double& rpm) const {
+    const qstd::TraceFnc trace;
+    return {m_address, RpmToRaw(rpm)};
+}
+
 qnode::enums::ValueType_e FanNode::OnGetValueType(const std::string& /*path*/) const {
     const qstd::TraceFnc trace;
     return qnode::enums::ValueType_e::real;

@@ -31,6 +31,9 @@ public:
     /// The speed that was last asked for, as ReadRPM.
     bool GetReferenceSpeed(double& rpm) const;
 
+    /// The register, and what is to be written to it, for the reference speed @p rpm. @throws as RpmToRaw.
+    bmc::FpgaRegisterValue GetReferenceFor(const double& rpm) const;
+
     /// Real.
     qnode::enums::ValueType_e OnGetValueType(const std::string& path) const override;
     /// One value.

@@ -38,6 +38,7 @@ bool FansNode::Init() {
             qstd::LogInfo("Fans node: ICB board was not found.");
             return false;
         }
+        m_board = board;
         for (std::size_t fan = 0; fan < c_fans; ++fan) {
             const auto address = static_cast<std::uint16_t>(m_fan_addresses[fan]);
             m_fans[fan] = Add(qnode::factory::Create<qnode::LocalNodeStructure, FanNode>(board, address));
@@ -104,8 +105,11 @@ void FansNode::OnSet(const std::string* value, std::size_t position, std::size_t
 
 void FansNode::OnSet(const double* value, std::size_t /*position*/, std::size_t /*count*/) {
     const qstd::TraceFnc trace;
+    std::vector<bmc::FpgaRegisterValue> references;
+    references.reserve(c_fans);
     for (const auto& reference : m_fans) {
         const std::shared_ptr<qnode::TreeNode> fan(reference);
-        dynamic_cast<qreg::RegNode&>(*fan).Set(*value);
+        references.push_back(dynamic_cast<const FanNode&>(*fan).GetReferenceFor(*value));
     }
+    m_board->FpgaSpiWriteAll(references);
 }

@@ -41,8 +41,9 @@ public:
     using RegNode::OnSet;
     /// A speed as text. @throws boost::bad_lexical_cast when it is no number; as the number's OnSet.
     void OnSet(const std::string* value, std::size_t position, std::size_t count) override;
-    /// Sets the reference speed of every fan, one after the other. @throws std::bad_weak_ptr without fans; what a fan
-    /// throws: those before it then have the new speed, it and those after it the old one.
+    /// Sets the reference speed of every fan, one after the other, in one access to the board where it can do that.
+    /// @throws std::bad_weak_ptr without fans; qstd::Exception as FanNode::RpmToRaw; no fan is changed then. What the
+    /// board throws: fans whose turn had come before may have the new speed.
     void OnSet(const double* value, std::size_t position, std::size_t count) override;
 
 private:
@@ -53,4 +54,5 @@ private:
     static bmc::Board* FindController();
 
     std::array<std::weak_ptr<qnode::TreeNode>, c_fans> m_fans;  ///< the children; empty without fans
+    bmc::Board* m_board = nullptr;                              ///< carries the fans; null without any
 };

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "bmc/board_pool.h"
+#include "bmc/broken_off.h"
 #include "bmc/uri.h"
 #include "qstd/enum_map.h"
 #include "qstd/exception.h"
@@ -13,7 +14,7 @@
 namespace {
 
 /// Calls @p visit with each local board that can be reached and its label; a failure is logged and costs the rest of
-/// that board.
+/// that board. @throws bmc::BrokenOff
 template <class Visit>
 void ForEachLocalBoard(const Visit& visit) {
     for (const bmc::Uri& uri : bmc::BoardPool::Instance().GetAllLocalBoardUris()) {
@@ -25,6 +26,8 @@ void ForEachLocalBoard(const Visit& visit) {
         }
         try {
             visit(*board, name);
+        } catch (const bmc::BrokenOff&) {
+            throw;
         } catch (const qstd::Exception& error) {
             qstd::LogError("Problem accessing board " + name + ". Exception: " + error.what());
         } catch (...) {

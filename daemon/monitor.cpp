@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "bmc/board_pool.h"
+#include "bmc/broken_off.h"
 #include "qapp/zelkor_application.h"
 #include "qstd/convert.h"
 #include "qstd/log.h"
@@ -38,6 +39,8 @@ void Monitor::operator()() {
         ReadSettings();
         LogProperties();
         Loop();
+    } catch (const bmc::BrokenOff&) {
+        m_frame.AwaitStop();
     } catch (...) {
         const std::string why =
             LogCaught("Problem in monitor process - ", "Problem in monitor process - Unknown Exception", "Error: ");

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "bmc/board_pool.h"
+#include "bmc/broken_off.h"
 #include "bmc_sensor_node.h"
 #include "monitor.h"
 #include "qapp/zelkor_application.h"
@@ -91,10 +92,8 @@ void Monitor::LogSensors() {
         const std::string label = bmc::BoardLabel(uri);
         try {
             LogBoard(uri, label, sensors);
-        } catch (const std::exception& error) {
-            qstd::LogError("Problem accessing board " + label + ". Exception: " + error.what());
         } catch (...) {
-            qstd::LogError("Problem accessing board " + label + ". Unknown exception.");
+            LogAndGoOn("Problem accessing board " + label);
         }
     }
 }
@@ -111,12 +110,8 @@ void Monitor::LogBoard(const bmc::Uri& uri, const std::string& label, std::vecto
     for (SensorData& data : sensors) {
         try {
             LogSensor(*board, label, data, heading, line, record);
-        } catch (const std::exception& error) {
-            qstd::LogError("Problem accessing sensor id: " + bmc::ToString(data.id) + " on board " + label +
-                           ". Exception: " + error.what());
         } catch (...) {
-            qstd::LogError("Problem accessing sensor id: " + bmc::ToString(data.id) + " on board " + label +
-                           ". Unknown exception.");
+            LogAndGoOn("Problem accessing sensor id: " + bmc::ToString(data.id) + " on board " + label);
         }
     }
     if (record) {
@@ -205,6 +200,8 @@ void Monitor::EmitNotifications(bmc::Sensor* sensor, const std::string& board, c
             const NodePtr& leaf = ChildOf(node, BmcSensorNode::SensorDataTypeToStr(emission->leaf));
             qnode::Node(leaf).Emit(emission->type, qstd::Any(value));
         }
+    } catch (const bmc::BrokenOff&) {
+        throw;
     } catch (const std::exception& error) {
         qstd::LogError(std::string("Error at emitting notifications. ") + error.what());
     } catch (...) {

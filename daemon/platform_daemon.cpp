@@ -3,6 +3,7 @@
 #include <exception>
 
 #include "bmc/board_pool.h"
+#include "bmc/broken_off.h"
 #include "bmc_board_info_node.h"
 #include "bmc_sensor_node.h"
 #include "build_info.h"
@@ -78,6 +79,16 @@ void AddBoardNode(const bmc::Uri& uri, qnode::TreeNode& boards) {
     }
 }
 
+/// The speed that the fans are set to, RPM. When the controller is too slow to tell, 0, which is no band's speed: a few
+/// of the fans may be at another speed than those that could be asked.
+std::uint32_t SpeedAtTheStop(const TemperatureControl& control) {
+    try {
+        return control.GetReferenceFanSpeed();
+    } catch (const bmc::BrokenOff&) {
+        return 0;
+    }
+}
+
 }  // namespace
 
 PlatformDaemon::PlatformDaemon() : qapp::ZelkorApplication(Name(), false, false) {}
@@ -123,7 +134,7 @@ void PlatformDaemon::OnShutdown() {
     TemperatureControl& control = TemperatureControl::GetInstance(nullptr);
     control.StopThread();
     // Nobody controls the fans from now on: they are left fast enough for whatever comes.
-    control.SetFansSpeed(TemperatureControl::c_maxSpeed, control.GetReferenceFanSpeed(), nullptr);
+    control.SetFansSpeed(TemperatureControl::c_maxSpeed, SpeedAtTheStop(control), nullptr);
 }
 
 void PlatformDaemon::AddRegistryNodes() {

@@ -2,11 +2,11 @@
 
 #include <chrono>
 #include <cmath>
-#include <exception>
 #include <limits>
 #include <optional>
 
 #include "bmc/board_pool.h"
+#include "bmc/broken_off.h"
 #include "fan_node.h"
 #include "fans_node.h"
 #include "qapp/zelkor_application.h"
@@ -40,10 +40,8 @@ void ForEachSensor(const Module::SensorIds& watched, const Visit& visit) {
                     visit(*sensor);
                 }
             }
-        } catch (const std::exception& error) {
-            qstd::LogError("Problem accessing board " + uri.ToString() + ". Exception: " + error.what());
         } catch (...) {
-            qstd::LogError("Problem accessing board " + uri.ToString() + ". Unknown exception.");
+            LogAndGoOn("Problem accessing board " + uri.ToString());
         }
     }
 }
@@ -56,6 +54,8 @@ std::string SensorName(const bmc::Uri& uri, const bmc::SensorId& id) {
         if (sensor != nullptr) {
             return sensor->GetName();
         }
+    } catch (const bmc::BrokenOff&) {
+        throw;
     } catch (...) {
         // the report is no place to tell of it: the next reading of the sensor does
     }
@@ -94,6 +94,8 @@ void TemperatureControl::operator()() {
         CheckTable();
         LogProperties();
         Loop();
+    } catch (const bmc::BrokenOff&) {
+        m_frame.AwaitStop();
     } catch (...) {
         const std::string why = LogCaught("Problem in Temperature Control process - ",
                                           "Problem in Temperature Control process - Unknown Exception", "Error: ");

@@ -5,6 +5,7 @@
 
 #include "bmc/board.h"
 #include "bmc/board_pool.h"
+#include "bmc/broken_off.h"
 #include "bmc/enums.h"
 #include "qapp/zelkor_application.h"
 #include "qstd/exception.h"
@@ -82,6 +83,8 @@ void TimeSync::operator()() {
         while (!m_frame.IsStoppedLocked()) {
             try {
                 SyncronizeBoards();
+            } catch (const bmc::BrokenOff&) {
+                throw;
             } catch (const qstd::Exception&) {
                 LogCaught(problem, unknown, tracePrefix);
             } catch (...) {  // of a pass, only the system's own exceptions show their text
@@ -90,6 +93,8 @@ void TimeSync::operator()() {
             }
             m_frame.Sleep(lock, std::chrono::seconds(m_frequency));
         }
+    } catch (const bmc::BrokenOff&) {
+        m_frame.AwaitStop();
     } catch (...) {
         TellOfEnd("Time synchronization", LogCaught(problem, unknown, tracePrefix), qapp::Health::Need_e::useful);
     }

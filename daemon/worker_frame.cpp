@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "bmc/broken_off.h"
 #include "qapp/zelkor_application.h"
 #include "qstd/clock.h"
 #include "qstd/log.h"
@@ -29,6 +30,11 @@ void WorkerFrame::Sleep(std::unique_lock<std::mutex>& lock, std::chrono::seconds
     qstd::Clock::Get().Sleep(m_cond, lock, period);
 }
 
+void WorkerFrame::AwaitStop() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_cond.wait(lock, [this] { return m_stopRequested; });
+}
+
 std::string LogCaught(const std::string& prefix, const std::string& unknown, const std::string& tracePrefix,
                       qstd::SourceLocation where) {
     try {
@@ -46,4 +52,16 @@ std::string LogCaught(const std::string& prefix, const std::string& unknown, con
 
 void TellOfEnd(const std::string& worker, const std::string& why, qapp::Health::Need_e need) {
     qapp::ZelkorApplication::Instance().GetHealth().PartEnded(worker, why, need);
+}
+
+void LogAndGoOn(const std::string& subject) {
+    try {
+        throw;
+    } catch (const bmc::BrokenOff&) {
+        throw;
+    } catch (const std::exception& error) {
+        qstd::LogError(subject + ". Exception: " + error.what());
+    } catch (...) {
+        qstd::LogError(subject + ". Unknown exception.");
+    }
 }

@@ -49,6 +49,11 @@ public:
     /// Sleeps for @p period with the lock given away; a stop, and a calendar clock that is set, end it.
     void Sleep(std::unique_lock<std::mutex>& lock, std::chrono::seconds period);
 
+    /// For the worker's thread, without the lock: sleeps until a stop is asked for. What a worker does when an access
+    /// to a board was broken off because the service stops: its own stop is then about to come, and is no problem to
+    /// tell.
+    void AwaitStop();
+
 private:
     mutable std::mutex m_mutex;    ///< guards the two below
     bool m_stopRequested = false;  ///< never cleared
@@ -57,9 +62,10 @@ private:
     std::thread m_thread;
 };
 
-/// To be called in a handler: logs the exception that is being handled as an error, @p prefix before its text, and
-/// traces it at level 1 from the calling function with @p tracePrefix before its text. What is no std::exception is
-/// logged as @p unknown, whole, so that who looks for a message of the log finds it in the sources.
+/// To be called in a handler around a worker's thread or pass: logs the exception that is being handled as an error,
+/// @p prefix before its text, and traces it at level 1 from the calling function with @p tracePrefix before its text.
+/// What is no std::exception is logged as @p unknown, whole, so that who looks for a message of the log finds it in the
+/// sources.
 /// @return the exception's text
 std::string LogCaught(const std::string& prefix, const std::string& unknown, const std::string& tracePrefix,
                       qstd::SourceLocation where = qstd::SourceLocation::current());
@@ -67,3 +73,8 @@ std::string LogCaught(const std::string& prefix, const std::string& unknown, con
 /// To be called in the handler that ends a worker, after LogCaught: tells the service manager.
 /// @param worker its name, for people
 void TellOfEnd(const std::string& worker, const std::string& why, qapp::Health::Need_e need);
+
+/// To be called in a handler inside a pass: logs the exception that is being handled as an error, @p subject before it,
+/// so that the pass can go on.
+/// @throws bmc::BrokenOff when it is one: the pass is to end.
+void LogAndGoOn(const std::string& subject);

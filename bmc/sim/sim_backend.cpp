@@ -88,6 +88,12 @@ Board* SimBackend::GetBoard(const Uri& uri) {
     return board == nullptr || board->IsMissing() ? nullptr : board;
 }
 
+void SimBackend::LimitAccesses(std::chrono::steady_clock::time_point deadline) {
+    for (const auto& board : m_boards) {
+        board->Gate().LimitAccesses(deadline, c_lastAccessMayTake);
+    }
+}
+
 SimBoard* SimBackend::FindBoard(const std::string& uri) const {
     const auto found = m_boardsByUri.find(uri);
     return found == m_boardsByUri.end() ? nullptr : found->second;

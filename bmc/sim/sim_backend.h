@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -26,6 +27,7 @@ public:
 
     std::vector<Uri> GetAllLocalBoardUris() const override;
     Board* GetBoard(const Uri& uri) override;
+    void LimitAccesses(std::chrono::steady_clock::time_point deadline) override;
 
     /// Serves the operator's commands on the Unix socket @p socketPath until the end.
     /// @throws qstd::Exception when the socket cannot be had

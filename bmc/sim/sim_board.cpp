@@ -60,6 +60,7 @@ SimBoard::SimBoard(BoardDescription description, const ChassisContext& chassis)
       m_clock(chassis.clock),
       m_journal(chassis.journal),
       m_fans(description.fans ? chassis.fans : nullptr),
+      m_gate(m_description.uri.ToString()),
       m_power(description.power) {
     SetClockOffset(description.clock);
     for (SensorDescription& sensor : description.sensors) {
@@ -97,7 +98,7 @@ qstd::Time SimBoard::GetTime() const {
 }
 
 void SimBoard::SetTime(const qstd::Time& time) {
-    const auto access = m_gate.Enter();
+    const auto access = m_gate.Enter(Access_e::writing);
     m_clockOffset.store(time.ToMicroseconds() - HostMicroseconds());
     m_journal.Add(m_description.uri.ToString(), {"SetTime", std::to_string(time.GetSeconds())});
 }
@@ -108,13 +109,13 @@ void SimBoard::SetClockOffset(double seconds) {
 }
 
 void SimBoard::PowerDown() {
-    const auto access = m_gate.Enter();
+    const auto access = m_gate.Enter(Access_e::switching);
     m_power.store(BoardPowerStatus_e::off);
     m_journal.Add(m_description.uri.ToString(), {"PowerDown"});
 }
 
 void SimBoard::ShutDown() {
-    const auto access = m_gate.Enter();
+    const auto access = m_gate.Enter(Access_e::switching);
     ++m_shutDownCount;
     m_journal.Add(m_description.uri.ToString(), {"ShutDown"});
 }
@@ -126,8 +127,18 @@ FpgaReadResult SimBoard::FpgaSpiRead(std::uint16_t address) const {
 }
 
 FpgaWriteResult SimBoard::FpgaSpiWrite(std::uint16_t address, std::uint16_t value) const {
-    const auto access = m_gate.Enter();
-    return FpgaWriteResult{static_cast<std::uint8_t>(WriteFanRegister(address, value) ? 0 : 1)};
+    return FpgaSpiWriteAll({{address, value}}).front();
+}
+
+std::vector<FpgaWriteResult> SimBoard::FpgaSpiWriteAll(const std::vector<FpgaRegisterValue>& values) const {
+    const auto access = m_gate.Enter(Access_e::writing);
+    std::vector<FpgaWriteResult> results;
+    results.reserve(values.size());
+    for (const FpgaRegisterValue& each : values) {
+        const bool isDone = WriteFanRegister(each.address, each.value);
+        results.push_back(FpgaWriteResult{static_cast<std::uint8_t>(isDone ? 0 : 1)});
+    }
+    return results;
 }
 
 bool SimBoard::WriteFanRegister(std::uint16_t address, std::uint16_t value) const {
@@ -180,11 +191,11 @@ std::string SimBoard::GetDevicePrefix() const {
 
 void SimBoard::Heal() {
     SetMissing(false);
-    m_gate.Failure().Clear();
-    m_gate.SetDelay(std::chrono::milliseconds(0));
     for (const auto& sensor : m_sensors) {
         sensor->Heal();
     }
+    m_gate.Failure().Clear();
+    m_gate.SetDelay(std::chrono::milliseconds(0));  // the last: an access whose delay this ends finds all else healed
 }
 
 }  // namespace bmc::sim

@@ -47,6 +47,8 @@ public:
 
     FpgaReadResult FpgaSpiRead(std::uint16_t address) const override;
     FpgaWriteResult FpgaSpiWrite(std::uint16_t address, std::uint16_t value) const override;
+    /// One access, with one delay, whatever the number of values.
+    std::vector<FpgaWriteResult> FpgaSpiWriteAll(const std::vector<FpgaRegisterValue>& values) const override;
 
     BoardStatus_e GetStatus() const override;
     BoardPowerStatus_e GetPowerStatus() const override;

@@ -35,6 +35,9 @@ MockBoard::MockBoard(bmc::Uri uri, std::string shortName, bmc::BoardType_e type)
     ON_CALL(*this, GetType).WillByDefault(Return(type));
     ON_CALL(*this, GetShortName).WillByDefault(Return(m_shortName));
     ON_CALL(*this, GetTime).WillByDefault(Return(qstd::Time(qstd::Time::c_zero)));
+    ON_CALL(*this, FpgaSpiWriteAll).WillByDefault([this](const std::vector<bmc::FpgaRegisterValue>& values) {
+        return bmc::Board::FpgaSpiWriteAll(values);
+    });
     ON_CALL(*this, GetSensorsIds).WillByDefault([this] {
         std::vector<bmc::SensorId> ids;
         for (const auto& [id, sensor] : m_sensors) {

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <memory>
 #include <string>
@@ -83,6 +84,8 @@ public:
     MOCK_METHOD(void, ShutDown, (), (override));
     MOCK_METHOD(bmc::FpgaReadResult, FpgaSpiRead, (std::uint16_t), (const, override));
     MOCK_METHOD(bmc::FpgaWriteResult, FpgaSpiWrite, (std::uint16_t, std::uint16_t), (const, override));
+    MOCK_METHOD(std::vector<bmc::FpgaWriteResult>, FpgaSpiWriteAll, (const std::vector<bmc::FpgaRegisterValue>&),
+                (const, override));
     MOCK_METHOD(bmc::BoardStatus_e, GetStatus, (), (const, override));
     MOCK_METHOD(bmc::BoardPowerStatus_e, GetPowerStatus, (), (const, override));
     MOCK_METHOD(bmc::RedLedStatus_e, GetRedLighStatus, (), (const, override));
@@ -108,6 +111,7 @@ public:
 
     MOCK_METHOD(std::vector<bmc::Uri>, GetAllLocalBoardUris, (), (const, override));
     MOCK_METHOD(bmc::Board*, GetBoard, (const bmc::Uri&), (override));
+    MOCK_METHOD(void, LimitAccesses, (std::chrono::steady_clock::time_point), (override));
 
 private:
     std::vector<std::pair<bmc::Uri, std::unique_ptr<MockBoard>>> m_boards;

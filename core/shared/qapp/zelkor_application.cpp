@@ -5,27 +5,23 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <csignal>
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <exception>
 #include <filesystem>
 #include <iostream>
-#include <sstream>
 #include <system_error>
 #include <utility>
 
 #include "bmc/board_pool.h"
-#include "qapp/configuration_rules.h"
 #include "qapp/detacher.h"
 #include "qapp/main_loop.h"
 #include "qapp/registry_settings.h"
 #include "qapp/service_notifier.h"
 #include "qapp/service_settings.h"
 #include "qapp/signals.h"
-#include "qcfg/checker.h"
 #include "qcfg/document.h"
-#include "qcfg/schema_writer.h"
 #include "qnode/factory.h"
 #include "qstd/exception.h"
 #include "qstd/log.h"
@@ -38,6 +34,10 @@ namespace {
 std::atomic<ZelkorApplication*> g_instance{nullptr};
 
 constexpr int c_defaultPort = 5678;
+/// How long passes of workers and requests of clients may still wait for boards once a stop was asked for. On boards
+/// that answer as they should all of them come to their end in that time. With boards that take a second for an answer
+/// there remains enough of two seconds for the one access that leaves the fans safe.
+constexpr std::chrono::milliseconds c_boardsMayTake{500};
 constexpr int c_defaultMaxPacketSize = 2 * 1024 * 1024;
 
 /// Puts the null device in place of a standard stream that whoever started the program left closed: its number would go
@@ -153,74 +153,6 @@ bool ZelkorApplication::RunUnguarded(int argc, char** argv, Detacher& detacher) 
     return Serve(signals, detacher, !options.daemon);
 }
 
-Options ZelkorApplication::ReadCommandLine(int argc, char** argv) {
-    Options defaults;
-    defaults.configFile = ConfDir() + "/" + ConfFile();
-    defaults.logDir = m_logFileDir;
-    OnInitLogFileDir(defaults.logDir);
-    defaults.port = DefaultPort();
-    defaults.pidFile = PidFile();
-    boost::program_options::options_description description = DescribeOptions(defaults);
-    m_actions.Describe(description);
-    OnProgramOptionsAdd(description);
-    std::ostringstream help;
-    help << "Usage: " << m_name << " [options]\n" << description;
-    m_helpText = help.str();
-
-    boost::program_options::variables_map values;
-    try {
-        Options options = ParseOptions(argc, argv, description, values);
-        options.action = m_actions.Choose(values, options);
-        OnProgramOptionsProcess(values);
-        while (options.logDir.size() > 1 && options.logDir.back() == '/') {
-            options.logDir.pop_back();
-        }
-        if (options.pidFile.empty()) {
-            options.pidFile = defaults.pidFile;
-        }
-        if (options.daemon) {
-            // A background process leaves the folder it was started in.
-            options.configFile = std::filesystem::absolute(options.configFile).string();
-            options.logDir = std::filesystem::absolute(options.logDir).string();
-            options.pidFile = options.pidFile.empty() ? "" : std::filesystem::absolute(options.pidFile).string();
-        }
-        return options;
-    } catch (const qstd::Exception& error) {
-        throw qstd::Exception(std::string(error.what()) + " (see --help)");
-    }
-}
-
-bool ZelkorApplication::CheckAndPrint(const Options& options) {
-    try {
-        LoadConfiguration(options);
-        const qcfg::Findings findings = qcfg::CheckConfiguration(m_config.GetRoot(), GetRules());
-        for (const qcfg::Finding& finding : findings) {
-            std::cout << qcfg::ToText(finding, m_config.GetFileName()) << '\n';
-        }
-        std::cout.flush();
-        if (qcfg::HasError(findings)) {
-            return false;
-        }
-        const std::shared_ptr<qcfg::Element> section = FindBoardsSection();
-        const BoardBackend& backend = FindBackend(*section);
-        if (backend.check) {
-            backend.check(*section, m_config.GetFileName());
-        }
-        return true;
-    } catch (const std::exception& error) {
-        std::cout << error.what() << std::endl;
-        return false;
-    }
-}
-
-qcfg::ElementRule ZelkorApplication::GetRules() const {
-    std::vector<qcfg::VariantRule> backends;
-    for (const BoardBackend& backend : m_backends) {
-        backends.push_back(backend.rule);
-    }
-    return ConfigurationRules(backends, GetSectionRules());
-}
-
 void ZelkorApplication::LoadConfiguration(const Options& options) {
     OnPreConfig();
     m_config.Load(options.configFile);
@@ -271,25 +203,6 @@ void ZelkorApplication::OpenBoards(bool isForAction) {
     const BoardBackend& backend = FindBackend(*section);
     const auto& create = isForAction && backend.createForAction ? backend.createForAction : backend.create;
     bmc::BoardPool::Instance().Open(create(*section, m_config.GetFileName()));
-}
-
-bool ZelkorApplication::RunAction(const Options& options) {
-    std::signal(SIGPIPE, SIG_IGN);  // whoever reads standard error may go
-    ::tzset();
-    OnPreInit();
-    LoadConfiguration(options);
-    std::string logProblem;
-    try {
-        OpenLogs(options);
-    } catch (const qstd::Exception& error) {
-        logProblem = error.what();  // no reason not to act: a full disk must not keep the chassis from being made safe
-    }
-    OpenBoards(true);
-    qstd::Log::GetInstance().OpenStandardError();
-    if (!logProblem.empty()) {
-        qstd::LogWarning(logProblem);
-    }
-    return Perform(*options.action);
 }
 
 void ZelkorApplication::CreateBoards() {
@@ -367,8 +280,14 @@ bool ZelkorApplication::Serve(Signals& signals, Detacher& detacher, bool isForeg
         }
     }
     notifier.Stopping();
+    // Nobody undoes what OnShutdown leaves behind, the fans' speed for one, and no slow board holds the stop up:
+    // - Refuse lets no write of a client begin and waits until those under way have ended, by themselves or broken off
+    //   at the deadline. It waits for a second: a write that is still there then, because its thread gets no processor,
+    //   is past the deadline and has no effect on a board any more.
+    // - OnShutdown asks the workers to stop and waits for the pass of each, which ends in the same way.
+    // - Power actions are let through. They do not touch what this thread writes.
+    bmc::BoardPool::Instance().LimitAccesses(std::chrono::steady_clock::now() + c_boardsMayTake);
     if (m_server != nullptr) {
-        // No client undoes what the stop leaves behind, the fans' speed for one.
         m_server->Refuse();
     }
     const bool isStopped = CallHooks("stop", isForeground, [this] { OnShutdown(); });
@@ -425,10 +344,6 @@ std::string ZelkorApplication::ConfDir() const {
 
 std::string ZelkorApplication::ConfFile() const {
     return m_name + ".xml";
-}
-
-std::string ZelkorApplication::CreateXsd() const {
-    return qcfg::WriteSchema(GetRules());
 }
 
 std::vector<qcfg::ElementRule> ZelkorApplication::GetSectionRules() const {

@@ -27,6 +27,9 @@ class Signals;
 /// A service of the instrument: command line, configuration, log, boards, registry tree, signals, main loop. A program
 /// derives its own application, which the framework calls back through hooks on the main thread.
 ///
+/// A stop is bounded, however slow boards are: see bmc::Backend::LimitAccesses, which is in force from half a second
+/// after the stop began, the main thread being the one whose writes are let through.
+///
 /// What other threads may use of it (GetConfig, GetRegistry, LogFileDir) is ready before OnPostInit and stays to the
 /// very end of the process when the application was made with std::make_shared: Run keeps it alive past the end of
 /// every object that was constructed after Run began, worker threads that are joined at process exit included.

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <memory>
+#include <optional>
 #include <utility>
 
 namespace {
@@ -11,6 +13,9 @@ class OneUriBackend : public bmc::Backend {
 public:
     std::vector<bmc::Uri> GetAllLocalBoardUris() const override { return {bmc::Uri("io", "2"), bmc::Uri("io", "1")}; }
     bmc::Board* GetBoard(const bmc::Uri& /*uri*/) override { return nullptr; }
+    void LimitAccesses(std::chrono::steady_clock::time_point deadline) override { m_deadline = deadline; }
+
+    std::optional<std::chrono::steady_clock::time_point> m_deadline;
 };
 
 TEST(BoardPool, WithoutBackend_HasNoBoards) {
@@ -28,6 +33,18 @@ TEST(BoardPool, Open_PutsTheBackendBehindItAndGivesTheOldOneBack) {
     EXPECT_EQ(bmc::BoardPool::Instance().GetBoard(uris[0]), nullptr);
     EXPECT_EQ(bmc::BoardPool::Instance().Open(nullptr).get(), address);
     EXPECT_TRUE(bmc::BoardPool::Instance().GetAllLocalBoardUris().empty());
+}
+
+TEST(BoardPool, LimitAccesses_GoesToTheBackendIfThereIsOne) {
+    const auto deadline = std::chrono::steady_clock::now();
+    bmc::BoardPool::Instance().LimitAccesses(deadline);
+    auto owned = std::make_unique<OneUriBackend>();
+    const OneUriBackend& backend = *owned;
+    bmc::BoardPool::Instance().Open(std::move(owned));
+    EXPECT_FALSE(backend.m_deadline);
+    bmc::BoardPool::Instance().LimitAccesses(deadline);
+    EXPECT_EQ(backend.m_deadline, deadline);
+    bmc::BoardPool::Instance().Open(nullptr);
 }
 
 }  // namespace

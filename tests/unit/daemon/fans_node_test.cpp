@@ -209,6 +209,28 @@ TEST_F(FansNodeTest, SpeedThatIsRefused_ChangesNoFan) {
     EXPECT_THROW(fans.Set(std::string("abc")), boost::bad_lexical_cast);
 }
 
+TEST_F(FansNodeTest, Set_IsOneBatchInTheOrderOfTheFans) {
+    FansNode& fans = Create();
+    EXPECT_CALL(m_boards.icb, FpgaSpiWriteAll).WillOnce([](const std::vector<bmc::FpgaRegisterValue>& values) {
+        std::vector<std::uint16_t> addresses;
+        for (const bmc::FpgaRegisterValue& each : values) {
+            addresses.push_back(each.address);
+            EXPECT_EQ(each.value, 645);
+        }
+        EXPECT_THAT(addresses, testing::ElementsAreArray(c_addresses));
+        return std::vector<bmc::FpgaWriteResult>(values.size());
+    });
+    EXPECT_CALL(m_boards.icb, FpgaSpiWrite).Times(0);
+    fans.Set(3000.0);
+}
+
+TEST_F(FansNodeTest, WriteThatFails_KeepsNoFanFromBeingWrittenAndRaisesNothing) {
+    FansNode& fans = Create();
+    ON_CALL(m_boards.icb, FpgaSpiWrite).WillByDefault(Return(bmc::FpgaWriteResult{1}));
+    ExpectWrites(m_boards.icb, 645);
+    fans.Set(3000.0);
+}
+
 TEST_F(FansNodeTest, FanThatRaisesDuringASet_StopsItThere) {
     FansNode& fans = Create();
     const testing::InSequence inOrder;

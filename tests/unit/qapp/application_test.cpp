@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <functional>
@@ -82,6 +83,7 @@ public:
     }
 
     std::vector<std::string> m_calls;
+    std::chrono::steady_clock::time_point m_deadline;  ///< of accesses to boards
     std::map<std::string, std::function<void()>> m_inHook;
 
 private:
@@ -103,6 +105,10 @@ private:
         auto backend = std::make_unique<testing::NiceMock<test::MockBackend>>();
         backend->Add(bmc::Uri("io", "1"), "IO1", bmc::BoardType_e::io);
         backend->Add(bmc::Uri("io", "2"), "IO2", bmc::BoardType_e::io);
+        ON_CALL(*backend, LimitAccesses).WillByDefault([this](auto deadline) {
+            Note("(accesses limited)");
+            m_deadline = deadline;
+        });
         return backend;
     }
 
@@ -157,8 +163,9 @@ protected:
 TEST_F(Application, Hooks_ComeInTheirOrder) {
     Make();
     EXPECT_TRUE(Run());
-    EXPECT_THAT(m_application->m_calls, ElementsAre("OnPreInit", "OnPreConfig", "OnPostConfig", "(boards)",
-                                                    "OnPostInit", "OnStartRunning", "OnAcceptRequests", "OnShutdown"));
+    EXPECT_THAT(m_application->m_calls,
+                ElementsAre("OnPreInit", "OnPreConfig", "OnPostConfig", "(boards)", "OnPostInit", "OnStartRunning",
+                            "OnAcceptRequests", "(accesses limited)", "OnShutdown"));
 }
 
 TEST_F(Application, Boards_AreOfferedToAnApplicationThatWantsThem) {
@@ -166,7 +173,8 @@ TEST_F(Application, Boards_AreOfferedToAnApplicationThatWantsThem) {
     EXPECT_TRUE(Run());
     EXPECT_THAT(m_application->m_calls,
                 ElementsAre("OnPreInit", "OnPreConfig", "OnPostConfig", "(boards)", "CreateBoard IO1", "AddBoard IO1",
-                            "CreateBoard IO2", "OnPostInit", "OnStartRunning", "OnAcceptRequests", "OnShutdown"));
+                            "CreateBoard IO2", "OnPostInit", "OnStartRunning", "OnAcceptRequests", "(accesses limited)",
+                            "OnShutdown"));
 }
 
 TEST_F(Application, BadCommandLine_CallsNoHookAndSaysWhy) {
@@ -343,8 +351,8 @@ TEST_F(Application, RegistryServer_IsBoundBeforeTheStart_ServesAfterIt_AndRefuse
     EXPECT_TRUE(Run());
     EXPECT_THAT(m_application->m_calls,
                 ElementsAre("OnPreInit", "OnPreConfig", "OnPostConfig", "(boards)", "(server bound)", "OnPostInit",
-                            "OnStartRunning", "OnAcceptRequests", "(server serves)", "(server refuses)", "OnShutdown",
-                            "(server gone)"));
+                            "OnStartRunning", "OnAcceptRequests", "(server serves)", "(accesses limited)",
+                            "(server refuses)", "OnShutdown", "(server gone)"));
 }
 
 TEST_F(Application, RegistryServer_OfAStartThatFailed_NeverServesAndIsGoneAfterTheStop) {
@@ -354,7 +362,7 @@ TEST_F(Application, RegistryServer_OfAStartThatFailed_NeverServesAndIsGoneAfterT
     EXPECT_FALSE(Run());
     EXPECT_THAT(m_application->m_calls,
                 ElementsAre("OnPreInit", "OnPreConfig", "OnPostConfig", "(boards)", "(server bound)", "OnPostInit",
-                            "OnStartRunning", "(server refuses)", "OnShutdown", "(server gone)"));
+                            "OnStartRunning", "(accesses limited)", "(server refuses)", "OnShutdown", "(server gone)"));
 }
 
 TEST_F(Application, RegistryServerThatCannotBeBound_EndsTheRunBeforeTheStart) {
@@ -364,6 +372,15 @@ TEST_F(Application, RegistryServerThatCannotBeBound_EndsTheRunBeforeTheStart) {
     EXPECT_FALSE(Run());
     EXPECT_THAT(m_error, HasSubstr("recorder: the port is in use"));
     EXPECT_EQ(m_application->m_calls.back(), "(server bound)");
+}
+
+TEST_F(Application, Stop_GivesBoardsHalfASecondFromItsBegin) {
+    Make();
+    std::chrono::steady_clock::time_point begin;
+    m_application->m_inHook["OnAcceptRequests"] = [&] { begin = std::chrono::steady_clock::now(); };
+    EXPECT_TRUE(Run());
+    EXPECT_GE(m_application->m_deadline - begin, std::chrono::milliseconds(500));
+    EXPECT_LE(m_application->m_deadline - std::chrono::steady_clock::now(), std::chrono::milliseconds(500));
 }
 
 TEST_F(Application, Registry_TakesNodesAndRefusesASecondOfAName) {

@@ -19,7 +19,7 @@ using test::SimChassis;
 constexpr std::chrono::seconds c_patience{30};
 
 TEST(AccessGate, ManyThreads_OneAccessAtATime) {
-    AccessGate gate;
+    AccessGate gate("io/1");
     int inside = 0;  // guarded by the gate: the thread sanitizer sees when it is not
     int total = 0;
     bool overlapped = false;

@@ -1,0 +1,150 @@
+// The stop is bounded, however slow the boards are, and leaves the fans at maximum speed.
+
+#include <filesystem>
+
+#include "daemon_fixture.h"
+
+namespace {
+
+using std::chrono::steady_clock;
+using test::DaemonTest;
+using testing::Contains;
+using testing::Each;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+class StopTest : public DaemonTest {
+protected:
+    static constexpr const char* c_everySecond =
+        "<monitor><frequency>1</frequency><filter><absolute enabled='false'/></filter></monitor>\n"
+        "<damage_protection><frequency>1</frequency></damage_protection>\n"
+        "<temperature_control><frequency>1</frequency><fans><set lower='40' upper='60' rpm='4000'/></fans>"
+        "</temperature_control>\n"
+        "<timesync><frequency>1</frequency><delta>2</delta></timesync>\n";
+
+    /// Runs the daemon with all workers until each has begun its passes.
+    void StartAll(const std::string& chassis = c_chassis) {
+        Configure(c_everySecond, chassis);
+        StartAndAwait("Fans changed from ");
+        ASSERT_TRUE(AwaitLog("Monitor settings:"));
+        ASSERT_TRUE(AwaitLog("Damage Protection settings:"));
+        ASSERT_TRUE(AwaitLog("*Time synchronization process started."));
+        ASSERT_TRUE(Await([&] { return test::Exists(m_folder.Path("log/sensors/slot_2.log")); }));
+    }
+
+    void MakeSlow(const std::string& milliseconds) const {
+        for (const char* board : {"icb/0", "os/0", "slot/2"}) {
+            ASSERT_EQ(Chassis({"slow", board, milliseconds}).status, 0);
+        }
+    }
+
+    /// Lets time go by that is longer than the period, so that every worker is in a pass.
+    static void GoIntoAPass() { std::this_thread::sleep_for(std::chrono::milliseconds(1500)); }
+
+    /// Messages from the stop on.
+    std::vector<std::string> MessagesOfTheStop() const {
+        const auto messages = Messages();
+        return {std::find(messages.begin(), messages.end(), "INFO     ***Platform daemon is stopping."),
+                messages.end()};
+    }
+
+    void ExpectOrderlyEnd() const {
+        const auto messages = MessagesOfTheStop();
+        for (const char* process : {"Monitor", "Damage Protection", "Temperature Control", "Time synchronization"}) {
+            EXPECT_EQ(
+                std::count(messages.begin(), messages.end(), "INFO     *" + std::string(process) + " process stopped"),
+                1)
+                << process << '\n'
+                << Log();
+        }
+        EXPECT_THAT(messages, Each(StartsWith("INFO "))) << "no problem is told of";
+        EXPECT_THAT(Log(), Not(HasSubstr("broken off")));
+    }
+
+    /// The last message about the fans.
+    std::string LastChangeOfTheFans() const {
+        std::string last;
+        for (const std::string& message : Messages()) {
+            last = message.find("Fans changed") == std::string::npos ? last : message;
+        }
+        return last;
+    }
+};
+
+TEST_F(StopTest, QuickBoards_FansAreLeftAtMaximumSpeed) {
+    StartAll();
+    EXPECT_EQ(Stop(), 0);
+    ExpectOrderlyEnd();
+    EXPECT_EQ(LastChangeOfTheFans(), "INFO     Fans changed from 4007 RPM to 6500 RPM.");
+}
+
+TEST_F(StopTest, EveryBoardTakesASecond_PassesAreBrokenOffAndTheFansAreSet) {
+    StartAll();
+    MakeSlow("1000");
+    GoIntoAPass();
+    const auto begin = steady_clock::now();
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_LT(steady_clock::now() - begin, std::chrono::seconds(10));
+    ExpectOrderlyEnd();
+    EXPECT_EQ(LastChangeOfTheFans(), "INFO     Fans changed from 0 RPM to 6500 RPM.");
+}
+
+TEST_F(StopTest, ManyMomentsOfSlowPasses_AreAllOrderly) {
+    for (int delay = 0; delay < 600; delay += 170) {
+        std::filesystem::remove_all(m_folder.Path("log"));
+        StartAll();
+        MakeSlow("300");
+        std::this_thread::sleep_for(std::chrono::milliseconds(1000 + delay));
+        EXPECT_EQ(Stop(), 0) << "after " << delay << " ms";
+        ExpectOrderlyEnd();
+        EXPECT_THAT(LastChangeOfTheFans(), HasSubstr(" RPM to 6500 RPM."));
+    }
+}
+
+TEST_F(StopTest, ClientsWriteThatWaitsForASlowBoard_IsBrokenOffAndNeverUndoesTheStop) {
+    StartAll();
+    MakeSlow("3000");
+    test::Process client(RegistryCommand({"set", "fans", "2500"}), m_folder.Path("client.out"),
+                         m_folder.Path("client.err"));
+    GoIntoAPass();  // and the client's write as well
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_EQ(client.Wait(), 1) << test::ReadFile(m_folder.Path("client.out"));
+    EXPECT_THAT(test::ReadFile(m_folder.Path("client.err")),
+                HasSubstr("Access to board icb/0 was broken off: the service stops"));
+    ExpectOrderlyEnd();
+    EXPECT_EQ(LastChangeOfTheFans(), "INFO     Fans changed from 0 RPM to 6500 RPM.");
+}
+
+TEST_F(StopTest, BoardsPastAnyPatience_StopEndsAllTheSameAndSaysThatTheFansAreNotSet) {
+    StartAll();
+    MakeSlow("60000");
+    GoIntoAPass();
+    m_daemon->Signal(SIGTERM);
+    EXPECT_EQ(m_daemon->Wait(std::chrono::seconds(55)), 1);
+    const auto messages = MessagesOfTheStop();
+    EXPECT_THAT(messages, Contains("ERROR    Problem at stop - Board icb/0 did not answer within 20000 ms: the access "
+                                   "was given up"));
+    EXPECT_EQ(std::count_if(messages.begin(), messages.end(),
+                            [](const std::string& message) { return message.rfind("ERROR", 0) == 0; }),
+              1)
+        << Log();
+    EXPECT_THAT(messages, Contains("INFO     *Temperature Control process stopped"));
+    EXPECT_THAT(messages, Not(Contains(HasSubstr("Fans changed"))));
+}
+
+TEST_F(StopTest, SlowBoardPastItsLimit_IsSwitchedOffAtTheStopAllTheSame) {
+    StartAll();
+    MakeSlow("400");
+    ASSERT_EQ(Chassis({"set", "slot/2", "5", "120"}).status, 0);
+    test::Process journal(
+        {Program("zelkor-chassisctl"), "--socket", m_folder.Path("chassis.sock"), "journal", "--follow"},
+        m_folder.Path("journal"), m_folder.Path("journal.err"));
+    ASSERT_TRUE(AwaitLog("Sensor source board will be powered off now."));
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_TRUE(journal.Wait());  // what came before the fans' write, which waits for the ICB, has been told
+    EXPECT_THAT(test::ReadFile(m_folder.Path("journal")), HasSubstr("PowerDown"));
+    EXPECT_THAT(Log(), HasSubstr("*Damage Protection process stopped"));
+}
+
+}  // namespace
