@@ -8,26 +8,27 @@ namespace fan_table {
 
 namespace {
 
-/// "SUBJECT: LEFT RELATION RIGHT"
+static_assert(c_minSpeed == 2500 && c_maxSpeed == 6500, "the messages below name both");
+
+/// Two numbers that must not stand to each other like this.
 template <class Right>
 std::string Contradiction(const char* subject, std::uint32_t left, const char* relation, Right right) {
     std::string text = subject;
-    qstd::AppendNumber(text.append(": "), left);
-    qstd::AppendNumber(text.append(" ").append(relation).append(" "), right);
+    qstd::AppendNumber(text, left);
+    qstd::AppendNumber(text.append(relation), right);
     return text;
 }
 
 /// What is wrong with a row by itself.
 std::optional<std::string> FindRowError(const TempFansElem& row, double highNonCritical) {
     if (row.upper < row.lower) {
-        return Contradiction("Temperature limits are invalid", row.lower, ">", row.upper);
+        return Contradiction("Temperature limits are invalid: ", row.lower, " > ", row.upper);
     }
     if (static_cast<double>(row.upper) > highNonCritical) {
-        return Contradiction("Upper temperature limit is invalid", row.upper, ">", highNonCritical);
+        return Contradiction("Upper temperature limit is invalid: ", row.upper, " > ", highNonCritical);
     }
     if (row.rpm < c_minSpeed || row.rpm > c_maxSpeed) {
-        return "RPM value is out of range  [" + std::to_string(c_minSpeed) + ".." + std::to_string(c_maxSpeed) +
-               "]: " + std::to_string(row.rpm);
+        return "RPM value is out of range  [2500..6500]: " + std::to_string(row.rpm);
     }
     return std::nullopt;
 }
@@ -35,13 +36,13 @@ std::optional<std::string> FindRowError(const TempFansElem& row, double highNonC
 /// What is wrong with a row after the one before it.
 std::optional<std::string> FindSequenceError(const TempFansElem& row, const TempFansElem& before) {
     if (row.lower <= before.lower) {
-        return Contradiction("Lower temperature limits are not in sequence", row.lower, "<=", before.lower);
+        return Contradiction("Lower temperature limits are not in sequence: ", row.lower, " <= ", before.lower);
     }
     if (row.upper <= before.upper) {
-        return Contradiction("Upper temperature limits are not in sequence", row.upper, "<=", before.upper);
+        return Contradiction("Upper temperature limits are not in sequence: ", row.upper, " <= ", before.upper);
     }
     if (row.rpm <= before.rpm) {
-        return Contradiction("RPM values are not in sequence", row.rpm, "<=", before.rpm);
+        return Contradiction("RPM values are not in sequence: ", row.rpm, " <= ", before.rpm);
     }
     return std::nullopt;
 }
@@ -50,7 +51,7 @@ std::optional<std::string> FindSequenceError(const TempFansElem& row, const Temp
 std::string BeyondText(double temperature, const char* where, std::uint32_t rpm) {
     std::string text = "Temperature: ";
     qstd::AppendNumber(text, temperature);
-    qstd::AppendNumber(text.append(" is ").append(where).append(" fan speed range: "), rpm);
+    qstd::AppendNumber(text.append(where), rpm);
     return text.append(".");
 }
 
@@ -81,7 +82,7 @@ Step TakeStep(const FanTable& table, std::uint32_t band, double temperature) {
         if (band > 0) {
             return {band - 1, table[band - 1].rpm, {}};
         }
-        return {band, c_minSpeed, BeyondText(temperature, "below min", row.rpm)};
+        return {band, c_minSpeed, BeyondText(temperature, " is below min fan speed range: ", row.rpm)};
     }
     if (temperature > row.upper) {
         if (band + 1 < table.size()) {
@@ -89,7 +90,7 @@ Step TakeStep(const FanTable& table, std::uint32_t band, double temperature) {
         }
         return {
             band, c_maxSpeed,
-            BeyondText(temperature, "above max", row.rpm) + " Will be set to max speed: " + std::to_string(c_maxSpeed)};
+            BeyondText(temperature, " is above max fan speed range: ", row.rpm) + " Will be set to max speed: 6500"};
     }
     return {band, row.rpm, {}};
 }

@@ -117,11 +117,11 @@ bool TimeSync::Deserialize(const std::vector<std::shared_ptr<qcfg::Element>>& el
 }
 
 void TimeSync::LogProperties() const {
-    const std::string keyIndent(35, ' ');
     std::string text = "Time Synchronization settings:\n";
-    text += keyIndent + "enabled   = " + (m_frame.IsStopped() ? "false" : "true") + "\n";
-    text += keyIndent + "frequency = " + std::to_string(m_frequency) + " seconds\n";
-    text += keyIndent + "delta     = " + std::to_string(m_delta) + " seconds";
+    text += std::string("                                   enabled   = ") + (m_frame.IsStopped() ? "false" : "true") +
+            "\n";
+    text += "                                   frequency = " + std::to_string(m_frequency) + " seconds\n";
+    text += "                                   delta     = " + std::to_string(m_delta) + " seconds";
     qstd::LogInfo(text);
 }
 
