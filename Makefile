@@ -36,10 +36,10 @@ run: build
 	@echo "  tail -f $(RUN_DIR)/log/sensors/*.log                               the sensor logs as they grow"
 	@echo "  $(BUILD)/bin/zelkor-regctl tree                                        everything the daemon knows, live"
 	@echo "  $(BUILD)/bin/zelkor-regctl watch                                       crossings and changes as they come"
-	@echo "  $(BUILD)/bin/zelkor-regctl set fans 4000                               the speed of all fans"
+	@echo "  $(BUILD)/bin/zelkor-regctl set fans 4000                               all fans, until the control's next cycle"
 	@echo "  $(BUILD)/bin/zelkor-chassisctl --socket $(RUN_DIR)/chassis.sock list           boards and sensors"
-	@echo "  $(BUILD)/bin/zelkor-chassisctl --socket $(RUN_DIR)/chassis.sock set io/1 1 99  hold a sensor at 99"
-	@echo "  $(BUILD)/bin/zelkor-chassisctl --socket $(RUN_DIR)/chassis.sock heal io/1      back to normal"
+	@echo "  $(BUILD)/bin/zelkor-chassisctl --socket $(RUN_DIR)/chassis.sock set io/1 1 99  past its limit: the board is powered down"
+	@echo "  $(BUILD)/bin/zelkor-chassisctl --socket $(RUN_DIR)/chassis.sock heal io/1      let the sensor go; the board stays off"
 	@echo
 	@cp examples/config/demo.xml $(RUN_DIR)/demo.xml
 	@mkdir -p $(BUILD)/chassis && cp examples/chassis/*.xml $(BUILD)/chassis/

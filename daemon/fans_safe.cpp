@@ -31,20 +31,13 @@ std::string ReasonOf(const Access& access) {
     }
 }
 
-/// Whether a reference register that reads @p rpm holds the maximum speed. One that does never reads slower: register
-/// values are cut to whole numbers, and the lower the faster.
-bool IsMaximum(double rpm) {
-    return rpm >= TemperatureControl::c_maxSpeed &&
-           TemperatureControl::IsRpmEqual(static_cast<std::uint32_t>(rpm), TemperatureControl::c_maxSpeed);
-}
-
 /// Why it is not proved that the fan is told to run at maximum speed; empty when it is. What counts is what the
 /// register holds, whether or not the write before it succeeded.
 std::string DoubtAbout(const FanNode& fan, const std::string& writeReason) {
     double rpm = 0.0;
     bool isRead = false;
     const std::string readReason = ReasonOf([&] { isRead = fan.GetReferenceSpeed(rpm); });
-    if (isRead && IsMaximum(rpm)) {
+    if (isRead && IsMaximumSpeed(rpm)) {
         return {};
     }
     std::string doubt = writeReason.empty() ? "" : "cannot be set (" + writeReason + "), ";
@@ -57,6 +50,11 @@ std::string DoubtAbout(const FanNode& fan, const std::string& writeReason) {
 }
 
 }  // namespace
+
+bool IsMaximumSpeed(double rpm) {
+    return rpm >= TemperatureControl::c_maxSpeed &&
+           TemperatureControl::IsRpmEqual(static_cast<std::uint32_t>(rpm), TemperatureControl::c_maxSpeed);
+}
 
 void SetFansSafe() {
     const std::string speed = std::to_string(TemperatureControl::c_maxSpeed) + " RPM";

@@ -6,3 +6,7 @@
 /// @throws qstd::Exception naming each fan that is not proved to be at maximum speed, and why; or that there is no
 ///         chassis controller.
 void SetFansSafe();
+
+/// Whether @p rpm, read from a reference register, is what that reads as when it holds the maximum speed. One that does
+/// never reads slower: register values are cut to whole numbers, and the lower the faster. Any thread.
+bool IsMaximumSpeed(double rpm);

@@ -1,6 +1,11 @@
 #include "platform_daemon.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <exception>
+#include <string>
+#include <vector>
 
 #include "bmc/board_pool.h"
 #include "bmc/broken_off.h"
@@ -10,6 +15,7 @@
 #include "configuration_rules.h"
 #include "damage_protection.h"
 #include "fans_node.h"
+#include "fans_safe.h"
 #include "monitor.h"
 #include "qnode/factory.h"
 #include "qnode/node.h"
@@ -79,13 +85,50 @@ void AddBoardNode(const bmc::Uri& uri, qnode::TreeNode& boards) {
     }
 }
 
-/// The speed that the fans are set to, RPM. When the controller is too slow to tell, 0, which is no band's speed: a few
-/// of the fans may be at another speed than those that could be asked.
-std::uint32_t SpeedAtTheStop(const TemperatureControl& control) {
+/// Leaves the fans fast enough for whatever comes. What keeps it from comparing their speed with the maximum (a board
+/// that is too slow for a stop, or raises, or a speed that no register value stands for) does not keep it from setting
+/// it. @throws that error, unless it was slowness; what setting the fans throws.
+void LeaveFansFast(const TemperatureControl& control) {
+    constexpr std::uint32_t c_unknown = 0;  // no register value of a band: the speed is set in any case
+    std::uint32_t current = c_unknown;
     try {
-        return control.GetReferenceFanSpeed();
+        current = control.GetReferenceFanSpeed();
+        TemperatureControl::IsRpmEqual(TemperatureControl::c_maxSpeed, current);
     } catch (const bmc::BrokenOff&) {
-        return 0;
+        current = c_unknown;
+    } catch (...) {
+        control.SetFansSpeed(TemperatureControl::c_maxSpeed, c_unknown, nullptr);
+        throw;
+    }
+    control.SetFansSpeed(TemperatureControl::c_maxSpeed, current, nullptr);
+}
+
+/// How many of the fans are known to be told to run at maximum speed.
+std::ptrdiff_t CountFastFans(const FansNode& fans) {
+    const std::vector<double> speeds = fans.GetReferenceFansSpeed();
+    return std::count_if(speeds.begin(), speeds.end(), [](double speed) { return IsMaximumSpeed(speed); });
+}
+
+/// Sets the fans once more when not all of them are known to be fast, and logs an error when that did not help: a
+/// register that does not answer counts neither as a speed nor as a failure of the writes before.
+void ProveFansAreFast(const TemperatureControl& control, const std::shared_ptr<qnode::TreeNode>& node) {
+    const auto fans = std::dynamic_pointer_cast<const FansNode>(node);
+    if (fans == nullptr) {
+        return;
+    }
+    constexpr std::ptrdiff_t c_all = FansNode::c_fans;
+    try {
+        if (CountFastFans(*fans) == c_all) {
+            return;
+        }
+        control.SetFansSpeed(TemperatureControl::c_maxSpeed, 0, nullptr);
+        const std::ptrdiff_t fast = CountFastFans(*fans);
+        if (fast != c_all) {
+            qstd::LogError("Only " + std::to_string(fast) + " of the " + std::to_string(c_all) +
+                           " fans are known to be set to 6500 RPM.");
+        }
+    } catch (const bmc::BrokenOff&) {
+        // too slow to be asked at a stop; all were written
     }
 }
 
@@ -133,8 +176,9 @@ void PlatformDaemon::OnShutdown() {
     Monitor::GetInstance().StopThread();
     TemperatureControl& control = TemperatureControl::GetInstance(nullptr);
     control.StopThread();
-    // Nobody controls the fans from now on: they are left fast enough for whatever comes.
-    control.SetFansSpeed(TemperatureControl::c_maxSpeed, SpeedAtTheStop(control), nullptr);
+    // Nobody controls the fans from now on.
+    LeaveFansFast(control);
+    ProveFansAreFast(control, m_fansNode);
 }
 
 void PlatformDaemon::AddRegistryNodes() {

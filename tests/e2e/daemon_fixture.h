@@ -65,6 +65,12 @@ protected:
         ASSERT_TRUE(AwaitLog(message)) << ReadFile(m_folder.Path("err"));
     }
 
+    /// What the stop says of the fans. How fast they were before it knows when the controller tells it within half a
+    /// second, which a loaded machine may miss.
+    static testing::Matcher<std::string> LeftFast() {
+        return testing::MatchesRegex("INFO     Fans changed from [0-9]+ RPM to 6500 RPM\\.");
+    }
+
     /// Waits until each worker of a daemon without any section has begun its first pass.
     bool AwaitWorkers() const {
         return AwaitLog("Monitor settings:") && AwaitLog("Damage Protection settings:") &&

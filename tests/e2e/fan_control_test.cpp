@@ -1,6 +1,6 @@
 // The loop of the temperature control: from the hottest sensor to the registers of the fan controller.
 
-#include "worker_fixture.h"
+#include "single_worker_fixture.h"
 
 namespace {
 
@@ -71,8 +71,7 @@ TEST_F(FanControlTest, Start_BeginsFastAndComesDownByOneBandACycle) {
     FollowJournal();
     EXPECT_EQ(Stop(), 0);
     EXPECT_THAT(Told(), ElementsAre(Changed("0", "4000", "42"), Changed("4007", "3000", "42")));
-    EXPECT_THAT(ToldAtStop(), UnorderedElementsAre("INFO     *Temperature Control process stopped",
-                                                   "INFO     Fans changed from 3000 RPM to 6500 RPM."));
+    EXPECT_THAT(ToldAtStop(), UnorderedElementsAre("INFO     *Temperature Control process stopped", LeftFast()));
     EXPECT_THAT(FanWrites(AllActions()), ElementsAre("483", "645", "297"));
 }
 
@@ -83,7 +82,7 @@ TEST_F(FanControlTest, TemperatureInAnOverlap_KeepsTheBandItIsIn) {
     const auto expectUnchanged = [this](const std::string& temperature) {
         const auto before = FanWrites();
         SetIntake(temperature);
-        EXPECT_TRUE(AwaitPasses(1));
+        EXPECT_TRUE(AwaitPasses(2));  // the second begins when the first has written what it wanted
         EXPECT_EQ(FanWrites(), before) << temperature;
     };
     expectUnchanged("60");  // the limits themselves belong to the band
@@ -279,7 +278,7 @@ TEST_F(FanControlTest, ControllerThatRaises_EndsTheWorkerAndTheFansKeepTheirSpee
     FollowJournal();
     EXPECT_EQ(Stop(), 0);
     EXPECT_THAT(Told(), ElementsAre(c_first, "ERROR    Problem in Temperature Control process - bus is stuck"));
-    EXPECT_THAT(ToldAtStop(), ElementsAre("INFO     Fans changed from 4007 RPM to 6500 RPM."));
+    EXPECT_THAT(ToldAtStop(), ElementsAre(LeftFast()));
     EXPECT_THAT(FanWrites(AllActions()), ElementsAre("483", "297"));
 }
 
@@ -314,7 +313,7 @@ TEST_F(FanControlTest, ClientThatSetsLessThanTheRegistersHold_EndsTheWorkerAndTh
     Ask({"set", "fans", "3000"});
     FollowJournal();
     EXPECT_EQ(Stop(), 0);
-    EXPECT_THAT(ToldAtStop(), ElementsAre("INFO     Fans changed from 3000 RPM to 6500 RPM."));
+    EXPECT_THAT(ToldAtStop(), ElementsAre(LeftFast()));
     EXPECT_THAT(FanWrites(AllActions()), ElementsAre("483", "65387", "645", "297"));
 }
 
@@ -329,7 +328,7 @@ TEST_F(FanControlTest, Disabled_DoesNothingButLeavesTheFansFast) {
     EXPECT_THAT(Told(), ElementsAre("WARNING  Upper temperature limit is invalid: 76 > 75",
                                     "ERROR    Errors in temperature to fans conversion table!"));
     EXPECT_THAT(Settings(), Contains("enabled   = false"));
-    EXPECT_THAT(ToldAtStop(), ElementsAre("INFO     Fans changed from 3000 RPM to 6500 RPM."));
+    EXPECT_THAT(ToldAtStop(), ElementsAre(LeftFast()));
     EXPECT_THAT(FanWrites(AllActions()), ElementsAre("645", "297"));
 }
 

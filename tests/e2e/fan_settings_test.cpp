@@ -1,6 +1,6 @@
 // The settings of the temperature control: what it says of them, and which tables it does not take.
 
-#include "worker_fixture.h"
+#include "single_worker_fixture.h"
 
 namespace {
 

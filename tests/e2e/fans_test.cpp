@@ -1,7 +1,7 @@
 // The fans in the registry, over the registers of the fan controller. The workers are disabled: clients alone drive the
 // fans.
 
-#include "worker_fixture.h"
+#include "single_worker_fixture.h"
 
 namespace {
 

@@ -1,5 +1,6 @@
 // The daemon on a simulated chassis whose boards cannot be reached until the test says so: what it injects before has
-// been there from the start. The first access to a board waits until the file named by HELD_UNTIL_GONE is gone.
+// been there from the start. The first access to a board waits until the file named by HELD_UNTIL_GONE is gone. A stop
+// does not limit accesses here: slow boards stay slow, so that a test knows what a worker is at.
 
 #include <unistd.h>
 

@@ -21,35 +21,6 @@ const std::vector<std::string> c_stopped{
     "INFO     *Monitor process stopped", "INFO     *Damage Protection process stopped",
     "INFO     *Temperature Control process stopped", "INFO     *Time synchronization process stopped"};
 
-/// Those of @p messages that are among @p wanted, in their order.
-std::vector<std::string> Among(const std::vector<std::string>& messages, const std::vector<std::string>& wanted) {
-    std::vector<std::string> found;
-    for (const std::string& message : messages) {
-        if (std::find(wanted.begin(), wanted.end(), message) != wanted.end()) {
-            found.push_back(message);
-        }
-    }
-    return found;
-}
-
-TEST_F(DaemonTest, WholeLife_MessagesStandInTheirOrder) {
-    Configure("<monitor><frequency>60</frequency></monitor>");
-    StartAndAwait();
-    ASSERT_TRUE(AwaitWorkers());
-    EXPECT_EQ(Stop(), 0);
-    const std::vector<std::string> messages = Messages();
-    ASSERT_GT(messages.size(), 2U);
-    EXPECT_EQ(messages[0], "INFO     " + std::string(50, '*'));
-    EXPECT_EQ(messages[1], "INFO     ***Platform daemon started");
-    // The workers' threads log side by side; in its own order stands what one of them says.
-    const std::vector<std::string> monitor{"INFO     ***Platform daemon started", "INFO     *Monitor process started.",
-                                           "INFO     Monitor settings:", "INFO     ***Platform daemon is stopping.",
-                                           "INFO     *Monitor process stopped"};
-    EXPECT_EQ(Among(messages, monitor), monitor);
-    EXPECT_THAT(messages, IsSupersetOf(c_stopped));
-    EXPECT_THAT(messages.back(), testing::EndsWith(" stopped"));
-}
-
 TEST_F(DaemonTest, LogLines_HaveAPrefixOf35CharactersUnderWhichReportsAlign) {
     Configure("<monitor><frequency>60</frequency></monitor>");
     StartAndAwait();
@@ -73,25 +44,6 @@ TEST_F(DaemonTest, Foreground_StandardErrorShowsTheLog) {
     EXPECT_EQ(Stop(), 0);
     EXPECT_EQ(test::ReadFile(m_folder.Path("err")), Log());
     EXPECT_EQ(test::ReadFile(m_folder.Path("out")), "");
-}
-
-TEST_F(DaemonTest, NoSections_OnlyTheMissingFanTableIsWarnedOf) {
-    Configure("");
-    StartAndAwait();
-    EXPECT_TRUE(AwaitWorkers());
-    EXPECT_TRUE(AwaitLog("(Max temperature is 48)"));
-    EXPECT_EQ(Stop(), 0);
-    std::vector<std::string> messages = Messages();
-    const std::string warning = "WARNING  User did not specify valid temperature ranges.";
-    EXPECT_EQ(std::count(messages.begin(), messages.end(), warning), 1);
-    std::erase(messages, warning);
-    EXPECT_THAT(messages, Not(Contains(Not(StartsWith("INFO ")))));
-    EXPECT_EQ(std::count_if(messages.begin(), messages.end(),
-                            [](const std::string& message) {
-                                return message.starts_with("INFO     No settings found for ") ||
-                                       message.ends_with(" is not available. Using default values");
-                            }),
-              8);
 }
 
 TEST_F(DaemonTest, NoChassisController_TellsThatThereAreNoFansAndRunsAndEndsWithAnError) {

@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "workers_fixture.h"
+#include "traced_workers_fixture.h"
 
 namespace {
 
@@ -11,18 +11,6 @@ using test::Worker;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsSupersetOf;
-
-TEST_F(DaemonTest, CrossingMadeOnTheChassis_IsLoggedWithinAPass) {
-    Configure("<monitor><frequency>1</frequency></monitor>");
-    StartAndAwait();
-    EXPECT_EQ(Chassis({"set", "icb/0", "12", "80"}).status, 0);
-    EXPECT_TRUE(AwaitLog("WARNING  Sensor value is above HNC (id = icb_0[12]:Intake; value = 80 C; HNC = 75)"));
-    EXPECT_EQ(Chassis({"set", "icb/0", "12", "100"}).status, 0);
-    EXPECT_TRUE(AwaitLog("WARNING  Sensor value is above HNR (id = icb_0[12]:Intake; value = 100 C; HNR = 95)"));
-    EXPECT_EQ(Chassis({"heal", "icb/0", "12"}).status, 0);
-    EXPECT_TRUE(AwaitLog("INFO     Sensor value is is back to normal. (id = icb_0[12] - Intake;value = 48 C)"));
-    EXPECT_EQ(Stop(), 0);
-}
 
 TEST_F(DaemonTest, ThresholdChangedOnTheChassis_CountsFromTheNextPassOn) {
     Configure(c_recordEverySecond);
@@ -51,23 +39,6 @@ TEST_F(DaemonTest, SensorLogs_GrowByALineABoardAndAPass) {
     EXPECT_EQ(lines("icb_0")[2], "* Version       : 2.8.167.20437");
     EXPECT_EQ(lines("os_0")[8], "[TIME];[7]-CPU");
     EXPECT_EQ(lines("slot_2")[8], "[TIME];[5]-Core");
-}
-
-TEST_F(DaemonTest, SensorAndBoardFaults_CostThemselvesOnly) {
-    Configure(c_recordEverySecond);
-    StartAndAwait();
-    EXPECT_EQ(Chassis({"fail", "icb/0", "12", "bus stuck"}).status, 0);
-    EXPECT_TRUE(AwaitLog("ERROR    Problem accessing sensor id: 12 on board icb_0. Exception: bus stuck"));
-    EXPECT_EQ(Chassis({"missing", "icb/0", "12"}).status, 0);
-    EXPECT_TRUE(AwaitLog("ERROR    Problem accessing sensor id: 12 on board icb_0\n"));
-    EXPECT_EQ(Chassis({"missing", "slot/2"}).status, 0);
-    EXPECT_TRUE(AwaitLog("ERROR    Problem accessing board: slot_2"));
-    EXPECT_EQ(Chassis({"heal", "slot/2"}).status, 0);
-    EXPECT_EQ(Chassis({"heal", "icb/0"}).status, 0);
-    const auto before = test::ReadLines(m_folder.Path("log/sensors/os_0.log")).size();
-    EXPECT_TRUE(Await([&] { return test::ReadLines(m_folder.Path("log/sensors/os_0.log")).size() > before + 1; }));
-    EXPECT_EQ(Stop(), 0);
-    EXPECT_THAT(test::ReadFile(m_folder.Path("log/sensors/icb_0.log")), HasSubstr(";12;N/A"));
 }
 
 TEST_F(DaemonTest, SensorLogFolderReplacedByAFile_CostsWarningsOnly) {
@@ -135,12 +106,12 @@ protected:
 
 TEST_F(MonitoringTest, InBandReadings_MakeNoLogAndTheFirstOneBackIsRecorded) {
     StartWith(MonitorOnly(""));
-    Inject({"set", "slot/2", "5", "85"});
+    Do({"set", "slot/2", "5", "85"});
     ASSERT_TRUE(AwaitLines("slot_2", c_headerLines + 2)) << "every reading out of its band is recorded";
     EXPECT_FALSE(test::Exists(m_folder.Path("log/sensors/icb_0.log")));
     EXPECT_FALSE(test::Exists(m_folder.Path("log/sensors/os_0.log")));
-    Inject({"auto", "slot/2", "5"});
-    Inject({"set", "os/0", "7", "-1"});
+    Do({"auto", "slot/2", "5"});
+    Do({"set", "os/0", "7", "-1"});
     ASSERT_TRUE(AwaitLines("os_0", c_headerLines + 2));
     EXPECT_EQ(Stop(), 0);
     std::vector<std::string> records;
@@ -163,20 +134,20 @@ TEST_F(MonitoringTest, Crossings_AreToldOnceAndTheMostSevereOnly) {
                   limits + "<sensor id='4' name='Gone' value='48' " + limits +
                   "<sensor id='5' name='Half' value='80' units='C' lnc='0'/></board></chassis>");
     ASSERT_TRUE(AwaitMonitor("W: Sensor value is above HNC (id = icb_0[1]:High; value = 80 C; HNC = 75)"));
-    Inject({"invalid", "icb/0", "4"});
-    Inject({"set", "icb/0", "2", "100"});
-    Inject({"set", "icb/0", "3", "-1"});
-    Inject({"set", "icb/0", "5", "-1"});
+    Do({"invalid", "icb/0", "4"});
+    Do({"set", "icb/0", "2", "100"});
+    Do({"set", "icb/0", "3", "-1"});
+    Do({"set", "icb/0", "5", "-1"});
     ASSERT_TRUE(AwaitMonitor("W: Sensor value is below LNC (id = icb_0[5]:Half; value = -1 C; LNC = 0)"));
-    Inject({"set", "icb/0", "2", "88"});
-    Inject({"set", "icb/0", "3", "-6"});
-    Inject({"set", "icb/0", "4", "80"});
-    Inject({"set", "icb/0", "5", "1"});
+    Do({"set", "icb/0", "2", "88"});
+    Do({"set", "icb/0", "3", "-6"});
+    Do({"set", "icb/0", "4", "80"});
+    Do({"set", "icb/0", "5", "1"});
     ASSERT_TRUE(AwaitMonitor("I: Sensor value is is back to normal. (id = icb_0[5] - Half;value = 1 C)"));
-    Inject({"set", "icb/0", "2", "75"});
-    Inject({"set", "icb/0", "3", "-11"});
+    Do({"set", "icb/0", "2", "75"});
+    Do({"set", "icb/0", "3", "-11"});
     ASSERT_TRUE(AwaitMonitor("W: Sensor value is below LNR (id = icb_0[3]:Low; value = -11 C; LNR = -10)"));
-    Inject({"set", "icb/0", "3", "0"});
+    Do({"set", "icb/0", "3", "0"});
     ASSERT_TRUE(AwaitMonitor("I: Sensor value is is back to normal. (id = icb_0[3] - Low;value = 0 C)"));
     EXPECT_EQ(Stop(), 0);
     EXPECT_THAT(MessagesOfSensor("1"),
@@ -199,8 +170,8 @@ TEST_F(MonitoringTest, Crossings_AreToldOnceAndTheMostSevereOnly) {
 TEST_F(MonitoringTest, Notifications_StandOnTheMostSevereThresholdEveryPassOrTellTheChange) {
     StartWith(MonitorOnly(""));
     // Sensors beyond their limits are told of in every pass, so that the tool may subscribe at its own pace.
-    Inject({"set", "icb/0", "12", "100"});
-    Inject({"set", "os/0", "7", "96"});
+    Do({"set", "icb/0", "12", "100"});
+    Do({"set", "os/0", "7", "96"});
     const test::Process watch(RegistryCommand({"watch"}), m_folder.Path("watch"), m_folder.Path("watch-err"));
     const auto count = [this](const std::string& event) {
         const std::vector<std::string> lines = test::ReadLines(m_folder.Path("watch"));
@@ -213,15 +184,15 @@ TEST_F(MonitoringTest, Notifications_StandOnTheMostSevereThresholdEveryPassOrTel
     };
     ASSERT_TRUE(awaitEvent("ICB/sensors/ID_12/hnr threshold 100", 2)) << test::ReadFile(m_folder.Path("watch"));
     EXPECT_GE(count(" boards/host/sensors/ID_7/hc threshold 96"), 1);
-    Inject({"set", "icb/0", "12", "50"});
-    Inject({"set", "os/0", "7", "86"});
+    Do({"set", "icb/0", "12", "50"});
+    Do({"set", "os/0", "7", "86"});
     ASSERT_TRUE(awaitEvent("ICB/sensors/ID_12/value value 50"));
     ASSERT_TRUE(awaitEvent("host/sensors/ID_7/hnc threshold 86"));
-    Inject({"set", "icb/0", "12", "-11"});
-    Inject({"set", "os/0", "7", "-1"});
+    Do({"set", "icb/0", "12", "-11"});
+    Do({"set", "os/0", "7", "-1"});
     ASSERT_TRUE(awaitEvent("ICB/sensors/ID_12/lnc threshold -11", 2)) << "there is none on lnr";
     ASSERT_TRUE(awaitEvent("host/sensors/ID_7/lnc threshold -1"));
-    Inject({"set", "icb/0", "12", "-6"});
+    Do({"set", "icb/0", "12", "-6"});
     ASSERT_TRUE(awaitEvent("ICB/sensors/ID_12/lc threshold -6"));
     EXPECT_EQ(count(" boards/ICB/sensors/ID_12/value value 50"), 1) << "a reading that stays is no change";
     EXPECT_THAT(test::ReadFile(m_folder.Path("watch")), testing::Not(HasSubstr("/lnr ")));
@@ -238,12 +209,12 @@ TEST_F(MonitoringTest, RelativeFilter_RecordsWhatChangesByMoreThanItsShareOfTheN
     ASSERT_TRUE(AwaitMonitor("W: Sensor value is above HNC (id = io_2[1]:Tick; value = 10 ; HNC = 5)"))
         << "the first pass, which has nothing to compare with";
     EXPECT_FALSE(test::Exists(m_folder.Path("log/sensors")));
-    Inject({"set", "icb/0", "3", "12.6"});
-    Inject({"set", "io/1", "1", "5"});
-    Inject({"set", "io/2", "1", "12"});
+    Do({"set", "icb/0", "3", "12.6"});
+    Do({"set", "io/1", "1", "5"});
+    Do({"set", "io/2", "1", "12"});
     ASSERT_TRUE(AwaitLines("io_2", c_headerLines + 1));
     EXPECT_FALSE(test::Exists(m_folder.Path("log/sensors/icb_0.log"))) << "5 % is not more than 5 %";
-    Inject({"set", "icb/0", "3", "13.3"});
+    Do({"set", "icb/0", "3", "13.3"});
     ASSERT_TRUE(AwaitLines("icb_0", c_headerLines + 1));
     EXPECT_THAT(SensorLog("icb_0").back(), testing::EndsWith("] ;13.3"));
     EXPECT_FALSE(test::Exists(m_folder.Path("log/sensors/io_1.log"))) << "of a negative nominal there is no share";
@@ -253,8 +224,8 @@ TEST_F(MonitoringTest, RelativeFilter_RecordsWhatChangesByMoreThanItsShareOfTheN
 TEST_F(MonitoringTest, SensorMissingLater_IsNotAvailableUnderTheSameHeadingAndABoardMissing_GetsNoLine) {
     StartWith(MonitorOnly(c_filtersOff));
     ASSERT_TRUE(AwaitLines("slot_2", c_headerLines + 1));
-    Inject({"missing", "icb/0", "12"});
-    Inject({"missing", "slot/2"});
+    Do({"missing", "icb/0", "12"});
+    Do({"missing", "slot/2"});
     const std::string missing = "E: Problem accessing board: slot_2";
     ASSERT_TRUE(AwaitMonitor(missing));
     const std::size_t lines = SensorLog("slot_2").size();
@@ -293,7 +264,7 @@ TEST_F(MonitoringTest, LogThatCannotBeOpened_WarnsTwiceOfTheFirstRecordAndOnceOf
                 ElementsAre(warning("icb_0"), warning("icb_0"), warning("os_0"), warning("os_0"), warning("slot_2"),
                             warning("slot_2"), warning("icb_0"), warning("os_0"), warning("slot_2")));
     // Monitoring goes on.
-    Inject({"set", "slot/2", "5", "85"});
+    Do({"set", "slot/2", "5", "85"});
     EXPECT_TRUE(AwaitMonitor("W: Sensor value is above HNC (id = slot_2[5]:Core; value = 85 C; HNC = 80)"));
     EXPECT_EQ(Stop(), 0);
 }
@@ -322,9 +293,9 @@ TEST_F(MonitoringTest, SecondRun_AppendsItsOwnHeaderToTheLog) {
 
 TEST_F(MonitoringTest, ReadingThatIsInvalid_IsWrittenAndOneThatRaises_HasNoColumn) {
     StartHeld("<monitor>" + std::string(c_filtersOff) + "</monitor>\n");
-    Inject({"invalid", "icb/0", "12"});
-    Inject({"fail", "icb/0", "3", "no answer"});
-    Inject({"set", "os/0", "7", "12.3456789"});
+    Do({"invalid", "icb/0", "12"});
+    Do({"fail", "icb/0", "3", "no answer"});
+    Do({"set", "os/0", "7", "12.3456789"});
     Release();
     ASSERT_TRUE(AwaitLines("os_0", c_headerLines + 1));
     EXPECT_EQ(Stop(), 0);

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "workers_fixture.h"
+#include "traced_workers_fixture.h"
 
 namespace test {
 
@@ -25,16 +25,10 @@ protected:
     /// The six reference registers of the fan controller.
     std::vector<std::string> FanRegisters() const {
         std::vector<std::string> values;
-        for (const char* address : {"0x40", "0x48", "0x50", "0x58", "0x60", "0x68"}) {
-            values.push_back(Lines(Chassis({"fpga", "read", address}).output).at(0));
+        for (const char* address : c_registers) {
+            values.push_back(Lines(Do({"fpga", "read", address})).at(0));
         }
         return values;
-    }
-
-    std::string Output(const std::vector<std::string>& words) const {
-        const Result result = Registry(words);
-        EXPECT_EQ(result.status, 0) << result.error;
-        return result.output;
     }
 
     /// @p words must fail with @p status and @p error on standard error.

@@ -17,7 +17,7 @@ TEST_F(RegistryLeavesTest, Host_EveryStateHasNoValueAndEveryRevisionIsZero) {
     for (const char* state : {"firmware_type", "status", "power_status", "red_light"}) {
         ExpectFailure({"get", info + state}, 3, "no value");
     }
-    EXPECT_EQ(Output({"get", info + "fpga_revision", info + "fw_revision", info + "ipmi_version", info + "type"}),
+    EXPECT_EQ(Ask({"get", info + "fpga_revision", info + "fw_revision", info + "ipmi_version", info + "type"}),
               "0\n0\n0\nos\n");
     EXPECT_EQ(Registry({"get", info + "device"}).status, 0);
     for (const char* reserved : {"fw_version", "fw_flash_id"}) {
@@ -34,13 +34,13 @@ TEST_F(RegistryLeavesTest, BoardInformation_IsThatOfTheBoardAndFollowsIt) {
               "<sensor id='1' type='temperature' value='100' unr='90'/></board></chassis>");
     StartAndAwait("Sensor source board will be powered off now.");
     const std::string info = "boards/IO1/board_info/";
-    EXPECT_EQ(Output({"get", info + "device", info + "type", info + "firmware_type", info + "status",
-                      info + "fpga_revision", info + "red_light", info + "fw_revision", info + "ipmi_version"}),
+    EXPECT_EQ(Ask({"get", info + "device", info + "type", info + "firmware_type", info + "status",
+                   info + "fpga_revision", info + "red_light", info + "fw_revision", info + "ipmi_version"}),
               "IO\nio\nactive\nok\n7\noff\n12\n2\n");
     EXPECT_TRUE(Await([&] {
-        return Output({"get", info + "power_status"}) == "off\n";
+        return Ask({"get", info + "power_status"}) == "off\n";
     })) << "each read asks the board, which was switched off";
-    EXPECT_EQ(Output({"ls", "boards/ICB/sensors"}), "") << "a board without sensors has an empty folder";
+    EXPECT_EQ(Ask({"ls", "boards/ICB/sensors"}), "") << "a board without sensors has an empty folder";
     EXPECT_EQ(Stop(), 0);
 }
 
@@ -48,7 +48,7 @@ TEST_F(RegistryLeavesTest, Leaves_HaveTheirTypeOneValueAndTheFlagsOfWhatMayBeDon
     Configure("");
     StartAndAwait();
     const auto expectInfo = [this](const std::string& path, const std::string& type, const std::string& flags) {
-        EXPECT_THAT(Output({"info", path}),
+        EXPECT_THAT(Ask({"info", path}),
                     AllOf(HasSubstr("type = " + type + "\nsize = " + (type == "empty" ? "0" : "1") + "\n"),
                           HasSubstr("\nflags = " + flags)))
             << path;
@@ -77,14 +77,14 @@ TEST_F(RegistryLeavesTest, Leaves_HaveTheirTypeOneValueAndTheFlagsOfWhatMayBeDon
 TEST_F(RegistryLeavesTest, ThresholdThatIsNotThere_HasNoValueAndTheOtherLeavesAnswer) {
     Configure("");
     StartAndAwait();
-    Inject({"limit", "icb/0", "12", "uc", "none"});
+    Do({"limit", "icb/0", "12", "uc", "none"});
     const std::string sensor = "boards/ICB/sensors/ID_12/";
     ExpectFailure({"get", sensor + "hc"}, 3, "no value");
-    EXPECT_EQ(Output({"get", sensor + "value", sensor + "hnc", sensor + "hnr", sensor + "lnc", sensor + "lc",
-                      sensor + "lnr", sensor + "nom", sensor + "name", sensor + "type", sensor + "units"}),
+    EXPECT_EQ(Ask({"get", sensor + "value", sensor + "hnc", sensor + "hnr", sensor + "lnc", sensor + "lc",
+                   sensor + "lnr", sensor + "nom", sensor + "name", sensor + "type", sensor + "units"}),
               "48\n75\n95\n0\n-5\n-10\n30\nIntake\ntemperature\nC\n");
-    Inject({"limit", "icb/0", "12", "uc", "86.5"});
-    EXPECT_EQ(Output({"get", sensor + "hc"}), "86.5\n");
+    Do({"limit", "icb/0", "12", "uc", "86.5"});
+    EXPECT_EQ(Ask({"get", sensor + "hc"}), "86.5\n");
     EXPECT_EQ(Stop(), 0);
 }
 
@@ -95,15 +95,15 @@ TEST_F(RegistryLeavesTest, BoardThatCannotBeReachedAtTheStart_IsToldAndAbsentFor
   <board uri="icb/0" type="icb" name="ICB"><fans/><sensor id="3" value="12"/></board>
 </chassis>
 )");
-    Inject({"missing", "slot/2"});
-    Inject({"fail", "os/0", "bus is stuck"});
+    Do({"missing", "slot/2"});
+    Do({"fail", "os/0", "bus is stuck"});
     Release();
-    EXPECT_EQ(Output({"ls", "boards"}), "ICB\n");
-    EXPECT_THAT(Output({"tree", "boards/ICB"}), AllOf(HasSubstr("ipmi_version"), HasSubstr("value = 12\n")));
-    EXPECT_THAT(Lines(Output({"ls", "fans"})), testing::SizeIs(6));
-    Inject({"heal", "slot/2"});
-    Inject({"heal", "os/0"});
-    EXPECT_EQ(Output({"ls", "boards"}), "ICB\n");
+    EXPECT_EQ(Ask({"ls", "boards"}), "ICB\n");
+    EXPECT_THAT(Ask({"tree", "boards/ICB"}), AllOf(HasSubstr("ipmi_version"), HasSubstr("value = 12\n")));
+    EXPECT_THAT(Lines(Ask({"ls", "fans"})), testing::SizeIs(6));
+    Do({"heal", "slot/2"});
+    Do({"heal", "os/0"});
+    EXPECT_EQ(Ask({"ls", "boards"}), "ICB\n");
     EXPECT_EQ(Stop(), 0);
     const std::vector<std::string> messages = MessagesOfWhoLogged("***Platform daemon started");
     ASSERT_GE(messages.size(), 4U);
@@ -113,15 +113,15 @@ TEST_F(RegistryLeavesTest, BoardThatCannotBeReachedAtTheStart_IsToldAndAbsentFor
 
 TEST_F(RegistryLeavesTest, SensorMissingAtTheStart_HasLeavesWithoutValue) {
     StartHeld("");
-    Inject({"missing", "icb/0", "12"});
+    Do({"missing", "icb/0", "12"});
     Release();
     const std::string sensor = "boards/ICB/sensors/ID_12";
-    EXPECT_THAT(Lines(Output({"ls", sensor})), testing::SizeIs(11));
-    Inject({"heal", "icb/0"});
+    EXPECT_THAT(Lines(Ask({"ls", sensor})), testing::SizeIs(11));
+    Do({"heal", "icb/0"});
     for (const char* leaf : {"/value", "/name", "/hc", "/type", "/units"}) {
         ExpectFailure({"get", sensor + leaf}, 3, "no value");
     }
-    EXPECT_EQ(Output({"get", "boards/ICB/sensors/ID_3/name"}), "V12\n");
+    EXPECT_EQ(Ask({"get", "boards/ICB/sensors/ID_3/name"}), "V12\n");
     EXPECT_EQ(Stop(), 0);
 }
 

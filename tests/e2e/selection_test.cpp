@@ -1,6 +1,6 @@
 // Which sensors each worker watches, as its report says.
 
-#include "workers_fixture.h"
+#include "traced_workers_fixture.h"
 
 namespace {
 
@@ -128,7 +128,7 @@ TEST_F(SelectionTest, ExcludeAll_LeavesNothingAndTheWorkersEnd) {
     ASSERT_TRUE(AwaitMessage(Worker::monitor, "I: *Monitor process stopped"));
     ASSERT_TRUE(AwaitMessage(Worker::protection, "I: *Damage Protection process stopped"));
     ASSERT_TRUE(AwaitMessage(Worker::control, "I: *Temperature Control process stopped"));
-    EXPECT_THAT(Journal(), IsEmpty());
+    EXPECT_THAT(Actions(), IsEmpty());
     EXPECT_EQ(Stop(), 0);
     EXPECT_THAT(MessagesOf(Worker::monitor),
                 ElementsAre("I: *Monitor process started.",
@@ -245,7 +245,7 @@ TEST_F(SelectionTest, BoardMissingFromTheStart_IsToldForEachListAndLeftOut) {
         SCOPED_TRACE(hasSection ? "with sections" : "without sections");
         std::filesystem::remove_all(m_folder.Path("log"));
         StartHeld(hasSection ? Lists("", "", "") : "", c_boards);
-        Inject({"missing", "slot/2"});
+        Do({"missing", "slot/2"});
         Release();
         AwaitReports();
         EXPECT_EQ(Stop(), 0);
@@ -261,7 +261,7 @@ TEST_F(SelectionTest, BoardMissingFromTheStart_IsToldForEachListAndLeftOut) {
 
 TEST_F(SelectionTest, BoardThatRaisesFromTheStart_IsToldForEachListAndTheOthersAreKept) {
     StartHeld(Lists("", "", ""), c_boards);
-    Inject({"fail", "os/0", "bus is stuck"});
+    Do({"fail", "os/0", "bus is stuck"});
     Release();
     AwaitReports();
     EXPECT_EQ(Stop(), 0);
@@ -276,7 +276,7 @@ TEST_F(SelectionTest, BoardThatRaisesFromTheStart_IsToldForEachListAndTheOthersA
 
 TEST_F(SelectionTest, SensorMissingFromTheStart_IsLeftOutWhereItsTypeIsAsked) {
     StartHeld("<monitor><frequency>60</frequency><filter><absolute enabled='false'/></filter></monitor>\n", c_boards);
-    Inject({"missing", "slot/2", "27"});
+    Do({"missing", "slot/2", "27"});
     Release();
     AwaitReports();
     const std::string error = "E: Problem accessing sensor id: 27 on board slot_2";

@@ -62,7 +62,7 @@ TEST_F(ServiceTest, FanControlEndedByAnError_TheServiceManagerIsToldAndTheWatchd
     }
     EXPECT_EQ(Registry({"set", "fans", "3000"}).status, 0);
     EXPECT_EQ(Stop(), 0);
-    EXPECT_THAT(Messages(), Contains("INFO     Fans changed from 3000 RPM to 6500 RPM."));
+    EXPECT_THAT(Messages(), Contains(LeftFast()));
     EXPECT_THAT(Messages(), Not(Contains(c_notFed)));
 }
 

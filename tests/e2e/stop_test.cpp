@@ -2,19 +2,18 @@
 
 #include <filesystem>
 
-#include "daemon_fixture.h"
+#include "chassis_fixture.h"
 
 namespace {
 
 using std::chrono::steady_clock;
-using test::DaemonTest;
 using testing::Contains;
 using testing::Each;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-class StopTest : public DaemonTest {
+class StopTest : public test::ChassisTest {
 protected:
     static constexpr const char* c_everySecond =
         "<monitor><frequency>1</frequency><filter><absolute enabled='false'/></filter></monitor>\n"
@@ -24,9 +23,10 @@ protected:
         "<timesync><frequency>1</frequency><delta>2</delta></timesync>\n";
 
     /// Runs the daemon with all workers until each has begun its passes.
-    void StartAll(const std::string& chassis = c_chassis) {
-        Configure(c_everySecond, chassis);
-        StartAndAwait("Fans changed from ");
+    void StartAll(const std::vector<std::string>& options = {}) {
+        Configure(c_everySecond);
+        Start(options);
+        ASSERT_TRUE(AwaitLog("Fans changed from ")) << test::ReadFile(m_folder.Path("err"));
         ASSERT_TRUE(AwaitLog("Monitor settings:"));
         ASSERT_TRUE(AwaitLog("Damage Protection settings:"));
         ASSERT_TRUE(AwaitLog("*Time synchronization process started."));
@@ -103,17 +103,48 @@ TEST_F(StopTest, ManyMomentsOfSlowPasses_AreAllOrderly) {
 }
 
 TEST_F(StopTest, ClientsWriteThatWaitsForASlowBoard_IsBrokenOffAndNeverUndoesTheStop) {
-    StartAll();
+    StartAll({"--trace-level", "4"});
+    // Where a call is traced as it begins.
+    const auto countSets = [this] {
+        const auto lines = test::ReadLines(m_folder.Path("log/zelkor-platformd.trace"));
+        return std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
+            return line.find("FansNode::OnSet(const double*") != std::string::npos;
+        });
+    };
+    const auto before = countSets();
     MakeSlow("3000");
     test::Process client(RegistryCommand({"set", "fans", "2500"}), m_folder.Path("client.out"),
                          m_folder.Path("client.err"));
-    GoIntoAPass();  // and the client's write as well
+    ASSERT_TRUE(Await([&] { return countSets() > before; })) << "the client's write waits for the board";
     EXPECT_EQ(Stop(), 0);
     EXPECT_EQ(client.Wait(), 1) << test::ReadFile(m_folder.Path("client.out"));
     EXPECT_THAT(test::ReadFile(m_folder.Path("client.err")),
                 HasSubstr("Access to board icb/0 was broken off: the service stops"));
     ExpectOrderlyEnd();
     EXPECT_EQ(LastChangeOfTheFans(), "INFO     Fans changed from 0 RPM to 6500 RPM.");
+}
+
+TEST_F(StopTest, SpeedThatNoRegisterStandsFor_DoesNotKeepTheFansFromBeingSet) {
+    StartAll();
+    FollowJournal();
+    Ask({"set", "fans", "29.6"});
+    ASSERT_TRUE(AwaitLog("Problem in Temperature Control process - Too high rpm value: 29"));
+    m_daemon->Signal(SIGTERM);
+    EXPECT_EQ(m_daemon->Wait(), 1);
+    EXPECT_THAT(MessagesOfTheStop(), Contains("ERROR    Problem at stop - Too high rpm value: 29"));
+    EXPECT_EQ(FanWrites(AllActions()).back(), "297");
+}
+
+TEST_F(StopTest, RegisterThatDoesNotAnswer_TheOthersAreSetAndItIsTold) {
+    Configure("<temperature_control enabled='false'/>\n");
+    StartAndAwait("*Temperature Control process stopped");
+    Ask({"set", "fans", "6500"});
+    FollowJournal();
+    Do({"fpga", "write", "0x58", "774"});  // one of the fans is slow, another one cannot be asked
+    Do({"fpga", "fail", "0x50"});
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_THAT(MessagesOfTheStop(), Contains("ERROR    Only 5 of the 6 fans are known to be set to 6500 RPM."));
+    EXPECT_THAT(AllActions(), Contains("icb/0 FpgaSpiWrite 0x58 297"));
 }
 
 TEST_F(StopTest, BoardsPastAnyPatience_StopEndsAllTheSameAndSaysThatTheFansAreNotSet) {
@@ -135,15 +166,12 @@ TEST_F(StopTest, BoardsPastAnyPatience_StopEndsAllTheSameAndSaysThatTheFansAreNo
 
 TEST_F(StopTest, SlowBoardPastItsLimit_IsSwitchedOffAtTheStopAllTheSame) {
     StartAll();
+    FollowJournal();
     MakeSlow("400");
-    ASSERT_EQ(Chassis({"set", "slot/2", "5", "120"}).status, 0);
-    test::Process journal(
-        {Program("zelkor-chassisctl"), "--socket", m_folder.Path("chassis.sock"), "journal", "--follow"},
-        m_folder.Path("journal"), m_folder.Path("journal.err"));
+    Do({"set", "slot/2", "5", "120"});
     ASSERT_TRUE(AwaitLog("Sensor source board will be powered off now."));
     EXPECT_EQ(Stop(), 0);
-    EXPECT_TRUE(journal.Wait());  // what came before the fans' write, which waits for the ICB, has been told
-    EXPECT_THAT(test::ReadFile(m_folder.Path("journal")), HasSubstr("PowerDown"));
+    EXPECT_THAT(AllActions(), Contains("slot/2 PowerDown"));
     EXPECT_THAT(Log(), HasSubstr("*Damage Protection process stopped"));
 }
 

@@ -2,7 +2,7 @@
 
 #include <regex>
 
-#include "workers_fixture.h"
+#include "traced_workers_fixture.h"
 
 namespace {
 
@@ -68,7 +68,7 @@ protected:
 
     /// The journal's actions on this board.
     std::vector<std::string> ActionsOn(const std::string& uri) const {
-        std::vector<std::string> actions = Journal();
+        std::vector<std::string> actions = Actions();
         actions.erase(std::remove_if(actions.begin(), actions.end(),
                                      [&](const std::string& action) { return action.find(uri + " ") != 0; }),
                       actions.end());
@@ -134,10 +134,10 @@ TEST_F(BoardClockTest, NoSection_DefaultsHoldAndTheWholeStoryIsTold) {
 TEST_F(BoardClockTest, ClockThatIsSet_IsLeftAloneUntilItDriftsAgain) {
     StartWith(c_everySecond, Boards({{"icb/0", "icb", "-10"}, {"os/0", "os", "0"}, {"slot/2", "power_supply", "0"}}));
     ASSERT_TRUE(AwaitSet("icb_0"));
-    Inject({"clock", "slot/2", "-20"});
+    Do({"clock", "slot/2", "-20"});
     ASSERT_TRUE(AwaitSet("slot_2"));
     EXPECT_EQ(SetClocksOf("icb_0").size(), 1U);
-    Inject({"clock", "icb/0", "-30"});
+    Do({"clock", "icb/0", "-30"});
     ASSERT_TRUE(AwaitSet("icb_0", 2));
     EXPECT_THAT(SetClocksOf("icb_0")[1].difference, testing::AnyOf(30U, 31U));
     EXPECT_EQ(SetClocksOf("slot_2").size(), 1U);
@@ -201,7 +201,7 @@ TEST_F(BoardClockTest, Disabled_ReportsItsSettingsAndTouchesNoBoard) {
     StartTraced();
     AwaitReports();
     ASSERT_TRUE(Await([this] { return SensorLog("icb_0").size() > 30; }));
-    const std::vector<std::string> journal = Journal();
+    const std::vector<std::string> journal = Actions();
     EXPECT_EQ(Stop(), 0);
     EXPECT_THAT(MessagesOf(Worker::clocks), ElementsAre(Settings("false", "0", "2")));
     EXPECT_THAT(journal, testing::Not(testing::Contains(HasSubstr("SetTime"))));
@@ -210,7 +210,7 @@ TEST_F(BoardClockTest, Disabled_ReportsItsSettingsAndTouchesNoBoard) {
 TEST_F(BoardClockTest, NoBoardOfTheHost_TheLastBoardIsNeverSet) {
     StartWith(c_everySecond, Boards({{"slot/2", "io", "-10"}, {"icb/0", "icb", "-10"}, {"io/1", "io", "-10"}}));
     ASSERT_TRUE(AwaitSet("icb_0"));
-    Inject({"clock", "slot/2", "-20"});
+    Do({"clock", "slot/2", "-20"});
     ASSERT_TRUE(AwaitSet("slot_2", 2)) << "a whole pass later";
     EXPECT_THAT(Beginning(),
                 ElementsAre(c_started, "I: Board slot_2 will be synchronized.", "I: Board icb_0 will be synchronized.",
@@ -240,7 +240,7 @@ TEST_F(BoardClockTest, OnlyTheHost_WarnsAndEndsAndTheDaemonRunsOn) {
         ElementsAre(Settings("true", "3600", "1"), c_started, "I: Reference for time synchronization is board os_0.",
                     "W: Cannot find boards for time synchronization - stopping the synchronization process.",
                     c_stopped));
-    EXPECT_THAT(Journal(), ElementsAre());
+    EXPECT_THAT(Actions(), ElementsAre());
     EXPECT_EQ(Registry({"ls"}).status, 0);
     m_daemon->Signal(SIGTERM);
     EXPECT_EQ(m_daemon->Wait(), 1) << "there are no fans to be left at a safe speed";
@@ -249,9 +249,9 @@ TEST_F(BoardClockTest, OnlyTheHost_WarnsAndEndsAndTheDaemonRunsOn) {
 TEST_F(BoardClockTest, BoardThatRaises_EndsThePassAndTheNextComesAfterThePeriod) {
     StartWith(c_everySecond,
               Boards({{"slot/1", "io", "0"}, {"icb/0", "icb", "0"}, {"slot/2", "io", "0"}, {"os/0", "os", "0"}}));
-    Inject({"fail", "icb/0", "bus is stuck"});
-    Inject({"clock", "slot/1", "-10"});
-    Inject({"clock", "slot/2", "-10"});
+    Do({"fail", "icb/0", "bus is stuck"});
+    Do({"clock", "slot/1", "-10"});
+    Do({"clock", "slot/2", "-10"});
     const std::string error = "E: Problem in time synchronization process - bus is stuck";
     ASSERT_TRUE(AwaitSet("slot_1"));
     ASSERT_TRUE(AwaitMessage(Worker::clocks, error, 2));
@@ -265,7 +265,7 @@ TEST_F(BoardClockTest, BoardThatRaises_EndsThePassAndTheNextComesAfterThePeriod)
     }
     ASSERT_GE(times.size(), 2U);
     EXPECT_GE(times[1] - times[0], 0.998) << "no retry before the period is over";
-    Inject({"heal", "icb/0"});
+    Do({"heal", "icb/0"});
     EXPECT_TRUE(AwaitSet("slot_2"));
     EXPECT_EQ(Stop(), 0);
 }
@@ -273,12 +273,12 @@ TEST_F(BoardClockTest, BoardThatRaises_EndsThePassAndTheNextComesAfterThePeriod)
 TEST_F(BoardClockTest, BoardMissingFromTheStart_IsToldInEveryPassAndSetOnceItIsThere) {
     StartHeld(c_everySecond,
               Boards({{"icb/0", "icb", "0"}, {"slot/1", "io", "-10"}, {"slot/2", "io", "-10"}, {"os/0", "os", "0"}}));
-    Inject({"missing", "slot/1"});
+    Do({"missing", "slot/1"});
     Release();
     const std::string missing = "E: Problem accessing board: slot_1";
     ASSERT_TRUE(AwaitMessage(Worker::clocks, missing, 3)) << "once at the start, once a pass";
     EXPECT_EQ(SetClocksOf("slot_2").size(), 1U) << "the others are set all the same";
-    Inject({"heal", "slot/1"});
+    Do({"heal", "slot/1"});
     ASSERT_TRUE(AwaitSet("slot_1"));
     EXPECT_EQ(Stop(), 0);
     EXPECT_THAT(Beginning(), ElementsAre(c_started, "I: Board icb_0 will be synchronized.", missing,
@@ -288,7 +288,7 @@ TEST_F(BoardClockTest, BoardMissingFromTheStart_IsToldInEveryPassAndSetOnceItIsT
 
 TEST_F(BoardClockTest, HostMissingFromTheStart_TheLastBoardIsTakenForTheReference) {
     StartHeld("", Boards({{"os/0", "os", "-10"}, {"slot/2", "io", "-10"}, {"icb/0", "icb", "-10"}}));
-    Inject({"missing", "os/0"});
+    Do({"missing", "os/0"});
     Release();
     ASSERT_TRUE(AwaitSet("slot_2"));
     EXPECT_EQ(Stop(), 0);
@@ -317,8 +317,8 @@ TEST_F(BoardClockTest, NoDifferenceAllowed_EveryBoardIsSetInEveryPass) {
 TEST_F(BoardClockTest, BoardMissingLater_CostsItselfOnly) {
     StartWith(c_everySecond, Boards({{"slot/2", "io", "0"}, {"os/0", "os", "0"}, {"icb/0", "icb", "0"}}));
     ASSERT_TRUE(AwaitMessage(Worker::clocks, "I: Board icb_0 will be synchronized."));
-    Inject({"clock", "icb/0", "-10"});
-    Inject({"missing", "slot/2"});
+    Do({"clock", "icb/0", "-10"});
+    Do({"missing", "slot/2"});
     ASSERT_TRUE(AwaitMessage(Worker::clocks, "E: Problem accessing board: slot_2"));
     EXPECT_TRUE(AwaitSet("icb_0"));
     EXPECT_EQ(Stop(), 0);

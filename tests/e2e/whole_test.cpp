@@ -17,8 +17,9 @@ using testing::SizeIs;
 using testing::StartsWith;
 using testing::UnorderedElementsAre;
 
-/// The most that an orderly stop may take, also under a sanitizer.
-constexpr std::chrono::seconds c_stopLimit(2);
+/// What an orderly stop takes is measured elsewhere; this is far above it, and below what waiting for the end of a
+/// default period would take.
+constexpr std::chrono::seconds c_stopLimit(20);
 
 class WholeTest : public test::ChassisTest {
 protected:
@@ -108,16 +109,15 @@ TEST_F(WholeTest, WholeLife_EachWorkerDoesItsWorkAndSaysItsMessagesInTheirOrder)
     EXPECT_THAT(MessagesWith({"***"}),
                 ElementsAre("INFO     " + std::string(50, '*'), "INFO     ***Platform daemon started",
                             "INFO     ***Platform daemon is stopping."));
-    EXPECT_THAT(MessagesWith({" RPM."}), ElementsAre(c_first, "INFO     Fans changed from 4007 RPM to 6500 RPM."));
+    EXPECT_THAT(MessagesWith({" RPM."}), ElementsAre(c_first, LeftFast()));
     const auto messages = Messages();
     EXPECT_THAT(messages, SizeIs(3 + 3 + 4 + 7 + 3 + 1)) << "nothing else was said";
     EXPECT_EQ(messages.at(1), "INFO     ***Platform daemon started") << "before any worker";
     const auto stopping = std::find(messages.begin(), messages.end(), "INFO     ***Platform daemon is stopping.");
     EXPECT_THAT(std::vector<std::string>(stopping + 1, messages.end()),
-                UnorderedElementsAre("INFO     Fans changed from 4007 RPM to 6500 RPM.",
-                                     "INFO     *Monitor process stopped", "INFO     *Damage Protection process stopped",
-                                     "INFO     *Temperature Control process stopped",
-                                     "INFO     *Time synchronization process stopped"));
+                UnorderedElementsAre(
+                    LeftFast(), "INFO     *Monitor process stopped", "INFO     *Damage Protection process stopped",
+                    "INFO     *Temperature Control process stopped", "INFO     *Time synchronization process stopped"));
 
     const auto actions = FanWrites(AllActions());
     EXPECT_THAT(actions, UnorderedElementsAre("483", StartsWith("icb/0 SetTime "), "297"));
@@ -203,7 +203,7 @@ TEST_F(WholeTest, WorkerThatEnds_LeavesTheOthersAtWork) {
     StopInTime({"INFO     *Temperature Control process stopped"});
     EXPECT_THAT(MessagesWith({"ERROR "}),
                 ElementsAre("ERROR    Problem in Temperature Control process - Too high rpm value: 29"));
-    EXPECT_THAT(MessagesWith({" RPM."}), ElementsAre(c_first, "INFO     Fans changed from 3000 RPM to 6500 RPM."));
+    EXPECT_THAT(MessagesWith({" RPM."}), ElementsAre(c_first, LeftFast()));
     EXPECT_EQ(FanWrites(AllActions()).back(), "297");
 }
 
@@ -241,15 +241,6 @@ TEST_F(WholeTest, AllDisabled_OnlySettingsAreSaidAndTheFansAreLeftFast) {
                              "INFO     *Temperature Control process started."));
     EXPECT_THAT(Messages(), AllOf(Each(StartsWith("INFO ")), SizeIs(3 + 9 + 1 + 1)));
     EXPECT_THAT(Messages(), Contains("INFO     Fans changed from 0 RPM to 6500 RPM."));
-}
-
-TEST_F(WholeTest, StopDuringPassesOfASlowBoard_WaitsForItsAnswersOnly) {
-    Run(AllSections());
-    ASSERT_TRUE(AwaitRecords(1));
-    Do({"slow", "io/2", "200"});
-    ASSERT_TRUE(AwaitRecords(1));  // the passes of all workers begin within one period
-    StopInTime();
-    EXPECT_THAT(Messages(), Each(StartsWith("INFO ")));
 }
 
 /// Sixteen clients that read the whole tree, again and again until that fails.

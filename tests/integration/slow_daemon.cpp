@@ -20,6 +20,7 @@ public:
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         return m_backend->GetBoard(uri);
     }
+    void LimitAccesses(std::chrono::steady_clock::time_point deadline) override { m_backend->LimitAccesses(deadline); }
 
 private:
     std::unique_ptr<bmc::Backend> m_backend;

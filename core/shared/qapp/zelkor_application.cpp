@@ -287,12 +287,14 @@ bool ZelkorApplication::Serve(Signals& signals, Detacher& detacher, bool isForeg
     // - OnShutdown asks the workers to stop and waits for the pass of each, which ends in the same way.
     // - Power actions are let through. They do not touch what this thread writes.
     bmc::BoardPool::Instance().LimitAccesses(std::chrono::steady_clock::now() + c_boardsMayTake);
-    if (m_server != nullptr) {
-        m_server->Refuse();
-    }
+    const bool isRefusing = CallHooks("stop", isForeground, [this] {
+        if (m_server != nullptr) {
+            m_server->Refuse();
+        }
+    });
     const bool isStopped = CallHooks("stop", isForeground, [this] { OnShutdown(); });
     m_server.reset();
-    return isStarted && isStopped;
+    return isStarted && isRefusing && isStopped;
 }
 
 void ZelkorApplication::AddBoardBackend(BoardBackend backend) {

@@ -17,6 +17,9 @@ public:
     /// allowed. Says so in the log when that is not enough.
     void Begin(std::size_t connections);
 
+    /// Whether Begin was called. Any thread.
+    bool HasBegun() const noexcept { return m_limit != 0; }
+
     /// Whether a connection whose descriptor has the number @p descriptor may stay. Any thread.
     bool IsRoomFor(int descriptor) const noexcept { return static_cast<std::size_t>(descriptor) < m_limit; }
 

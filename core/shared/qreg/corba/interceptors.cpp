@@ -31,6 +31,12 @@ std::string TextOf(const char* text) {
 }
 
 CORBA::Boolean OnAccept(Interceptors::serverAcceptConnection_T::info_T& info) {
+    if (!g_limit->HasBegun()) {
+        // The service is still starting. Nothing to tell of: whoever comes too early comes again.
+        info.reject = 1;
+        info.why = "not serving yet";
+        return 1;
+    }
     const auto* const connection = dynamic_cast<omni::tcpConnection*>(info.strand.connection);
     if (connection == nullptr || !g_limit->IsRoomFor(connection->handle())) {
         g_log->Warning("Refused a connection from " + AddressIn(TextOf(info.peeraddress())) +

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "daemon_fixture.h"
+#include "chassis_fixture.h"
 
 namespace test {
 
@@ -15,7 +15,7 @@ namespace test {
 enum class Worker { monitor, protection, control, clocks };
 
 /// The daemon with its trace on, which tells the workers apart: each message there has the thread that logged it.
-class WorkersTest : public DaemonTest {
+class WorkersTest : public ChassisTest {
 protected:
     static constexpr Worker c_workers[] = {Worker::monitor, Worker::protection, Worker::control, Worker::clocks};
 
@@ -68,12 +68,6 @@ protected:
     }
     void Release() { std::filesystem::remove(m_folder.Path("held")); }
 
-    /// A command to the chassis that must be done.
-    void Inject(const std::vector<std::string>& words) const {
-        const Result result = Chassis(words);
-        EXPECT_EQ(result.status, 0) << words.front() << ": " << result.error;
-    }
-
     /// What the worker has logged, oldest first: "I: text", W, E and C; the text without a newline at its end.
     std::vector<std::string> MessagesOf(Worker worker) const { return MessagesOfWhoLogged(MarkOf(worker)); }
 
@@ -117,16 +111,6 @@ protected:
 
     std::vector<std::string> SensorLog(const std::string& label) const {
         return ReadLines(m_folder.Path("log/sensors/" + label + ".log"));
-    }
-
-    /// What was done to the hardware, without the times: "icb/0 SetTime 1795259574".
-    std::vector<std::string> Journal() const {
-        std::vector<std::string> actions;
-        std::istringstream lines(Chassis({"journal"}).output);
-        for (std::string line; std::getline(lines, line);) {
-            actions.push_back(line.substr(line.find(' ') + 1));
-        }
-        return actions;
     }
 
     static constexpr const char* c_boardIndent = "                                     ";  ///< 37 blanks
