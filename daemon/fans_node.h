@@ -48,6 +48,7 @@ public:
 
 private:
     /// The fans' reference speed registers, in the order of the children.
+    // NOLINTNEXTLINE(readability-identifier-naming): a name that others know
     static constexpr std::array<std::uint32_t, c_fans> m_fan_addresses{0x40, 0x48, 0x50, 0x58, 0x60, 0x68};
 
     /// The first chassis controller board of the pool, null when there is none.

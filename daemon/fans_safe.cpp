@@ -65,6 +65,7 @@ void SetFansSafe() {
     }
     // All fans are set before the first is read back: on a slow board no fan waits for a proof.
     std::vector<std::string> writeReasons;
+    writeReasons.reserve(fans.size());
     for (const auto& fan : fans) {
         writeReasons.push_back(ReasonOf(
             [&fan] { dynamic_cast<qreg::RegNode&>(*fan).Set(static_cast<double>(TemperatureControl::c_maxSpeed)); }));
