@@ -27,11 +27,7 @@ void WriteChassis(std::ostream& file) {
         } else {
             file << "<board uri='io/" << board << "' type='io' name='IO" << board << "'>\n";
         }
-        for (int sensor = 1; sensor <= c_sensorsPerBoard; ++sensor) {
-            file << "<sensor id='" << sensor << "' name='Temp " << sensor
-                 << "' type='temperature' units='degrees C' value='" << 30 + sensor * 0.37
-                 << "' nominal='40' lnr='-20' lc='-10' lnc='0' unc='80' uc='90' unr='100'/>\n";
-        }
+        bench::WriteSensors(file, c_sensorsPerBoard);
         file << "</board>\n";
     }
     file << "</chassis>\n";

@@ -18,6 +18,15 @@
 
 namespace bench {
 
+/// Temperature sensors 1 to @p count of a board, held at different readings inside their limits.
+inline void WriteSensors(std::ostream& file, int count) {
+    for (int sensor = 1; sensor <= count; ++sensor) {
+        file << "<sensor id='" << sensor << "' name='Temp " << sensor
+             << "' type='temperature' units='degrees C' value='" << 30 + sensor * 0.37
+             << "' nominal='40' lnr='-20' lc='-10' lnc='0' unc='80' uc='90' unr='100'/>\n";
+    }
+}
+
 /// The chassis behind the pool while it lives.
 class Chassis {
 public:

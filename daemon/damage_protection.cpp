@@ -62,11 +62,7 @@ void DamageProtection::operator()() {
     try {
         ReadSettings();
         LogProperties();
-        std::unique_lock<std::mutex> lock = m_frame.Lock();
-        if (m_sensors.empty()) {
-            m_frame.DisableLocked();
-        }
-        while (!m_frame.IsStoppedLocked()) {
+        m_frame.RunPasses(!m_sensors.empty(), std::chrono::seconds(m_frequency), [&] {
             try {
                 Protect();
             } catch (const bmc::BrokenOff&) {
@@ -74,8 +70,7 @@ void DamageProtection::operator()() {
             } catch (...) {
                 LogCaught(problem, unknown, tracePrefix);
             }
-            m_frame.Sleep(lock, std::chrono::seconds(m_frequency));
-        }
+        });
     } catch (const bmc::BrokenOff&) {
         m_frame.AwaitStop();
     } catch (...) {

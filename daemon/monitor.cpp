@@ -38,7 +38,7 @@ void Monitor::operator()() {
     try {
         ReadSettings();
         LogProperties();
-        Loop();
+        m_frame.RunPasses(!m_sensors.empty(), std::chrono::seconds(m_frequency), [this] { LogSensors(); });
     } catch (const bmc::BrokenOff&) {
         m_frame.AwaitStop();
     } catch (...) {
@@ -55,17 +55,6 @@ void Monitor::ReadSettings() {
         Selection all;
         GetAllSensors(all);
         Convert(all, m_sensors);
-    }
-}
-
-void Monitor::Loop() {
-    std::unique_lock<std::mutex> lock = m_frame.Lock();
-    if (m_sensors.empty()) {
-        m_frame.DisableLocked();
-    }
-    while (!m_frame.IsStoppedLocked()) {
-        LogSensors();
-        m_frame.Sleep(lock, std::chrono::seconds(m_frequency));
     }
 }
 

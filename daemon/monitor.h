@@ -78,7 +78,6 @@ public:
 
 private:
     void ReadSettings();
-    void Loop();
     void LogBoard(const bmc::Uri& uri, const std::string& label, std::vector<SensorData>& sensors);
     /// Appends the sensor's columns and sets @p record when its reading is to be recorded.
     void LogSensor(bmc::Board& board, const std::string& label, SensorData& data, std::string& heading,

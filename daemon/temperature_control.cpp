@@ -93,7 +93,7 @@ void TemperatureControl::operator()() {
         ReadSettings();
         CheckTable();
         LogProperties();
-        Loop();
+        m_frame.RunPasses(!m_sensors.empty(), std::chrono::seconds(m_frequency), [this] { Control(); });
     } catch (const bmc::BrokenOff&) {
         m_frame.AwaitStop();
     } catch (...) {
@@ -120,17 +120,6 @@ void TemperatureControl::CheckTable() {
     } else if (!m_table.empty()) {
         // Begin fast and come down: how hot it is shows only after the first cycles.
         m_band = static_cast<std::uint32_t>(m_table.size() - 1);
-    }
-}
-
-void TemperatureControl::Loop() {
-    std::unique_lock<std::mutex> lock = m_frame.Lock();
-    if (m_sensors.empty()) {
-        m_frame.DisableLocked();
-    }
-    while (!m_frame.IsStoppedLocked()) {
-        Control();
-        m_frame.Sleep(lock, std::chrono::seconds(m_frequency));
     }
 }
 

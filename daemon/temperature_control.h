@@ -79,7 +79,6 @@ private:
     void ReadSettings();
     void ReadTable(const qcfg::Element& section);
     void CheckTable();
-    void Loop();
 
     const std::weak_ptr<qnode::TreeNode> m_fansNode;
     SensorIds m_sensors;

@@ -40,7 +40,21 @@ public:
     /// Whether no pass may begin: disabled, or asked to stop.
     bool IsStopped() const;
 
-    // For the worker's loop.
+    /// For the worker's thread: runs @p pass, sleeps for @p period, and so on until no pass may begin. Without anything
+    /// to do (@p hasWork false) none does. @throws what the pass throws; the loop has then ended.
+    template <class Pass>
+    void RunPasses(bool hasWork, std::chrono::seconds period, const Pass& pass) {
+        std::unique_lock<std::mutex> lock = Lock();
+        if (!hasWork) {
+            DisableLocked();
+        }
+        while (!IsStoppedLocked()) {
+            pass();
+            Sleep(lock, period);
+        }
+    }
+
+    // For a loop of the worker's own.
     std::unique_lock<std::mutex> Lock() const { return std::unique_lock<std::mutex>(m_mutex); }
     /// The same as IsStopped, under the lock.
     bool IsStoppedLocked() const noexcept { return m_stopRequested || m_isDisabled; }

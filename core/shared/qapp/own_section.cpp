@@ -6,21 +6,25 @@
 
 namespace qapp {
 
-std::shared_ptr<qcfg::Element> FindOwnSection(const qcfg::Configuration& configuration, const qcfg::ElementRule& rule) {
-    const auto sections = configuration.FindSections(rule.name);
+std::shared_ptr<qcfg::Element> FindOnlySection(const qcfg::Configuration& configuration, const std::string& name) {
+    const auto sections = configuration.FindSections(name);
     if (sections.size() > 1) {
         throw qstd::Exception(qcfg::AtLine(configuration.GetFileName(), sections[1]->GetLine(),
-                                           "second <" + rule.name + "> section; there may be one only"));
+                                           "second <" + name + "> section; there may be one only"));
     }
-    if (sections.empty()) {
-        return nullptr;
-    }
-    for (const qcfg::Finding& finding : qcfg::CheckConfiguration(*sections.front(), rule)) {
-        if (finding.severity == qcfg::Severity_e::error) {
-            throw qstd::Exception(qcfg::AtLine(configuration.GetFileName(), finding.line, finding.text));
+    return sections.empty() ? nullptr : sections.front();
+}
+
+std::shared_ptr<qcfg::Element> FindOwnSection(const qcfg::Configuration& configuration, const qcfg::ElementRule& rule) {
+    std::shared_ptr<qcfg::Element> section = FindOnlySection(configuration, rule.name);
+    if (section != nullptr) {
+        for (const qcfg::Finding& finding : qcfg::CheckConfiguration(*section, rule)) {
+            if (finding.severity == qcfg::Severity_e::error) {
+                throw qstd::Exception(qcfg::AtLine(configuration.GetFileName(), finding.line, finding.text));
+            }
         }
     }
-    return sections.front();
+    return section;
 }
 
 }  // namespace qapp

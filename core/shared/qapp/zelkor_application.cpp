@@ -17,6 +17,7 @@
 #include "bmc/board_pool.h"
 #include "qapp/detacher.h"
 #include "qapp/main_loop.h"
+#include "qapp/own_section.h"
 #include "qapp/registry_settings.h"
 #include "qapp/service_notifier.h"
 #include "qapp/service_settings.h"
@@ -171,12 +172,8 @@ void ZelkorApplication::OpenLogs(const Options& options) {
 }
 
 std::shared_ptr<qcfg::Element> ZelkorApplication::FindBoardsSection() const {
-    const auto sections = m_config.FindSections("boards");
-    if (sections.size() > 1) {
-        throw qstd::Exception(qcfg::AtLine(m_config.GetFileName(), sections[1]->GetLine(),
-                                           "second <boards> section; there may be one only"));
-    }
-    return sections.empty() ? std::make_shared<qcfg::Element>("boards") : sections.front();
+    std::shared_ptr<qcfg::Element> section = FindOnlySection(m_config, "boards");
+    return section == nullptr ? std::make_shared<qcfg::Element>("boards") : section;
 }
 
 const BoardBackend& ZelkorApplication::FindBackend(const qcfg::Element& section) const {
