@@ -57,6 +57,7 @@ void DamageProtection::operator()() {
     const std::string problem = "Problem in Damage Protection process - ";
     const std::string unknown = "Problem in Damage Protection process - Unknown Exception";
     const std::string tracePrefix = " .Error: ";
+    const auto here = qstd::SourceLocation::current();  // a pass that raises is traced from here too
     qstd::SetThreadName("protection");
     qstd::LogInfo("*Damage Protection process started.");
     try {
@@ -68,7 +69,7 @@ void DamageProtection::operator()() {
             } catch (const bmc::BrokenOff&) {
                 throw;
             } catch (...) {
-                LogCaught(problem, unknown, tracePrefix);
+                LogCaught(problem, unknown, tracePrefix, here);
             }
         });
     } catch (const bmc::BrokenOff&) {
