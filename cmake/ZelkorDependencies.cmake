@@ -8,6 +8,8 @@ find_package(LibXml2 REQUIRED)
 find_package(nlohmann_json REQUIRED)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(Systemd REQUIRED IMPORTED_TARGET libsystemd)
+# The backend for boards over IPMI is built where its library is there.
+pkg_check_modules(FreeIPMI IMPORTED_TARGET libfreeipmi)
 # The dynamic part holds the type `any`.
 pkg_check_modules(OmniORB REQUIRED IMPORTED_TARGET omniORB4 omniDynamic4)
 find_program(OMNIIDL omniidl REQUIRED)
