@@ -4,7 +4,7 @@
 #include <array>
 #include <utility>
 
-#include "fmt/format.h"
+#include <fmt/format.h>
 #include "qstd/exception.h"
 
 namespace bmc::ipmi {
