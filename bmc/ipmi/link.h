@@ -15,6 +15,7 @@ namespace bmc::ipmi {
 enum class Purpose_e {
     switching,  ///< switches power: sent at most once
     writing,    ///< changes a register, the clock: sent at most once
+    verifying,  ///< changes nothing; shows whether what was written before is so, and belongs to it at a stop
     reading,    ///< changes nothing; somebody waits for it
     sweeping,   ///< changes nothing; one of many
 };
