@@ -1,9 +1,11 @@
 #pragma once
 
 #include <chrono>
+#include <memory>
 #include <vector>
 
 #include "bmc/board.h"
+#include "bmc/sweep.h"
 #include "bmc/uri.h"
 
 namespace bmc {
@@ -22,6 +24,14 @@ public:
 
     /// The board, null when there is no such board (any more).
     virtual Board* GetBoard(const Uri& uri) = 0;
+
+    /// Starts to read @p sensors, the boards side by side, and waits for none of them. A board or sensor that is
+    /// missing or does not answer raises nothing here, nor does the stop of the service (BrokenOff): it shows when the
+    /// sensor's reading is asked for. Nothing refers to @p sensors after the return.
+    ///
+    /// By default each sensor is read when its reading is asked for: right for boards that answer at once.
+    /// @return never null
+    virtual std::unique_ptr<Sweep> StartSweep(const SensorIds& /*sensors*/) { return std::make_unique<Sweep>(); }
 
     /// How long an access that LimitAccesses lets through may last. Twice that is within a service manager's patience.
     static constexpr std::chrono::seconds c_lastAccessMayTake{20};

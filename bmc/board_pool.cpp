@@ -21,6 +21,10 @@ Board* BoardPool::GetBoard(const Uri& uri) const {
     return m_backend == nullptr ? nullptr : m_backend->GetBoard(uri);
 }
 
+std::unique_ptr<Sweep> BoardPool::StartSweep(const SensorIds& sensors) const {
+    return m_backend == nullptr ? std::make_unique<Sweep>() : m_backend->StartSweep(sensors);
+}
+
 void BoardPool::LimitAccesses(std::chrono::steady_clock::time_point deadline) const {
     if (m_backend != nullptr) {
         m_backend->LimitAccesses(deadline);

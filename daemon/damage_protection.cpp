@@ -135,10 +135,11 @@ void DamageProtection::LogProperties() const {
 }
 
 void DamageProtection::Protect() const {
+    const auto sweep = bmc::BoardPool::Instance().StartSweep(m_sensors);
     for (const auto& [uri, ids] : m_sensors) {
         const std::string label = bmc::BoardLabel(uri);
         try {
-            ProtectBoard(uri, label, ids);
+            ProtectBoard(uri, label, ids, *sweep);
         } catch (...) {
             LogAndGoOn("Problem accessing board " + label);
         }
@@ -146,7 +147,7 @@ void DamageProtection::Protect() const {
 }
 
 void DamageProtection::ProtectBoard(const bmc::Uri& uri, const std::string& label,
-                                    const std::vector<bmc::SensorId>& ids) {
+                                    const std::vector<bmc::SensorId>& ids, bmc::Sweep& sweep) {
     bmc::Board* const board = bmc::BoardPool::Instance().GetBoard(uri);
     if (board == nullptr) {
         qstd::LogError("Problem accessing board: " + label);
@@ -154,20 +155,21 @@ void DamageProtection::ProtectBoard(const bmc::Uri& uri, const std::string& labe
     }
     for (const bmc::SensorId& id : ids) {
         try {
-            ProtectFrom(*board, label, id);
+            ProtectFrom(*board, label, id, sweep);
         } catch (...) {
             LogAndGoOn("Problem accessing sensor id: " + bmc::ToString(id) + " on board " + label);
         }
     }
 }
 
-void DamageProtection::ProtectFrom(bmc::Board& board, const std::string& label, const bmc::SensorId& id) {
+void DamageProtection::ProtectFrom(bmc::Board& board, const std::string& label, const bmc::SensorId& id,
+                                   bmc::Sweep& sweep) {
     const bmc::Sensor* const sensor = board.GetSensor(id);
     if (sensor == nullptr) {
         qstd::LogError("Problem accessing sensor id: " + bmc::ToString(id) + " on board " + label);
         return;
     }
-    const bmc::SensorReading reading = sensor->Read();
+    const bmc::SensorReading reading = sweep.Read(*sensor);
     if (sensor->ReadingLimit(reading) != bmc::Sensor::c_aboveUpperNonRecoverable) {
         return;
     }

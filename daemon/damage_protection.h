@@ -7,6 +7,7 @@
 
 #include "bmc/board.h"
 #include "bmc/sensor_id.h"
+#include "bmc/sweep.h"
 #include "bmc/uri.h"
 #include "module.h"
 #include "worker_frame.h"
@@ -47,8 +48,9 @@ public:
 
 private:
     void ReadSettings();
-    static void ProtectBoard(const bmc::Uri& uri, const std::string& label, const std::vector<bmc::SensorId>& ids);
-    static void ProtectFrom(bmc::Board& board, const std::string& label, const bmc::SensorId& id);
+    static void ProtectBoard(const bmc::Uri& uri, const std::string& label, const std::vector<bmc::SensorId>& ids,
+                             bmc::Sweep& sweep);
+    static void ProtectFrom(bmc::Board& board, const std::string& label, const bmc::SensorId& id, bmc::Sweep& sweep);
     static void SwitchOff(bmc::Board& board);
 
     SensorIds m_sensors;

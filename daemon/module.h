@@ -7,7 +7,7 @@
 
 #include "bmc/board.h"
 #include "bmc/sensor_id.h"
-#include "bmc/uri.h"
+#include "bmc/sweep.h"
 #include "qcfg/element.h"
 #include "qcfg/serializable.h"
 
@@ -33,7 +33,7 @@ public:
                                        const Selection& starting);
 
     /// Sensors by the uri of their board, which finds the board anew in every pass.
-    using SensorIds = std::map<bmc::Uri, std::vector<bmc::SensorId>>;
+    using SensorIds = bmc::SensorIds;
 
     /// Appends the sensors of @p selected to @p out, in their order, by the uri of their board.
     static void Convert(const Selection& selected, SensorIds& out);

@@ -1,7 +1,9 @@
 #include "monitor.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <iterator>
 
 #include "bmc/board_pool.h"
 #include "bmc/broken_off.h"
@@ -55,6 +57,11 @@ void Monitor::ReadSettings() {
         Selection all;
         GetAllSensors(all);
         Convert(all, m_sensors);
+    }
+    for (const auto& [uri, sensors] : m_sensors) {
+        std::vector<bmc::SensorId>& ids = m_ids[uri];
+        std::transform(sensors.begin(), sensors.end(), std::back_inserter(ids),
+                       [](const SensorData& data) { return data.id; });
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include "bmc/sensor.h"
 #include "bmc/sensor_id.h"
+#include "bmc/sweep.h"
 #include "bmc/uri.h"
 #include "module.h"
 #include "sensor_log.h"
@@ -77,15 +78,23 @@ public:
                                   double value, double previous);
 
 private:
+    /// What a pass makes of one board.
+    struct Record {
+        std::string heading = "[TIME]";
+        std::string line;
+        bool isWanted = false;  ///< a reading passed the change filter
+    };
+
     void ReadSettings();
-    void LogBoard(const bmc::Uri& uri, const std::string& label, std::vector<SensorData>& sensors);
-    /// Appends the sensor's columns and sets @p record when its reading is to be recorded.
-    void LogSensor(bmc::Board& board, const std::string& label, SensorData& data, std::string& heading,
-                   std::string& line, bool& record) const;
+    void LogBoard(const bmc::Uri& uri, const std::string& label, std::vector<SensorData>& sensors, bmc::Sweep& sweep);
+    /// Appends the sensor's columns to the record, and says when its reading is to be recorded.
+    void LogSensor(bmc::Board& board, const std::string& label, SensorData& data, bmc::Sweep& sweep,
+                   Record& record) const;
     SensorLog& GetLog(const bmc::Uri& uri, const std::string& columns);
 
     std::map<bmc::Uri, SensorLog> m_logs;
     Sensors m_sensors;
+    SensorIds m_ids;       ///< those of m_sensors, what a pass sweeps
     int m_frequency = 60;  ///< seconds from the end of a pass to the start of the next
     bool m_absoluteFilter = true;
     bool m_relativeFilter = false;

@@ -88,54 +88,54 @@ void Monitor::LogSensors() {
     if (m_sensors.empty() || m_frame.IsStoppedLocked()) {
         return;
     }
+    const auto sweep = bmc::BoardPool::Instance().StartSweep(m_ids);
     for (auto& [uri, sensors] : m_sensors) {
         const std::string label = bmc::BoardLabel(uri);
         try {
-            LogBoard(uri, label, sensors);
+            LogBoard(uri, label, sensors, *sweep);
         } catch (...) {
             LogAndGoOn("Problem accessing board " + label);
         }
     }
 }
 
-void Monitor::LogBoard(const bmc::Uri& uri, const std::string& label, std::vector<SensorData>& sensors) {
+void Monitor::LogBoard(const bmc::Uri& uri, const std::string& label, std::vector<SensorData>& sensors,
+                       bmc::Sweep& sweep) {
     bmc::Board* const board = bmc::BoardPool::Instance().GetBoard(uri);
     if (board == nullptr) {
         qstd::LogError("Problem accessing board: " + label);
         return;
     }
-    std::string heading = "[TIME]";
-    std::string line;
-    bool record = false;
+    Record record;
     for (SensorData& data : sensors) {
         try {
-            LogSensor(*board, label, data, heading, line, record);
+            LogSensor(*board, label, data, sweep, record);
         } catch (...) {
             LogAndGoOn("Problem accessing sensor id: " + bmc::ToString(data.id) + " on board " + label);
         }
     }
-    if (record) {
-        GetLog(uri, heading).WriteMessage(line);
+    if (record.isWanted) {
+        GetLog(uri, record.heading).WriteMessage(record.line);
     }
 }
 
-void Monitor::LogSensor(bmc::Board& board, const std::string& label, SensorData& data, std::string& heading,
-                        std::string& line, bool& record) const {
+void Monitor::LogSensor(bmc::Board& board, const std::string& label, SensorData& data, bmc::Sweep& sweep,
+                        Record& record) const {
     bmc::Sensor* const sensor = board.GetSensor(data.id);
     if (sensor == nullptr) {
-        heading.append(";[").append(bmc::ToString(data.id)).append("]");
-        line.append(";N/A");
+        record.heading.append(";[").append(bmc::ToString(data.id)).append("]");
+        record.line.append(";N/A");
         qstd::LogError("Problem accessing sensor id: " + bmc::ToString(data.id) + " on board " + label);
         return;
     }
-    const double value = sensor->Read().Converted();
+    const double value = sweep.Read(*sensor).Converted();
     const std::string& name = sensor->GetName();
-    heading.append(";[");
-    qstd::AppendNumber(heading, static_cast<long long>(data.id.GetValue()));
-    heading.append("]-").append(name);
-    line.append(";");
-    qstd::AppendNumber(line, value);
-    record |= Filter(sensor, data, value);  // stands even when a threshold below raises
+    record.heading.append(";[");
+    qstd::AppendNumber(record.heading, static_cast<long long>(data.id.GetValue()));
+    record.heading.append("]-").append(name);
+    record.line.append(";");
+    qstd::AppendNumber(record.line, value);
+    record.isWanted |= Filter(sensor, data, value);  // stands even when a threshold below raises
     LogCriticalValues(label, sensor, data, value);
     EmitNotifications(sensor, board.GetShortName(), bmc::ToString(data.id), value, data.value);
     data.valid = true;

@@ -224,8 +224,9 @@ void TemperatureControl::Control() {
 
 double TemperatureControl::GetMaxTemp() const {
     double highest = -1.0;
-    ForEachSensor(m_sensors, [&highest](const bmc::Sensor& sensor) {
-        const bmc::SensorReading reading = sensor.Read();
+    const auto sweep = bmc::BoardPool::Instance().StartSweep(m_sensors);
+    ForEachSensor(m_sensors, [&highest, &sweep](const bmc::Sensor& sensor) {
+        const bmc::SensorReading reading = sweep->Read(sensor);
         if (reading.IsValid() && reading.Converted() > highest) {
             highest = reading.Converted();
         }

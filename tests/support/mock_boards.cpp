@@ -72,6 +72,9 @@ MockBackend::MockBackend() {
             std::find_if(m_boards.begin(), m_boards.end(), [&uri](const auto& entry) { return entry.first == uri; });
         return found == m_boards.end() ? nullptr : found->second.get();
     });
+    ON_CALL(*this, StartSweep).WillByDefault([this](const bmc::SensorIds& sensors) {
+        return bmc::Backend::StartSweep(sensors);
+    });
 }
 
 MockBackend::~MockBackend() = default;

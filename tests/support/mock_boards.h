@@ -13,6 +13,7 @@
 #include "bmc/backend.h"
 #include "bmc/board.h"
 #include "bmc/board_pool.h"
+#include "bmc/sweep.h"
 #include "qstd/time.h"
 
 // What is large stands in the source: a mock's constructor and destructor make the compiler write out all of it, which
@@ -111,6 +112,7 @@ public:
 
     MOCK_METHOD(std::vector<bmc::Uri>, GetAllLocalBoardUris, (), (const, override));
     MOCK_METHOD(bmc::Board*, GetBoard, (const bmc::Uri&), (override));
+    MOCK_METHOD(std::unique_ptr<bmc::Sweep>, StartSweep, (const bmc::SensorIds&), (override));
     MOCK_METHOD(void, LimitAccesses, (std::chrono::steady_clock::time_point), (override));
 
 private:

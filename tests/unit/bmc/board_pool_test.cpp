@@ -13,8 +13,16 @@ class OneUriBackend : public bmc::Backend {
 public:
     std::vector<bmc::Uri> GetAllLocalBoardUris() const override { return {bmc::Uri("io", "2"), bmc::Uri("io", "1")}; }
     bmc::Board* GetBoard(const bmc::Uri& /*uri*/) override { return nullptr; }
+    std::unique_ptr<bmc::Sweep> StartSweep(const bmc::SensorIds& sensors) override {
+        m_swept = sensors;
+        auto sweep = std::make_unique<bmc::Sweep>();
+        m_sweep = sweep.get();
+        return sweep;
+    }
     void LimitAccesses(std::chrono::steady_clock::time_point deadline) override { m_deadline = deadline; }
 
+    bmc::SensorIds m_swept;
+    const bmc::Sweep* m_sweep = nullptr;
     std::optional<std::chrono::steady_clock::time_point> m_deadline;
 };
 
@@ -33,6 +41,22 @@ TEST(BoardPool, Open_PutsTheBackendBehindItAndGivesTheOldOneBack) {
     EXPECT_EQ(bmc::BoardPool::Instance().GetBoard(uris[0]), nullptr);
     EXPECT_EQ(bmc::BoardPool::Instance().Open(nullptr).get(), address);
     EXPECT_TRUE(bmc::BoardPool::Instance().GetAllLocalBoardUris().empty());
+}
+
+TEST(BoardPool, StartSweep_IsTheBackends) {
+    auto owned = std::make_unique<OneUriBackend>();
+    const OneUriBackend& backend = *owned;
+    bmc::BoardPool::Instance().Open(std::move(owned));
+    const bmc::SensorIds sensors{{bmc::Uri("io", "1"), {bmc::SensorId(7), bmc::SensorId(3)}},
+                                 {bmc::Uri("io", "2"), {bmc::SensorId(7)}}};
+    const auto sweep = bmc::BoardPool::Instance().StartSweep(sensors);
+    EXPECT_EQ(sweep.get(), backend.m_sweep);
+    EXPECT_EQ(backend.m_swept, sensors);
+    bmc::BoardPool::Instance().Open(nullptr);
+}
+
+TEST(BoardPool, StartSweepWithoutBackend_IsASweepAllTheSame) {
+    EXPECT_NE(bmc::BoardPool::Instance().StartSweep({{bmc::c_localIcbUri, {bmc::SensorId(1)}}}), nullptr);
 }
 
 TEST(BoardPool, LimitAccesses_GoesToTheBackendIfThereIsOne) {

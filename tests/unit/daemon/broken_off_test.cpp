@@ -75,6 +75,12 @@ TEST_F(BrokenOffMonitor, Board_EndsThePass) {
     EXPECT_THAT(MessagesOfThePass(), ElementsAre(m_stopped));
 }
 
+TEST_F(BrokenOffMonitor, StartOfTheSweep_EndsThePass) {
+    EXPECT_CALL(m_boards.backend, StartSweep).WillOnce(BreakOff());
+    EXPECT_CALL(m_boards.v12, Read).Times(0);
+    EXPECT_THAT(MessagesOfThePass(), ElementsAre(m_stopped));
+}
+
 using BrokenOffMonitorSettings = BrokenOffIn<test::MonitorTest>;
 
 TEST_F(BrokenOffMonitorSettings, Selection_EndsThere) {
@@ -95,6 +101,12 @@ TEST_F(BrokenOffDamageProtection, Reading_EndsThePass) {
 TEST_F(BrokenOffDamageProtection, Board_EndsThePass) {
     EXPECT_CALL(m_boards.backend, GetBoard(_)).WillOnce(BreakOff());
     EXPECT_CALL(m_boards.cpu, Read).Times(0);
+    EXPECT_THAT(MessagesOfThePass(), ElementsAre(m_stopped));
+}
+
+TEST_F(BrokenOffDamageProtection, StartOfTheSweep_EndsThePass) {
+    EXPECT_CALL(m_boards.backend, StartSweep).WillOnce(BreakOff());
+    EXPECT_CALL(m_boards.intake, Read).Times(0);
     EXPECT_THAT(MessagesOfThePass(), ElementsAre(m_stopped));
 }
 
@@ -135,6 +147,13 @@ protected:
 
 TEST_F(BrokenOffTemperatureControl, Reading_EndsTheCycleBeforeTheFansAreSet) {
     EXPECT_CALL(m_boards.intake, Read).WillOnce(BreakOff());
+    EXPECT_THAT(MessagesOfTheCycle(), ElementsAre(c_stopped));
+    EXPECT_EQ(m_fans.TakeWrites(), "-");
+}
+
+TEST_F(BrokenOffTemperatureControl, StartOfTheSweep_EndsTheCycleBeforeTheFansAreSet) {
+    EXPECT_CALL(m_boards.backend, StartSweep).WillOnce(BreakOff());
+    EXPECT_CALL(m_boards.intake, Read).Times(0);
     EXPECT_THAT(MessagesOfTheCycle(), ElementsAre(c_stopped));
     EXPECT_EQ(m_fans.TakeWrites(), "-");
 }
