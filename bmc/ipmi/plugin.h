@@ -18,7 +18,7 @@ struct PluginHost {
 };
 
 struct PluginApi {
-    const char* build;  ///< the version of the build; a host takes no plug-in of another one
+    const char* build;  ///< c_buildId of build_info.h; a host takes no plug-in of another build
     /// Makes the backend, whose threads begin to open sessions. @throws qstd::Exception
     std::unique_ptr<Backend> (*create)(const Settings& settings, const PluginHost& host);
 };

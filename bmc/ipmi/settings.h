@@ -9,26 +9,23 @@
 #include "bmc/enums.h"
 #include "bmc/ipmi/fpga_template.h"
 #include "bmc/ipmi/message.h"
+#include "bmc/ipmi/password.h"
 #include "bmc/uri.h"
 #include "qcfg/element.h"
+#include "qstd/enum_map.h"
 
 namespace bmc::ipmi {
 
 /// What an account may do (IPMI v2.0 specification, 6.8). The numbers are those on the wire.
 enum class Privilege_e : std::uint8_t { user = 2, operator_ = 3, administrator = 4 };
 
-/// Where the password of an account is kept. Passwords are read when a session is opened and are not kept.
-struct PasswordSource {
-    std::string path;  ///< absolute; empty: the account has no password
-};
-
 /// How a controller is reached: over the LAN, or by the local system interface. Boards with the same way share one
 /// session.
 struct ControllerSettings {
-    std::string host{};  ///< IPv4 or IPv6 address; empty: by the device
+    std::string host{};  ///< IPv4 or IPv6 address as inet_ntop writes it; empty: by the device
     std::uint16_t port = 623;
     std::string user{};
-    PasswordSource password{};
+    PasswordSource password{};  ///< proved to be there when the settings were read
     Privilege_e privilege = Privilege_e::operator_;
     std::uint8_t cipherSuite = 17;
     std::string device{};  ///< path of the system interface, for example "/dev/ipmi0"; empty: over the LAN
@@ -38,7 +35,7 @@ struct ControllerSettings {
 
     /// "10.0.0.11:623", "[fe80::1]:623" or the device, for messages.
     std::string Name() const;
-    friend bool operator==(const ControllerSettings&, const ControllerSettings&);
+    friend bool operator==(const ControllerSettings&, const ControllerSettings&) = default;
 };
 
 /// One board.
@@ -59,8 +56,17 @@ struct Settings {
     std::string cacheFolder;                      ///< where sensor records are kept over restarts; empty: nowhere
 };
 
-/// Reads and proves the section; relative paths are relative to the folder of @p configFile. Asks no controller.
+/// Reads and proves the section, the files with the passwords included; relative paths are relative to the folder of
+/// @p configFile. Asks no controller. Reads the environment (CACHE_DIRECTORY, CREDENTIALS_DIRECTORY); otherwise any
+/// thread may call it.
 /// @throws qstd::Exception "FILE:LINE: text"
 Settings ReadSettings(const qcfg::Element& section, const std::string& configFile);
 
 }  // namespace bmc::ipmi
+
+namespace qstd {
+
+template <>
+const BiMap<bmc::ipmi::Privilege_e> EnumMap<bmc::ipmi::Privilege_e>::items;
+
+}  // namespace qstd

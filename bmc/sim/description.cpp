@@ -5,14 +5,17 @@
 #include <memory>
 
 #include "bmc/sim/control_protocol.h"
-#include "bmc/sim/element_reader.h"
 #include "bmc/sim/fan_bank.h"
 #include "qcfg/document.h"
+#include "qcfg/element_reader.h"
 #include "qstd/exception.h"
 
 namespace bmc::sim {
 
 namespace {
+
+using qcfg::ElementReader;
+using qcfg::Range;
 
 constexpr double c_largest = std::numeric_limits<double>::max();
 constexpr long long c_largestInt = std::numeric_limits<int>::max();

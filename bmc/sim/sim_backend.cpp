@@ -5,13 +5,15 @@
 
 #include "bmc/sim/builtin_chassis.h"
 #include "bmc/sim/control_server.h"
-#include "bmc/sim/element_reader.h"
 #include "bmc/sim/listening_socket.h"
+#include "qcfg/element_reader.h"
 #include "qstd/exception.h"
 
 namespace bmc::sim {
 
 namespace {
+
+using qcfg::ElementReader;
 
 void EmplaceFans(std::optional<FanBank>& fans, const ChassisDescription& description) {
     for (const BoardDescription& board : description.boards) {

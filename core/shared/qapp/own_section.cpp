@@ -18,11 +18,7 @@ std::shared_ptr<qcfg::Element> FindOnlySection(const qcfg::Configuration& config
 std::shared_ptr<qcfg::Element> FindOwnSection(const qcfg::Configuration& configuration, const qcfg::ElementRule& rule) {
     std::shared_ptr<qcfg::Element> section = FindOnlySection(configuration, rule.name);
     if (section != nullptr) {
-        for (const qcfg::Finding& finding : qcfg::CheckConfiguration(*section, rule)) {
-            if (finding.severity == qcfg::Severity_e::error) {
-                throw qstd::Exception(qcfg::AtLine(configuration.GetFileName(), finding.line, finding.text));
-            }
-        }
+        qcfg::RefuseErrors(*section, rule, configuration.GetFileName());
     }
     return section;
 }

@@ -9,7 +9,9 @@
 #include <utility>
 #include <vector>
 
+#include "qcfg/document.h"
 #include "qcfg/suggestion.h"
+#include "qstd/exception.h"
 #include "qstd/strings.h"
 
 namespace qcfg {
@@ -178,6 +180,14 @@ private:
 
 Findings CheckConfiguration(const Element& root, const ElementRule& rule) {
     return Checker().Check(root, rule);
+}
+
+void RefuseErrors(const Element& root, const ElementRule& rule, const std::string& fileName) {
+    for (const Finding& finding : CheckConfiguration(root, rule)) {
+        if (finding.severity == Severity_e::error) {
+            throw qstd::Exception(AtLine(fileName, finding.line, finding.text));
+        }
+    }
 }
 
 }  // namespace qcfg

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "qcfg/element.h"
 #include "qcfg/finding.h"
 #include "qcfg/schema.h"
@@ -12,5 +14,9 @@ namespace qcfg {
 /// @param root the root element; its name is taken to be the rule's.
 /// @return the findings in document order; none for a good configuration.
 Findings CheckConfiguration(const Element& root, const ElementRule& rule);
+
+/// Proves the element @p root of the named file likewise, for a reader that then has to look for no fault of these.
+/// @throws qstd::Exception "FILE:LINE: text" for the first error
+void RefuseErrors(const Element& root, const ElementRule& rule, const std::string& fileName);
 
 }  // namespace qcfg

@@ -109,6 +109,24 @@ private:
     long long m_most;
 };
 
+/// A whole number that is written in an attribute as others are in a text.
+class WholeOrHexType : public ValueType {
+public:
+    WholeOrHexType(long long least, long long most) : m_type(least, most) {}
+
+    std::string FindFault(const std::string& text, Place_e /*place*/) const override {
+        return m_type.FindFault(text, Place_e::text);
+    }
+    std::string Describe(Place_e /*place*/) const override { return m_type.Describe(Place_e::text); }
+    std::string GetSchemaName(Place_e /*place*/) const override { return m_type.GetSchemaName(Place_e::text); }
+    std::vector<SchemaForm> GetSchemaForms(Place_e /*place*/) const override {
+        return m_type.GetSchemaForms(Place_e::text);
+    }
+
+private:
+    WholeType m_type;
+};
+
 class RealType : public ValueType {
 public:
     RealType(double least, double most) : m_least(least), m_most(most) {}
@@ -166,6 +184,10 @@ private:
 
 ValueTypePtr Whole(long long least, long long most) {
     return std::make_shared<WholeType>(least, most);
+}
+
+ValueTypePtr WholeOrHex(long long least, long long most) {
+    return std::make_shared<WholeOrHexType>(least, most);
 }
 
 ValueTypePtr Real(double least, double most) {

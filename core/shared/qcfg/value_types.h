@@ -18,6 +18,9 @@ ValueTypePtr Boolean();
 /// A whole number @p least..@p most, both included. In a text also "0x" and hexadecimal digits, at most 32 bits.
 ValueTypePtr Whole(long long least, long long most);
 
+/// The same, but with "0x" in an attribute too.
+ValueTypePtr WholeOrHex(long long least, long long most);
+
 /// A finite number @p least..@p most, both included. In a text also "0x" and hexadecimal digits, at most 32 bits.
 ValueTypePtr Real(double least, double most = std::numeric_limits<double>::infinity());
 

@@ -46,8 +46,8 @@ TEST_P(Example, IsValidByTheSchema) {
 INSTANTIATE_TEST_SUITE_P(Examples, Example, testing::ValuesIn(ExampleNames()),
                          [](const testing::TestParamInfo<std::string>& example) { return example.param; });
 
-TEST(Examples, TheThreeAreThere) {
-    EXPECT_THAT(ExampleNames(), testing::IsSupersetOf({"demo", "full", "minimal"}));
+TEST(Examples, TheFourAreThere) {
+    EXPECT_THAT(ExampleNames(), testing::IsSupersetOf({"demo", "full", "ipmi", "minimal"}));
 }
 
 /// Every element and attribute of the rules, by path. The depth is that of the table.
@@ -76,11 +76,13 @@ void CollectElements(const qcfg::Element& element, const std::string& parent, st
     }
 }
 
-TEST(Examples, Full_ShowsEveryElementAndAttribute) {
+/// A file has one way to the boards only.
+TEST(Examples, FullAndIpmi_ShowEveryElementAndAttribute) {
     std::set<std::string> known;
     CollectRules(DaemonRules(), "", known);
     std::set<std::string> shown;
     CollectElements(*qcfg::ReadXmlFile(ExampleFile("full.xml")), "", shown);
+    CollectElements(*qcfg::ReadXmlFile(ExampleFile("ipmi.xml")), "", shown);
     EXPECT_EQ(shown, known);
 }
 

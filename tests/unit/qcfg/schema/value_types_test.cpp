@@ -63,6 +63,18 @@ TEST(Whole, Hexadecimal_InTextsOnly) {
 }
 
 /// What is called fine is what the typed reader takes, with the value that was meant.
+TEST(WholeOrHex, Hexadecimal_InAttributesToo) {
+    const auto type = qcfg::WholeOrHex(2, 0xfe);
+    EXPECT_EQ(FaultInAttribute(type, "0x82"), "");
+    EXPECT_EQ(FaultInAttribute(type, "130"), "");
+    EXPECT_EQ(FaultInAttribute(type, "0xff"), "is above the limit of 254");
+    EXPECT_EQ(FaultInAttribute(type, "0x"), "is not a whole number");
+    EXPECT_EQ(FaultInAttribute(type, "0x8g"), "is not a hexadecimal number of at most 32 bits");
+    EXPECT_EQ(type->Describe(Place_e::attribute), "whole number 2..254, or hexadecimal with 0x");
+    EXPECT_EQ(type->GetSchemaName(Place_e::attribute), qcfg::Whole(2, 0xfe)->GetSchemaName(Place_e::text));
+    EXPECT_EQ(type->GetSchemaForms(Place_e::attribute).size(), 2U);
+}
+
 TEST(Whole, WhatIsFine_TheTypedReaderTakesUnchanged) {
     const auto type = qcfg::Whole(-2147483647LL - 1, 2147483647);
     for (const char* const text :

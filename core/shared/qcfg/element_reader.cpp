@@ -1,52 +1,30 @@
-#include "bmc/sim/element_reader.h"
+#include "qcfg/element_reader.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <limits>
 #include <memory>
-#include <numeric>
+#include <system_error>
 
-#include "bmc/sim/control_protocol.h"
 #include "qcfg/document.h"
+#include "qcfg/suggestion.h"
 #include "qstd/exception.h"
 #include "qstd/strings.h"
 
-namespace bmc::sim {
+namespace qcfg {
 
 namespace {
 
 constexpr Range c_anyNumber{std::numeric_limits<double>::lowest(), std::numeric_limits<double>::max(), "finite"};
 
-/// How many letters have to be put in, taken out or replaced to make @p left out of @p right.
-std::size_t EditDistance(const std::string& left, const std::string& right) {
-    std::vector<std::size_t> row(right.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 1; i <= left.size(); ++i) {
-        std::size_t diagonal = row[0];
-        row[0] = i;
-        for (std::size_t j = 1; j <= right.size(); ++j) {
-            const std::size_t replaced = diagonal + (left[i - 1] == right[j - 1] ? 0 : 1);
-            diagonal = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1, replaced});
-        }
-    }
-    return row.back();
-}
-
-/// The known name that is most likely meant by @p given; null when none is near.
-const std::string* NearestName(const std::string& given, const std::vector<std::string>& known) {
-    constexpr std::size_t c_longestName = 40;
-    constexpr std::size_t c_largestDistance = 2;
-    const std::string* nearest = nullptr;
-    std::size_t least = std::min(c_largestDistance, given.size() / 2) + 1;
-    for (const std::string& name : known) {
-        const std::size_t distance = given.size() > c_longestName ? c_longestName : EditDistance(given, name);
-        if (distance < least) {
-            least = distance;
-            nearest = &name;
-        }
-    }
-    return nearest;
+/// The whole of @p text as a number.
+template <class T>
+std::optional<T> Parse(const std::string& text) {
+    T value{};
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, value);
+    return error == std::errc() && stop == end ? std::optional<T>(value) : std::nullopt;
 }
 
 bool IsKnown(const std::string& name, std::initializer_list<const char*> known) {
@@ -60,13 +38,13 @@ std::string ElementReader::Quoted(const std::string& text) {
 }
 
 void ElementReader::Refuse(const std::string& text) const {
-    throw qstd::Exception(qcfg::AtLine(m_fileName, m_element.GetLine(), text));
+    throw qstd::Exception(AtLine(m_fileName, m_element.GetLine(), text));
 }
 
 void ElementReader::RefuseUnknown(const std::string& what, const std::string& given,
                                   const std::vector<std::string>& known, const char* before, const char* after) const {
-    if (const std::string* const nearest = NearestName(given, known)) {
-        Refuse(what + ", did you mean " + before + *nearest + after + "?");
+    if (const std::string similar = FindSimilar(given, known); !similar.empty()) {
+        Refuse(what + ", did you mean " + before + similar + after + "?");
     }
     std::string text = what + "; known: ";
     for (const std::string& name : known) {
@@ -99,12 +77,12 @@ void ElementReader::CheckContent(std::initializer_list<const char*> attributes,
 }
 
 bool ElementReader::Has(const char* name) const {
-    std::shared_ptr<qcfg::Attribute> attribute;
+    std::shared_ptr<Attribute> attribute;
     return m_element.FindAttr(name, attribute);
 }
 
 std::string ElementReader::Text(const char* name, const std::string& fallback) const {
-    std::shared_ptr<qcfg::Attribute> attribute;
+    std::shared_ptr<Attribute> attribute;
     if (!m_element.FindAttr(name, attribute)) {
         return fallback;
     }
@@ -127,7 +105,7 @@ std::optional<double> ElementReader::Real(const char* name, const Range& range) 
         return std::nullopt;
     }
     const std::string text = Text(name, {});
-    const std::optional<double> value = ParseReal(text);
+    const std::optional<double> value = Parse<double>(text);
     if (!value) {
         Refuse("attribute \"" + std::string(name) + "\" is not a number: " + Quoted(text));
     }
@@ -155,12 +133,12 @@ std::optional<long long> ElementReader::Integer(const char* name, long long leas
         return std::nullopt;
     }
     const std::string text = Text(name, {});
-    const auto value = ParseInteger(text, least, most);
-    if (!value) {
+    const auto value = Parse<long long>(text);
+    if (!value || *value < least || *value > most) {
         Refuse("attribute \"" + std::string(name) + "\" is not a whole number from " + std::to_string(least) + " to " +
                std::to_string(most) + ": " + Quoted(text));
     }
     return value;
 }
 
-}  // namespace bmc::sim
+}  // namespace qcfg

@@ -8,7 +8,7 @@
 #include "qcfg/element.h"
 #include "qstd/enum_map.h"
 
-namespace bmc::sim {
+namespace qcfg {
 
 /// A closed range of numbers, with how a message calls it.
 struct Range {
@@ -21,8 +21,7 @@ struct Range {
 /// qstd::Exception "FILE:LINE: text". Used by one thread; the element outlives it.
 class ElementReader {
 public:
-    ElementReader(const qcfg::Element& element, const std::string& fileName)
-        : m_element(element), m_fileName(fileName) {}
+    ElementReader(const Element& element, const std::string& fileName) : m_element(element), m_fileName(fileName) {}
 
     /// Refuses attributes and child elements other than the given ones, and text other than blanks.
     void CheckContent(std::initializer_list<const char*> attributes, std::initializer_list<const char*> children) const;
@@ -69,8 +68,8 @@ private:
     [[noreturn]] void RefuseUnknown(const std::string& what, const std::string& given,
                                     const std::vector<std::string>& known, const char* before, const char* after) const;
 
-    const qcfg::Element& m_element;
+    const Element& m_element;
     const std::string& m_fileName;
 };
 
-}  // namespace bmc::sim
+}  // namespace qcfg
