@@ -4,11 +4,11 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "bmc/ipmi/link.h"
-#include "bmc/ipmi/settings.h"
+#include "bmc/ipmi/reachability.h"
+#include "bmc/ipmi/stop_limit.h"
 #include "bmc/ipmi/transport.h"
 #include "qstd/log.h"
 
@@ -17,10 +17,12 @@ namespace bmc::ipmi {
 /// Takes log messages. Any thread.
 using LogFunction = std::function<void(qstd::LogLevel_e level, const std::string& text)>;
 
-/// A board that is reached through a controller.
-struct BoardOnController {
-    std::string label;  ///< the board's uri, for messages
-    Target target;
+/// What a controller's thread has to know of it beside the transport.
+struct ControllerOptions {
+    std::string name{};                       ///< "10.0.0.11:623", for messages
+    std::string session{};                    ///< "session with cipher suite 17", for the message of its first answer
+    std::chrono::milliseconds timeout{1000};  ///< how long a try waits for its answer
+    unsigned int retries = 2;                 ///< how often a request that changes nothing is sent again
 };
 
 /// Times of a controller that no configuration changes; tests do.
@@ -31,34 +33,36 @@ struct ControllerTiming {
     std::chrono::milliseconds queuePatience{10'000};  ///< how long a request may wait for its turn
 };
 
-/// From which moment on accesses are given up because the service stops, see bmc::Backend::LimitAccesses.
-struct StopLimit {
-    SteadyTime deadline;
-    std::chrono::milliseconds patience;
-    std::thread::id stopper;
-};
+class ControllerWorker;
 
 /// A management controller: owns the session with it and the one thread that uses it, which executes the requests to
 /// the controller itself and to the boards behind it.
 ///
 /// A board (a link) is in one of three states, and the controller as a whole likewise:
-/// - unknown: nothing was asked yet; the first request opens the session;
+/// - unknown: nothing was asked yet; the session is opened at the start;
 /// - answering: the last exchange brought an answer;
 /// - silent: it did not answer, or the session could not be opened. Requests fail at once. A probe (opening the
-/// session,
-///   or Get Device ID to a board behind the controller) follows after 0.5 s, then after twice that each time, up to
-///   30 s (with some jitter); the first that is answered makes it answering.
+///   session and Get Device ID, or Get Device ID to a board behind the controller) follows after 0.5 s, then after
+///   twice that each time, up to 30 s, each 10% more or less; the first that is answered makes it answering. A
+///   controller that refuses the account is asked every 30 s only, so that it does not lock it.
 /// Each transition between answering and silent is logged once, with the reason.
+///
+/// How long a request lasts, with the configured timeout T and retries R, counted from when its turn comes:
+/// - one that changes nothing T * (R + 1), and 2 T without retries: all but the last T in the present session, the
+///   rest in a new one, which makes up for a session that the controller has dropped;
+/// - one that is sent once T, and one more T for a new session when it was not answered;
+/// - a new session that has to be opened before comes on top, with T * (R + 1) at the most;
+/// - from LimitAccesses on, what is let through: 0.7 s (T if shorter) for the try, 0.6 s (T) for a session.
 ///
 /// All operations but construction and destruction may be called from any thread.
 class Controller {
 public:
     /// Starts the thread, which opens the session at once.
-    Controller(ControllerSettings settings, std::vector<BoardOnController> boards, std::unique_ptr<Transport> transport,
-               LogFunction log, ControllerTiming timing = {});
+    Controller(const ControllerOptions& options, const std::vector<BoardOnController>& boards,
+               std::unique_ptr<Transport> transport, LogFunction log, const ControllerTiming& timing = {});
 
-    /// Gives up what is queued (the callers get an exception), closes the session and joins the thread. Lasts 200 ms at
-    /// the most, whatever the controller does.
+    /// Gives up what is queued or under way (the callers get an exception), closes the session and joins the thread.
+    /// Lasts 200 ms at the most, whatever the controller does.
     ~Controller();
 
     Controller(const Controller&) = delete;
@@ -74,8 +78,9 @@ public:
     void LimitAccesses(const StopLimit& limit);
 
 private:
-    class Worker;
-    std::unique_ptr<Worker> m_worker;
+    std::shared_ptr<ControllerWorker> m_worker;
+    std::unique_ptr<Link> m_ownLink;
+    std::vector<std::unique_ptr<Link>> m_links;
 };
 
 }  // namespace bmc::ipmi

@@ -21,7 +21,7 @@ enum class Purpose_e {
 };
 
 /// Requests that were handed over together and are answered in their order. Used by one thread. Its end gives up what
-/// was not sent yet, without waiting.
+/// was not sent yet, without waiting. May outlive its link.
 class Batch {
 public:
     Batch() = default;
@@ -29,7 +29,8 @@ public:
     Batch& operator=(const Batch&) = delete;
     virtual ~Batch() = default;
 
-    /// Waits for the answer to request @p index. To be called once for each.
+    /// Waits for the answer to request @p index. To be called once for each. May return up to a request later than the
+    /// answer came: who waits is not woken for each.
     /// @throws qstd::Exception as Link::Execute
     virtual Response Await(std::size_t index) = 0;
 };
@@ -46,9 +47,12 @@ public:
 
     /// Executes @p request and waits for the answer. A request that changes nothing is sent again when need be, in a
     /// new session if the old one was lost; one that changes something is sent at most once.
-    /// @throws NoAnswer when none came, or at once when the board is known not to answer
+    /// @throws NoAnswer when none came, or at once when the board is known not to answer. For a request that is sent at
+    ///         most once also after a wrong answer; when it WasSent(), a request of Purpose_e::verifying tells whether
+    ///         it was executed.
     /// @throws BrokenOff when the service stops (bmc::Backend::LimitAccesses)
-    /// @throws qstd::Exception for an answer that is none; a completion code that is not 0 is an answer
+    /// @throws qstd::Exception for an answer that is none, or when others keep the controller busy; a completion code
+    ///         that is not 0 is an answer
     virtual Response Execute(const Request& request, Purpose_e purpose) = 0;
 
     /// Hands over requests that change nothing, without waiting. What goes wrong shows at Batch::Await.
