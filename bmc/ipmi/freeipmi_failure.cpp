@@ -75,6 +75,12 @@ TransportError ToTransportError(int errorNumber, int systemError, const Controll
         case IPMI_ERR_PASSWORD_VERIFICATION_TIMEOUT:
         case IPMI_ERR_SESSION_TIMEOUT:
             return {noAnswer, "no answer"};
+        case IPMI_ERR_IPMI_ERROR:
+            // Some controllers refuse with a status code alone, without the session's number that the library looks for
+            // first.
+            return {broken, fmt::format("the answer is cut short (when a session is opened: probably cipher suite {} "
+                                        "is not offered, or no session slot is free)",
+                                        settings.cipherSuite)};
         case IPMI_ERR_HOSTNAME_INVALID:
             return {system, fmt::format("\"{}\" is no address that this host can send to", settings.host)};
         case IPMI_ERR_OUT_OF_MEMORY:
