@@ -24,6 +24,7 @@ struct ConversionFactors {
     std::uint8_t format = 0;         ///< 0 unsigned, 1 ones' complement, 2 two's complement
 
     bool DifferByCount() const noexcept { return linearization >= 0x70; }
+    friend bool operator==(const ConversionFactors&, const ConversionFactors&) = default;
 };
 
 /// The thresholds of a sensor, in the order of the bits of Get Sensor Thresholds.
@@ -42,7 +43,7 @@ struct SensorRecord {
     int id = 0;  ///< sensor number, plus 256 times the logical unit
     std::uint8_t number = 0;
     std::uint8_t lun = 0;
-    std::uint8_t owner = c_controllerAddress;  ///< slave address of the controller that has the sensor
+    std::uint8_t owner = c_controllerAddress;  ///< slave address of the controller that has the sensor; odd: software
     std::uint8_t channel = 0;                  ///< the owner's IPMB channel
     SensorType_e type = SensorType_e::unspecified;
     std::string name;   ///< printable ASCII
@@ -50,15 +51,17 @@ struct SensorRecord {
     ConversionFactors factors;
     std::optional<std::uint8_t> nominalCount;       ///< when the record says that it is specified
     std::array<bool, thresholdCount> isReadable{};  ///< thresholds that the controller lets be read
+
+    friend bool operator==(const SensorRecord&, const SensorRecord&) = default;
 };
 
 /// Decodes @p record. Full records of threshold-based analog sensors, and compact ones of threshold-based sensors,
 /// whose counts are their values and which have neither nominal nor thresholds; a compact record that stands for
-/// several sensors gives one for each. Everything else, malformed records too, gives none.
+/// several sensors gives one for each. Everything else, malformed records too, gives none. Any bytes are safe.
 std::vector<SensorRecord> DecodeRecord(const RawRecord& record);
 
-/// The value of @p count, nothing when it has none (the logarithm of a negative number, an analog format that is
-/// none). @pre the factors do not differ by count
+/// The value of @p count, nothing when it has none: the logarithm of a negative number, the inverse of 0, an analog
+/// format or a function that does not exist, factors that differ by count.
 std::optional<double> Convert(const ConversionFactors& factors, std::uint8_t count);
 
 }  // namespace bmc::ipmi
