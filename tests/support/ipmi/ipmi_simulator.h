@@ -3,9 +3,11 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -13,9 +15,10 @@
 #include "tests/support/process.h"
 #include "tests/support/temp_folder.h"
 
-struct simulator_state;
-
 namespace test {
+
+struct ControllerState;
+struct SimulatorState;
 
 /// A request that a controller executed and that changed something (chassis control, identify, clock, thresholds, FPGA
 /// registers), in the order of execution.
@@ -36,7 +39,6 @@ struct IpmiCommand {
 
 inline constexpr IpmiCommand c_getDeviceId{0x06, 0x01};
 inline constexpr IpmiCommand c_getSelfTestResults{0x06, 0x04};
-inline constexpr IpmiCommand c_sendMessage{0x06, 0x34};
 inline constexpr IpmiCommand c_getChassisStatus{0x00, 0x01};
 inline constexpr IpmiCommand c_chassisControl{0x00, 0x02};
 inline constexpr IpmiCommand c_chassisIdentify{0x00, 0x04};
@@ -69,12 +71,13 @@ public:
     /// Whether the simulator's package is installed; tests skip when it is not.
     static bool IsInstalled();
     /// Whether controllers accept cipher suite 17.
-    static bool HasCipherSuite17();
+    bool HasCipherSuite17() const;
 
     const SimulatedChassis& GetChassis() const noexcept { return m_chassis; }
     const SimulatedController& GetController(std::uint8_t controller = 0x20) const;
     /// UDP port on 127.0.0.1.
     std::uint16_t GetPort(std::uint8_t controller = 0x20) const;
+    /// 0 while it is stopped.
     int GetPid() const;
 
     // Sensors.
@@ -135,22 +138,26 @@ public:
     void Restart();
     /// Runs a command of the simulator's console to its end.
     void Command(const std::string& line);
-    /// What the process printed so far.
+    /// What the process printed since its last start.
     std::string GetOutput() const;
 
 private:
+    void ChoosePorts();
     void Start();
     void TryStart();
-    void AwaitAnswers();
-    void AwaitCommands();
-    void ChoosePorts();
-    struct Slot;
-    Slot GetSlot(std::uint8_t controller) const;
+    void AwaitAnswer(std::uint16_t port);
+    void Await(const char* what, const std::function<bool()>& isDone);
+    ControllerState& GetState(std::uint8_t controller) const;
+    SimulatedSensor& GetSensor(std::uint8_t controller, std::uint8_t sensor);
+    void Send(const std::string& lines);
 
     SimulatedChassis m_chassis;
     TempFolder m_folder;
     std::map<std::uint8_t, std::uint16_t> m_ports;
-    simulator_state* m_state = nullptr;
+    std::set<std::uint8_t> m_absent;
+    SimulatorState* m_state = nullptr;
+    std::uint64_t m_commandsSent = 0;
+    bool m_isFrozen = false;
     int m_console = -1;
     std::unique_ptr<Process> m_process;
 };

@@ -24,7 +24,9 @@ enum class Linearization_e : std::uint8_t {
     cube = 9,
     square_root = 10,
     cube_root = 11,
-    non_linear = 0x70,  ///< the factors hold for one raw value and are asked for with Get Sensor Reading Factors
+    /// The factors differ by raw value and are asked for with Get Sensor Reading Factors: the sensor's own below 0x80;
+    /// from there on m is twice as large, and b such that the curve goes on (b exponent 0; keep m at 1 to 3).
+    non_linear = 0x70,
 };
 
 /// IPMI's numbers of the units that the simulated sensors use.
@@ -81,6 +83,9 @@ struct SimulatedSensor {
     /// false: the values stand in the record, but the controller does not hand them out.
     bool areThresholdsReadable = true;
 };
+
+/// The factors that hold for raw byte @p raw: the sensor's, but for a non-linear one.
+Factors FactorsAt(const SimulatedSensor& sensor, std::uint8_t raw);
 
 /// The reading that raw byte @p raw of @p sensor stands for, by the arithmetic of the IPMI v2.0 specification (section
 /// 36.3), independently of the product's.
