@@ -35,16 +35,19 @@ double ErrorOf(const Scale& scale, const std::vector<double>& multiples) {
     return sum;
 }
 
-// Offsets that bring the least value to a raw byte near 0 and keep a value, mostly the least, exact.
+// No offset, and those that make the least value exact and let all fit in from raw byte 0 on or up to 255, if possible
+// with room for what lies beyond.
 std::vector<int> Offsets(const std::vector<double>& multiples, int m) {
+    constexpr double c_room = 10;
     std::vector<int> offsets{0};
-    const double least = multiples.front();
-    if (std::abs(least) < c_maxFactor * 2) {
-        const int nearest = static_cast<int>(std::lround(least));
-        for (const int offset : {nearest % m, nearest - m * 10, nearest}) {
-            if (std::abs(offset) <= c_maxFactor) {
-                offsets.push_back(offset);
-            }
+    const double least = std::round(multiples.front());
+    const double rest = least - m * std::floor(least / m);
+    const double below = std::min(0.0, std::floor(least / m));
+    const double above = std::max(0.0, std::ceil((multiples.back() - rest) / m) - c_steps);
+    for (const double offset :
+         {rest, rest + m * (below - c_room), rest + m * (above + c_room), rest + m * below, rest + m * above}) {
+        if (std::abs(offset) <= c_maxFactor) {
+            offsets.push_back(static_cast<int>(offset));
         }
     }
     return offsets;

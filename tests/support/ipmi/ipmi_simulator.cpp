@@ -1,9 +1,7 @@
 #include "tests/support/ipmi/ipmi_simulator.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <poll.h>
-#include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -16,9 +14,7 @@
 #include <thread>
 
 #include "tests/support/file.h"
-#include "tests/support/ipmi/sensor_record.h"
 #include "tests/support/ipmi/simulator_files.h"
-#include "tests/support/ipmi/simulator_state.h"
 
 namespace test {
 
@@ -61,93 +57,28 @@ std::uint8_t ToByte(bool value) {
     return value ? 1 : 0;
 }
 
-void ShareFactors(const SimulatedSensor& sensor, SensorState& state) {
-    if (sensor.linearization == Linearization_e::non_linear) {
-        for (const std::size_t half : {0U, 1U}) {
-            const auto packed = PackFactors(FactorsAt(sensor, half == 0 ? 0 : 0x80));
-            std::copy(packed.begin(), packed.end(), state.factors[half]);
-        }
-    }
-}
-
-void Share(const SimulatedController& controller, ControllerState& state) {
-    state.address = controller.address;
-    state.isPowerOn = 1;
-    state.isIdentifySupported = 1;
-    state.selfTest[0] = 0x55;
-    for (const SimulatedSensor& sensor : controller.sensors) {
-        SensorState& place = state.sensors[sensor.number];
-        place.isUnavailable = ToByte(sensor.isUnavailable);
-        place.isNotScanned = ToByte(!sensor.isScanned);
-        ShareFactors(sensor, place);
-    }
-}
-
-void Share(const FpgaLayout& layout, FpgaState& state) {
-    if (layout.prefix.size() > sizeof state.prefix) {
-        throw std::invalid_argument("an FPGA layout's prefix has at most 4 bytes");
-    }
-    state.netFunction = layout.netFunction;
-    state.readCommand = layout.readCommand;
-    state.writeCommand = layout.writeCommand;
-    state.isLowByteFirst = ToByte(layout.isLowByteFirst);
-    state.prefixLength = static_cast<std::uint8_t>(layout.prefix.size());
-    std::copy(layout.prefix.begin(), layout.prefix.end(), state.prefix);
-}
-
-SimulatorState* MakeState(const std::string& path, const SimulatedChassis& chassis) {
-    if (chassis.controllers.size() > SimulatorState::c_maxControllers) {
-        throw std::invalid_argument("a simulator has at most 16 controllers");
-    }
-    const int file = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    const bool isSized = file >= 0 && ::ftruncate(file, sizeof(SimulatorState)) == 0;
-    void* memory = ::mmap(nullptr, sizeof(SimulatorState), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-    ::close(file);
-    if (!isSized || memory == MAP_FAILED) {
-        throw std::runtime_error("cannot make the simulator's state file " + path);
-    }
-    auto* state = static_cast<SimulatorState*>(memory);
-    for (std::size_t i = 0; i < chassis.controllers.size(); ++i) {
-        Share(chassis.controllers[i], state->controllers[i]);
-    }
-    Share(chassis.fpga, state->fpga);
-    return state;
-}
-
 CommandState& GetCommand(ControllerState& controller, IpmiCommand command) {
     return controller.commands[command.netFunction / 2 % 32][command.command];
 }
 
 }  // namespace
 
-SimulatedController Satellite(std::uint8_t address, std::vector<SimulatedSensor> sensors) {
-    SimulatedController controller;
-    controller.address = address;
-    controller.hasLan = false;
-    controller.users.clear();
-    controller.records = Records_e::shared_repository;
-    controller.sensors = std::move(sensors);
-    return controller;
-}
-
-IpmiSimulator::IpmiSimulator(SimulatedChassis chassis) : m_chassis(std::move(chassis)) {
+IpmiSimulator::IpmiSimulator(SimulatedChassis chassis)
+    : m_chassis(std::move(chassis)), m_memory(m_folder.Path("shared"), m_chassis) {
     if (m_chassis.controllers.empty() || m_chassis.controllers.front().address != c_bmc) {
         throw std::invalid_argument("a simulator's first controller is the one at 0x20");
     }
     std::filesystem::create_directory(m_folder.Path("state"));
-    m_state = MakeState(m_folder.Path("shared"), m_chassis);
     try {
         Start();
     } catch (...) {
         Stop();
-        ::munmap(m_state, sizeof *m_state);
         throw;
     }
 }
 
 IpmiSimulator::~IpmiSimulator() {
     Stop();
-    ::munmap(m_state, sizeof *m_state);
 }
 
 bool IpmiSimulator::IsInstalled() {
@@ -155,7 +86,7 @@ bool IpmiSimulator::IsInstalled() {
 }
 
 bool IpmiSimulator::HasCipherSuite17() const {
-    return Load(m_state->hasCipherSuite17) != 0;
+    return Load(m_memory->hasCipherSuite17) != 0;
 }
 
 const SimulatedController& IpmiSimulator::GetController(std::uint8_t controller) const {
@@ -192,34 +123,34 @@ double IpmiSimulator::SetReading(std::uint8_t controller, std::uint8_t sensor, d
 }
 
 void IpmiSimulator::SetUnavailable(std::uint8_t controller, std::uint8_t sensor, bool isUnavailable) {
-    Store(GetState(controller).sensors[sensor].isUnavailable, ToByte(isUnavailable));
+    Store(m_memory.GetController(controller).sensors[sensor].isUnavailable, ToByte(isUnavailable));
 }
 
 void IpmiSimulator::SetScanning(std::uint8_t controller, std::uint8_t sensor, bool isScanned) {
-    Store(GetState(controller).sensors[sensor].isNotScanned, ToByte(!isScanned));
+    Store(m_memory.GetController(controller).sensors[sensor].isNotScanned, ToByte(!isScanned));
 }
 
 void IpmiSimulator::SetSensorCompletionCode(std::uint8_t controller, std::uint8_t sensor, std::uint8_t code) {
-    Store(GetState(controller).sensors[sensor].completionCode, code);
+    Store(m_memory.GetController(controller).sensors[sensor].completionCode, code);
 }
 
 void IpmiSimulator::SetCompletionCode(std::uint8_t controller, IpmiCommand command, std::uint8_t code) {
-    Store(GetCommand(GetState(controller), command).completionCode, code);
+    Store(GetCommand(m_memory.GetController(controller), command).completionCode, code);
 }
 
 void IpmiSimulator::SetReplyLength(std::uint8_t controller, IpmiCommand command, std::optional<std::uint8_t> length) {
-    Store(GetCommand(GetState(controller), command).replyLength, std::uint16_t{length.value_or(0)});
+    Store(GetCommand(m_memory.GetController(controller), command).replyLength, std::uint16_t{length.value_or(0)});
 }
 
 void IpmiSimulator::SetServiceTime(std::uint8_t controller, std::chrono::microseconds time) {
-    Store(GetState(controller).serviceMicroseconds, static_cast<std::uint32_t>(time.count()));
+    Store(m_memory.GetController(controller).serviceMicroseconds, static_cast<std::uint32_t>(time.count()));
 }
 
 void IpmiSimulator::SetPresent(std::uint8_t controller, bool isPresent) {
     if (controller == c_bmc) {
         throw std::invalid_argument("the controller at 0x20 is always present; stop or freeze the simulator");
     }
-    GetState(controller);
+    static_cast<void>(m_memory.GetController(controller));
     if (isPresent) {
         m_absent.erase(controller);
     } else {
@@ -231,49 +162,49 @@ void IpmiSimulator::SetPresent(std::uint8_t controller, bool isPresent) {
 }
 
 bool IpmiSimulator::IsPowerOn(std::uint8_t controller) const {
-    return Load(GetState(controller).isPowerOn) != 0;
+    return Load(m_memory.GetController(controller).isPowerOn) != 0;
 }
 
 void IpmiSimulator::SetPowerOn(std::uint8_t controller, bool isOn) {
-    Store(GetState(controller).isPowerOn, ToByte(isOn));
+    Store(m_memory.GetController(controller).isPowerOn, ToByte(isOn));
 }
 
 void IpmiSimulator::SetObeysShutdown(std::uint8_t controller, bool isObeying) {
-    Store(GetState(controller).obeysShutdown, ToByte(isObeying));
+    Store(m_memory.GetController(controller).obeysShutdown, ToByte(isObeying));
 }
 
 void IpmiSimulator::SetSelfTest(std::uint8_t controller, std::uint8_t result, std::uint8_t detail) {
-    Store(GetState(controller).selfTest[0], result);
-    Store(GetState(controller).selfTest[1], detail);
+    Store(m_memory.GetController(controller).selfTest[0], result);
+    Store(m_memory.GetController(controller).selfTest[1], detail);
 }
 
 int IpmiSimulator::GetIdentify(std::uint8_t controller) const {
-    return Load(GetState(controller).identify);
+    return Load(m_memory.GetController(controller).identify);
 }
 
 void IpmiSimulator::SetIdentifySupported(std::uint8_t controller, bool isSupported) {
-    Store(GetState(controller).isIdentifySupported, ToByte(isSupported));
+    Store(m_memory.GetController(controller).isIdentifySupported, ToByte(isSupported));
 }
 
 void IpmiSimulator::SetUpdating(std::uint8_t controller, bool isUpdating) {
-    Store(GetState(controller).isUpdating, ToByte(isUpdating));
+    Store(m_memory.GetController(controller).isUpdating, ToByte(isUpdating));
 }
 
 std::uint16_t IpmiSimulator::GetRegister(std::uint8_t controller, std::uint16_t address) const {
-    return Load(GetState(controller).registers[address]);
+    return Load(m_memory.GetController(controller).registers[address]);
 }
 
 void IpmiSimulator::SetRegister(std::uint8_t controller, std::uint16_t address, std::uint16_t value) {
-    Store(GetState(controller).registers[address], value);
+    Store(m_memory.GetController(controller).registers[address], value);
 }
 
 std::uint64_t IpmiSimulator::CountRequests(std::uint8_t controller, IpmiCommand command) const {
-    return Load(GetCommand(GetState(controller), command).count);
+    return Load(GetCommand(m_memory.GetController(controller), command).count);
 }
 
 std::uint64_t IpmiSimulator::CountRequests(std::uint8_t controller) const {
     std::uint64_t sum = 0;
-    for (const auto& commands : GetState(controller).commands) {
+    for (const auto& commands : m_memory.GetController(controller).commands) {
         for (const CommandState& command : commands) {
             sum += Load(command.count);
         }
@@ -282,11 +213,11 @@ std::uint64_t IpmiSimulator::CountRequests(std::uint8_t controller) const {
 }
 
 std::chrono::nanoseconds IpmiSimulator::GetBusyTime(std::uint8_t controller) const {
-    return std::chrono::nanoseconds(Load(GetState(controller).busyNanoseconds));
+    return std::chrono::nanoseconds(Load(m_memory.GetController(controller).busyNanoseconds));
 }
 
 void IpmiSimulator::ResetCounts() {
-    for (ControllerState& controller : m_state->controllers) {
+    for (ControllerState& controller : m_memory->controllers) {
         Store(controller.busyNanoseconds, std::uint64_t{0});
         for (auto& commands : controller.commands) {
             for (CommandState& command : commands) {
@@ -298,9 +229,9 @@ void IpmiSimulator::ResetCounts() {
 
 std::vector<ExecutedWrite> IpmiSimulator::GetWrites() const {
     std::vector<ExecutedWrite> writes;
-    const std::size_t count = std::min<std::size_t>(Load(m_state->writeCount), SimulatorState::c_maxWrites);
+    const std::size_t count = std::min<std::size_t>(Load(m_memory->writeCount), SimulatorState::c_maxWrites);
     for (std::size_t i = 0; i < count; ++i) {
-        const WriteState& write = m_state->writes[i];
+        const WriteState& write = m_memory->writes[i];
         writes.push_back({write.controller, write.netFunction, write.command, {write.data, write.data + write.length}});
     }
     return writes;
@@ -443,15 +374,6 @@ void IpmiSimulator::Await(const char* what, const std::function<bool()>& isDone)
     }
 }
 
-ControllerState& IpmiSimulator::GetState(std::uint8_t controller) const {
-    for (ControllerState& state : m_state->controllers) {
-        if (state.address == controller) {
-            return state;
-        }
-    }
-    throw std::invalid_argument("the simulator has no controller " + std::to_string(controller));
-}
-
 SimulatedSensor& IpmiSimulator::GetSensor(std::uint8_t controller, std::uint8_t sensor) {
     for (SimulatedController& description : m_chassis.controllers) {
         for (SimulatedSensor& candidate : description.sensors) {
@@ -470,7 +392,7 @@ void IpmiSimulator::Send(const std::string& lines) {
     if (::send(m_console, text.data(), text.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(text.size())) {
         throw std::runtime_error("the simulator does not read its console:\n" + GetOutput());
     }
-    Await("having done its commands", [this] { return Load(m_state->executedCommand) == m_commandsSent; });
+    Await("having done its commands", [this] { return Load(m_memory->executedCommand) == m_commandsSent; });
 }
 
 }  // namespace test

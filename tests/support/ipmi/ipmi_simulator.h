@@ -12,13 +12,11 @@
 #include <vector>
 
 #include "tests/support/ipmi/simulated_controller.h"
+#include "tests/support/ipmi/simulator_memory.h"
 #include "tests/support/process.h"
 #include "tests/support/temp_folder.h"
 
 namespace test {
-
-struct ControllerState;
-struct SimulatorState;
 
 /// A request that a controller executed and that changed something (chassis control, identify, clock, thresholds, FPGA
 /// registers), in the order of execution.
@@ -147,7 +145,6 @@ private:
     void TryStart();
     void AwaitAnswer(std::uint16_t port);
     void Await(const char* what, const std::function<bool()>& isDone);
-    ControllerState& GetState(std::uint8_t controller) const;
     SimulatedSensor& GetSensor(std::uint8_t controller, std::uint8_t sensor);
     void Send(const std::string& lines);
 
@@ -155,7 +152,7 @@ private:
     TempFolder m_folder;
     std::map<std::uint8_t, std::uint16_t> m_ports;
     std::set<std::uint8_t> m_absent;
-    SimulatorState* m_state = nullptr;
+    SimulatorMemory m_memory;
     std::uint64_t m_commandsSent = 0;
     bool m_isFrozen = false;
     int m_console = -1;

@@ -55,7 +55,7 @@ struct FpgaLayout {
 /// What one simulator process holds. The first controller must be the one at 0x20.
 struct SimulatedChassis {
     std::vector<SimulatedController> controllers{SimulatedController{}};
-    FpgaLayout fpga;
+    FpgaLayout fpga{};
 };
 
 }  // namespace test

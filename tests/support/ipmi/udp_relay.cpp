@@ -9,30 +9,27 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
+#include <condition_variable>
 #include <ctime>
-#include <deque>
 #include <list>
 #include <mutex>
 #include <optional>
-#include <random>
 #include <stdexcept>
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include "tests/support/ipmi/relay_lane.h"
 
 namespace test {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Bytes = std::vector<std::uint8_t>;
 
 // Each client has its own socket to the server; the one that was silent longest gives way.
 constexpr std::size_t c_maxClients = 64;
 constexpr std::size_t c_maxPacket = 65536;
-constexpr int c_maxBitsTurned = 8;
-constexpr std::chrono::milliseconds c_reorderLimit{20};
 
 sockaddr_in Loopback(std::uint16_t port) {
     sockaddr_in address{};
@@ -77,120 +74,15 @@ private:
     const int m_number;
 };
 
-struct Client {
-    explicit Client(const sockaddr_in& itsAddress, std::uint16_t server) : address(itsAddress) {
+}  // namespace
+
+/// Who sends to the relay, and the socket to the server that is its.
+struct RelayClient {
+    explicit RelayClient(const sockaddr_in& itsAddress, std::uint16_t server) : address(itsAddress) {
         socket.Connect(server);
     }
     const sockaddr_in address;
     const Socket socket;
-};
-
-struct Packet {
-    std::shared_ptr<Client> client;
-    Bytes data;
-    Clock::time_point due;
-};
-
-}  // namespace
-
-/// What happens to the packets of one direction. Not locked.
-class Lane {
-public:
-    explicit Lane(std::uint64_t seed) : m_generator(seed) {}
-
-    void SetFaults(const RelayFaults& faults) {
-        m_faults = faults;
-        m_number = 0;
-    }
-    RelayCounts& GetCounts() noexcept { return m_counts; }
-
-    /// Takes a packet in, which may then wait to be sent once, twice or not at all.
-    void Take(Packet packet) {
-        ++m_counts.received;
-        ++m_number;
-        const auto now = Clock::now();
-        if (m_faults.dropped.contains(m_number) || Happens(m_faults.drop)) {
-            ++m_counts.dropped;
-            return;
-        }
-        Spoil(packet.data);
-        packet.due = now + m_faults.delay;
-        const bool isDuplicated = Happens(m_faults.duplicate);
-        const bool isHeld = Happens(m_faults.reorder) && !m_held;
-        if (isHeld) {
-            ++m_counts.reordered;
-            m_held = std::move(packet);
-            m_held->due += c_reorderLimit;
-            return;
-        }
-        if (isDuplicated) {
-            ++m_counts.duplicated;
-            m_waiting.push_back(packet);
-        }
-        m_waiting.push_back(packet);
-        if (m_held) {
-            m_held->due = packet.due;
-            m_waiting.push_back(*std::exchange(m_held, std::nullopt));
-        }
-    }
-
-    /// @return the packets that are due, in the order in which they are to be sent.
-    std::vector<Packet> TakeDue(Clock::time_point now) {
-        std::vector<Packet> due;
-        if (m_held && m_held->due <= now) {
-            m_waiting.push_back(*std::exchange(m_held, std::nullopt));
-        }
-        // A delay that was made shorter must not keep later packets behind earlier ones.
-        for (auto packet = m_waiting.begin(); packet != m_waiting.end();) {
-            if (packet->due <= now) {
-                due.push_back(std::move(*packet));
-                packet = m_waiting.erase(packet);
-            } else {
-                ++packet;
-            }
-        }
-        m_counts.sent += due.size();
-        return due;
-    }
-
-    std::optional<Clock::time_point> NextDue() const {
-        std::optional<Clock::time_point> next;
-        if (m_held) {
-            next = m_held->due;
-        }
-        for (const Packet& packet : m_waiting) {
-            next = next ? std::min(*next, packet.due) : packet.due;
-        }
-        return next;
-    }
-
-private:
-    bool Happens(double share) { return std::uniform_real_distribution<>(0, 1)(m_generator) < share; }
-    std::size_t Draw(std::size_t from, std::size_t to) {
-        return std::uniform_int_distribution<std::size_t>(from, to)(m_generator);
-    }
-
-    void Spoil(Bytes& data) {
-        const bool isTruncated = Happens(m_faults.truncate);
-        const bool isCorrupted = Happens(m_faults.corrupt);
-        if (isTruncated && !data.empty()) {
-            ++m_counts.truncated;
-            data.resize(Draw(0, data.size() - 1));
-        }
-        if (isCorrupted && !data.empty()) {
-            ++m_counts.corrupted;
-            for (std::size_t bits = Draw(1, c_maxBitsTurned); bits > 0; --bits) {
-                data[Draw(0, data.size() - 1)] ^= static_cast<std::uint8_t>(1U << Draw(0, 7));
-            }
-        }
-    }
-
-    RelayFaults m_faults;
-    RelayCounts m_counts;
-    std::uint64_t m_number = 0;
-    std::mt19937_64 m_generator;
-    std::deque<Packet> m_waiting;
-    std::optional<Packet> m_held;
 };
 
 /// Sockets and thread of the relay.
@@ -214,7 +106,9 @@ public:
         ::close(m_wake);
     }
 
-    Lane& Get(RelayDirection_e direction) { return direction == RelayDirection_e::to_server ? m_toServer : m_toClient; }
+    RelayLane& Get(RelayDirection_e direction) {
+        return direction == RelayDirection_e::to_server ? m_toServer : m_toClient;
+    }
 
     // Call with the mutex held.
     void Listen(std::uint16_t onPort) {
@@ -222,7 +116,11 @@ public:
         socket->Bind(onPort);
         m_listener = std::move(socket);
     }
-    void Close() { m_listener.reset(); }
+    void Close(std::unique_lock<std::mutex>& lock) {
+        const std::weak_ptr<Socket> closing = std::exchange(m_listener, nullptr);
+        Wake();
+        m_hasLetGo.wait(lock, [&] { return closing.expired(); });
+    }
     bool IsOpen() const { return m_listener != nullptr; }
     void Wake() const {
         const std::uint64_t one = 1;
@@ -238,8 +136,8 @@ private:
         std::unique_lock lock(mutex);
         while (!m_isEnding) {
             // The thread has its share in every socket that it waits for, so that none is closed under it.
-            const std::shared_ptr<Socket> listener = m_listener;
-            std::vector<std::shared_ptr<Client>> clients(m_clients.begin(), m_clients.end());
+            std::shared_ptr<Socket> listener = m_listener;
+            std::vector<std::shared_ptr<RelayClient>> clients(m_clients.begin(), m_clients.end());
             std::vector<pollfd> sources{{m_wake, POLLIN, 0}, {listener ? listener->Get() : -1, POLLIN, 0}};
             for (const auto& client : clients) {
                 sources.push_back({client->socket.Get(), POLLIN, 0});
@@ -257,6 +155,8 @@ private:
                 ReceiveFromServer(client);
             }
             SendDue();
+            listener.reset();
+            m_hasLetGo.notify_all();
         }
     }
 
@@ -287,7 +187,7 @@ private:
     }
 
     // A server that is not there shows as an error here, which clients do not see.
-    void ReceiveFromServer(const std::shared_ptr<Client>& client) {
+    void ReceiveFromServer(const std::shared_ptr<RelayClient>& client) {
         for (;;) {
             const ssize_t size = ::recv(client->socket.Get(), m_buffer.data(), m_buffer.size(), 0);
             if (size < 0) {
@@ -299,10 +199,10 @@ private:
 
     void SendDue() {
         const auto now = Clock::now();
-        for (const Packet& packet : m_toServer.TakeDue(now)) {
+        for (const RelayPacket& packet : m_toServer.TakeDue(now)) {
             ::send(packet.client->socket.Get(), packet.data.data(), packet.data.size(), 0);
         }
-        for (const Packet& packet : m_toClient.TakeDue(now)) {
+        for (const RelayPacket& packet : m_toClient.TakeDue(now)) {
             if (m_listener) {
                 ::sendto(m_listener->Get(), packet.data.data(), packet.data.size(), 0,
                          reinterpret_cast<const sockaddr*>(&packet.client->address), sizeof packet.client->address);
@@ -311,7 +211,7 @@ private:
     }
 
     // The clients are in the order of their last packets, the latest last.
-    std::shared_ptr<Client> FindClient(const sockaddr_in& address) {
+    std::shared_ptr<RelayClient> FindClient(const sockaddr_in& address) {
         const auto known = std::find_if(m_clients.begin(), m_clients.end(),
                                         [&](const auto& c) { return c->address.sin_port == address.sin_port; });
         if (known != m_clients.end()) {
@@ -320,19 +220,20 @@ private:
             if (m_clients.size() == c_maxClients) {
                 m_clients.pop_front();
             }
-            m_clients.push_back(std::make_shared<Client>(address, m_server));
+            m_clients.push_back(std::make_shared<RelayClient>(address, m_server));
         }
         return m_clients.back();
     }
 
     const std::uint16_t m_server;
     const int m_wake;
+    std::condition_variable m_hasLetGo;
     bool m_isEnding = false;
     std::shared_ptr<Socket> m_listener;
-    std::list<std::shared_ptr<Client>> m_clients;
+    std::list<std::shared_ptr<RelayClient>> m_clients;
     std::array<std::uint8_t, c_maxPacket> m_buffer{};
-    Lane m_toServer{seed};
-    Lane m_toClient{~seed};
+    RelayLane m_toServer{seed};
+    RelayLane m_toClient{~seed};
     std::thread m_thread;
 };
 
@@ -356,9 +257,8 @@ void UdpRelay::SetFaults(const RelayFaults& faults) {
 }
 
 void UdpRelay::Close() {
-    const std::lock_guard lock(m_engine->mutex);
-    m_engine->Close();
-    m_engine->Wake();
+    std::unique_lock lock(m_engine->mutex);
+    m_engine->Close(lock);
 }
 
 void UdpRelay::Open() {

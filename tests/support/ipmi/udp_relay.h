@@ -36,7 +36,8 @@ struct RelayCounts {
 };
 
 /// Passes UDP packets between clients and a server on loopback and spoils them as told. One thread of its own; all
-/// functions may be called from any thread. The faults follow from the seed and the order of packets alone.
+/// functions may be called from any thread. The faults follow from the seed and the order of packets alone. At most 64
+/// clients at a time; that the server's port is closed shows to clients as silence only.
 class UdpRelay {
 public:
     /// Relays to 127.0.0.1:@p serverPort.
