@@ -29,11 +29,12 @@ void Redirect(const std::string& file, int stream) {
 }
 
 [[noreturn]] void Become(const std::vector<std::string>& command, const std::string& outputFile,
-                         const std::string& errorFile, const std::map<std::string, std::string>& environment) {
+                         const std::string& errorFile, const std::map<std::string, std::string>& environment,
+                         std::optional<int> input) {
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    ::dup2(::open("/dev/null", O_RDONLY), STDIN_FILENO);
+    ::dup2(input ? *input : ::open("/dev/null", O_RDONLY), STDIN_FILENO);
     Redirect(outputFile, STDOUT_FILENO);
     Redirect(errorFile, STDERR_FILENO);
     for (const auto& [name, value] : environment) {
@@ -51,13 +52,13 @@ void Redirect(const std::string& file, int stream) {
 }  // namespace
 
 Process::Process(const std::vector<std::string>& command, const std::string& outputFile, const std::string& errorFile,
-                 const std::map<std::string, std::string>& environment)
+                 const std::map<std::string, std::string>& environment, std::optional<int> input)
     : m_pid(::fork()) {
     if (m_pid < 0) {
         throw std::runtime_error("cannot fork");
     }
     if (m_pid == 0) {
-        Become(command, outputFile, errorFile, environment);
+        Become(command, outputFile, errorFile, environment, input);
     }
 }
 

@@ -11,9 +11,10 @@ namespace test {
 /// A program that a test runs from outside. It is killed at the latest when the object ends.
 class Process {
 public:
-    /// Starts @p command, whose first word is the program's path. Its output goes to the two files.
+    /// Starts @p command, whose first word is the program's path. Its output goes to the two files; its input is the
+    /// descriptor @p input, or nothing (/dev/null).
     Process(const std::vector<std::string>& command, const std::string& outputFile, const std::string& errorFile,
-            const std::map<std::string, std::string>& environment = {});
+            const std::map<std::string, std::string>& environment = {}, std::optional<int> input = std::nullopt);
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
     ~Process();
