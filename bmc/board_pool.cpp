@@ -22,7 +22,10 @@ Board* BoardPool::GetBoard(const Uri& uri) const {
 }
 
 std::unique_ptr<Sweep> BoardPool::StartSweep(const SensorIds& sensors) const {
-    return m_backend == nullptr ? std::make_unique<Sweep>() : m_backend->StartSweep(sensors);
+    if (m_backend == nullptr) {
+        return std::make_unique<Sweep>();
+    }
+    return m_backend->StartSweep(sensors);
 }
 
 void BoardPool::LimitAccesses(std::chrono::steady_clock::time_point deadline) const {
