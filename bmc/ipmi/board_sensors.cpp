@@ -59,7 +59,7 @@ void BoardSensors::Attend() {
                 Load();
                 m_thresholdsRead = m_repositoryRead = now;
             }
-        } else if (isBack || now - m_repositoryRead >= m_timing.repository) {
+        } else if (isBack || IsOverdue(now) || now - m_repositoryRead >= m_timing.repository) {
             m_thresholdsRead = m_repositoryRead = now;
             m_sensors->Refresh(true);
         } else if (now - m_thresholdsRead >= m_timing.thresholds) {
@@ -73,6 +73,11 @@ void BoardSensors::Attend() {
         Settle(error.what());
         Tell(error.what());
     }
+}
+
+bool BoardSensors::IsOverdue(Clock::time_point now) const {
+    return !m_sensors->IsComplete() && m_link.IsAnswering().value_or(false) &&
+           now - m_thresholdsRead >= m_timing.incomplete;
 }
 
 void BoardSensors::Load() {

@@ -16,8 +16,10 @@ namespace bmc::ipmi {
 
 /// How often what is known of a board's sensors is made sure of.
 struct SensorsTiming {
-    std::chrono::milliseconds thresholds{std::chrono::minutes(5)};    ///< anew after that time
-    std::chrono::milliseconds repository{std::chrono::hours(1)};      ///< its stamp is looked at after that time
+    std::chrono::milliseconds thresholds{std::chrono::minutes(5)};  ///< anew after that time
+    std::chrono::milliseconds repository{std::chrono::hours(1)};    ///< its stamp is looked at after that time
+    /// While something is missing that the board did not tell, it is asked again after that time.
+    std::chrono::milliseconds incomplete{std::chrono::seconds(10)};
     std::chrono::milliseconds idsPatience{std::chrono::seconds(30)};  ///< how long AwaitIds waits for a slow board
 };
 
@@ -41,6 +43,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
+    bool IsOverdue(Clock::time_point now) const;
     void Load();
     void Settle(const std::string& reason);
     void Tell(const std::string& reason);

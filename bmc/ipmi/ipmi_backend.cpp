@@ -1,5 +1,6 @@
 #include "bmc/ipmi/ipmi_backend.h"
 
+#include <string>
 #include <thread>
 #include <utility>
 
@@ -7,8 +8,40 @@
 
 namespace bmc::ipmi {
 
+namespace {
+
+/// "session with cipher suite 17", for messages.
+std::string SessionText(const ControllerSettings& settings) {
+    return settings.host.empty() ? "local system interface"
+                                 : "session with cipher suite " + std::to_string(settings.cipherSuite);
+}
+
+}  // namespace
+
 IpmiBackend::IpmiBackend(const Settings& settings, const TransportMaker& makeTransport, const LogFunction& log,
-                         ControllerTiming controllerTiming, SensorsTiming sensorsTiming) {
+                         const ControllerTiming& controllerTiming, const SensorsTiming& sensorsTiming)
+    : m_cache(settings.cacheFolder, log) {
+    OpenControllers(settings, makeTransport, log, controllerTiming);
+    for (const BoardSettings& board : settings.boards) {
+        ControllerEntry& reached = m_controllers[board.controller];
+        Link& link = reached.controller->LinkTo(reached.boards.size());
+        const std::string label = board.uri.ToString();
+        const SensorSetPlace place{label, settings.controllers[board.controller].Name(), board.target};
+        auto sensors = std::make_unique<BoardSensors>(
+            label, std::make_unique<SensorSet>(place, link, *reached.repository, m_cache, log), link, log,
+            sensorsTiming);
+        reached.boards.push_back(sensors.get());
+        auto made = std::make_unique<IpmiBoard>(board, link, *sensors);
+        m_uris.push_back(board.uri);
+        m_boards.emplace(board.uri, BoardEntry{&link, std::move(sensors), std::move(made)});
+    }
+    for (const ControllerEntry& reached : m_controllers) {
+        m_keepers.push_back(std::make_unique<SensorKeeper>(reached.boards));
+    }
+}
+
+void IpmiBackend::OpenControllers(const Settings& settings, const TransportMaker& makeTransport, const LogFunction& log,
+                                  const ControllerTiming& timing) {
     for (std::size_t index = 0; index < settings.controllers.size(); ++index) {
         std::vector<BoardOnController> reached;
         for (const BoardSettings& board : settings.boards) {
@@ -16,40 +49,25 @@ IpmiBackend::IpmiBackend(const Settings& settings, const TransportMaker& makeTra
                 reached.push_back({board.uri.ToString(), board.target});
             }
         }
-        const ControllerSettings& controller = settings.controllers[index];
-        m_controllers.push_back(std::make_unique<Controller>(controller, std::move(reached), makeTransport(controller),
-                                                             log, controllerTiming));
-    }
-    std::vector<std::vector<BoardSensors*>> kept(settings.controllers.size());
-    for (const BoardSettings& board : settings.boards) {
-        Controller& controller = *m_controllers[board.controller];
-        Link& link = controller.LinkTo(kept[board.controller].size());
-        auto sensors =
-            std::make_unique<BoardSensors>(board.uri.ToString(),
-                                           std::make_unique<SensorSet>(board.uri.ToString(), link, controller.OwnLink(),
-                                                                       board.target, settings.cacheFolder, log),
-                                           link, log, sensorsTiming);
-        kept[board.controller].push_back(sensors.get());
-        auto made = std::make_unique<IpmiBoard>(board, link, *sensors);
-        m_uris.push_back(board.uri);
-        m_boards.emplace(board.uri, BoardEntry{&link, std::move(sensors), std::move(made)});
-    }
-    for (std::vector<BoardSensors*>& boards : kept) {
-        m_keepers.push_back(std::make_unique<SensorKeeper>(std::move(boards)));
+        const ControllerSettings& way = settings.controllers[index];
+        const ControllerOptions options{way.Name(), SessionText(way), way.timeout, way.retries};
+        auto controller = std::make_unique<Controller>(options, reached, makeTransport(way), log, timing);
+        auto repository = std::make_unique<RepositoryStore>(controller->OwnLink(), way.Name());
+        m_controllers.push_back({std::move(controller), std::move(repository), {}});
     }
 }
 
 IpmiBackend::~IpmiBackend() {
     // The keepers wait for answers like everybody else.
-    for (const auto& controller : m_controllers) {
-        controller->LimitAccesses({std::chrono::steady_clock::now(), std::chrono::milliseconds(0), {}});
+    for (const ControllerEntry& reached : m_controllers) {
+        reached.controller->LimitAccesses({std::chrono::steady_clock::now(), std::chrono::milliseconds(0), {}});
     }
     m_keepers.clear();
     // Controllers close their sessions side by side.
     std::vector<std::thread> closers;
     closers.reserve(m_controllers.size());
-    for (auto& controller : m_controllers) {
-        closers.emplace_back([closed = std::move(controller)]() mutable { closed.reset(); });
+    for (ControllerEntry& reached : m_controllers) {
+        closers.emplace_back([closed = std::move(reached.controller)]() mutable { closed.reset(); });
     }
     for (std::thread& closer : closers) {
         closer.join();
@@ -87,8 +105,8 @@ std::unique_ptr<Sweep> IpmiBackend::StartSweep(const SensorIds& sensors) {
 }
 
 void IpmiBackend::LimitAccesses(std::chrono::steady_clock::time_point deadline) {
-    for (const auto& controller : m_controllers) {
-        controller->LimitAccesses({deadline, c_lastAccessMayTake, std::this_thread::get_id()});
+    for (const ControllerEntry& reached : m_controllers) {
+        reached.controller->LimitAccesses({deadline, c_lastAccessMayTake, std::this_thread::get_id()});
     }
 }
 

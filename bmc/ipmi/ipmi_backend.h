@@ -9,6 +9,8 @@
 #include "bmc/ipmi/board_sensors.h"
 #include "bmc/ipmi/controller.h"
 #include "bmc/ipmi/ipmi_board.h"
+#include "bmc/ipmi/record_cache.h"
+#include "bmc/ipmi/repository.h"
 #include "bmc/ipmi/sensor_keeper.h"
 #include "bmc/ipmi/settings.h"
 #include "bmc/ipmi/transport.h"
@@ -22,7 +24,7 @@ public:
 
     /// Starts the threads, which open the sessions and find out the sensors, all controllers side by side.
     IpmiBackend(const Settings& settings, const TransportMaker& makeTransport, const LogFunction& log,
-                ControllerTiming controllerTiming = {}, SensorsTiming sensorsTiming = {});
+                const ControllerTiming& controllerTiming = {}, const SensorsTiming& sensorsTiming = {});
     ~IpmiBackend() override;
 
     std::vector<Uri> GetAllLocalBoardUris() const override;
@@ -31,16 +33,26 @@ public:
     void LimitAccesses(std::chrono::steady_clock::time_point deadline) override;
 
 private:
+    void OpenControllers(const Settings& settings, const TransportMaker& makeTransport, const LogFunction& log,
+                         const ControllerTiming& timing);
+
     struct BoardEntry {
         Link* link;
         std::unique_ptr<BoardSensors> sensors;
         std::unique_ptr<IpmiBoard> board;
     };
 
-    std::vector<std::unique_ptr<Controller>> m_controllers;
+    struct ControllerEntry {
+        std::unique_ptr<Controller> controller;
+        std::unique_ptr<RepositoryStore> repository;
+        std::vector<BoardSensors*> boards;
+    };
+
+    RecordCache m_cache;
+    std::vector<ControllerEntry> m_controllers;
     std::vector<Uri> m_uris;  ///< in the configuration's order
     std::map<Uri, BoardEntry> m_boards;
-    std::vector<std::unique_ptr<SensorKeeper>> m_keepers;  ///< use all above
+    std::vector<std::unique_ptr<SensorKeeper>> m_keepers;  ///< one a controller; use all above
 };
 
 }  // namespace bmc::ipmi
