@@ -43,7 +43,6 @@ IpmiSimulator::IpmiSimulator(SimulatedChassis chassis)
     if (m_chassis.controllers.empty() || m_chassis.controllers.front().address != c_bmc) {
         throw std::invalid_argument("a simulator's first controller is the one at 0x20");
     }
-    std::filesystem::create_directory(m_folder.Path("state"));
     try {
         Start();
     } catch (...) {
@@ -313,8 +312,8 @@ void IpmiSimulator::TryStart() {
     std::filesystem::remove(m_folder.Path("out"));
     std::filesystem::remove(m_folder.Path("err"));
     m_process = std::make_unique<Process>(
-        std::vector<std::string>{c_program, "-c", configuration, "-f", commands, "-s", m_folder.Path("state")},
-        m_folder.Path("out"), m_folder.Path("err"), std::map<std::string, std::string>{}, ends[1]);
+        std::vector<std::string>{c_program, "-c", configuration, "-f", commands, "-p"}, m_folder.Path("out"),
+        m_folder.Path("err"), std::map<std::string, std::string>{}, ends[1]);
     ::close(ends[1]);
     Send("");
     for (const auto& [controller, port] : m_ports) {
