@@ -1,5 +1,6 @@
 #pragma once
 
+#include <gtest/gtest.h>
 #include <linux/ipmi.h>
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
@@ -11,14 +12,14 @@
 #include <deque>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "bmc/ipmi/ipmi_driver.h"
 
 namespace test {
 
-/// The kernel's side of /dev/ipmi0: takes requests, and has messages ready as the test says. Used by one thread, but
-/// for nothing.
+/// The kernel's side of /dev/ipmi0: takes requests, and has messages ready as the test says. Used by one thread.
 class FakeIpmiDriver : public bmc::ipmi::IpmiDriver {
 public:
     /// A request as it came through the ioctl.
