@@ -8,7 +8,8 @@
 namespace bmc::ipmi {
 
 IpmiBackend::IpmiBackend(const Settings& settings, const TransportMaker& makeTransport, const LogFunction& log,
-                         ControllerTiming controllerTiming, SensorsTiming sensorsTiming) {
+                         ControllerTiming controllerTiming, SensorsTiming sensorsTiming)
+    : m_cache(settings.cacheFolder, log) {
     for (std::size_t index = 0; index < settings.controllers.size(); ++index) {
         std::vector<BoardOnController> reached;
         for (const BoardSettings& board : settings.boards) {
@@ -19,16 +20,16 @@ IpmiBackend::IpmiBackend(const Settings& settings, const TransportMaker& makeTra
         const ControllerSettings& controller = settings.controllers[index];
         m_controllers.push_back(std::make_unique<Controller>(controller, std::move(reached), makeTransport(controller),
                                                              log, controllerTiming));
+        m_stores.push_back(std::make_unique<RepositoryStore>(m_controllers.back()->OwnLink(), controller.Name()));
     }
     std::vector<std::vector<BoardSensors*>> kept(settings.controllers.size());
     for (const BoardSettings& board : settings.boards) {
         Controller& controller = *m_controllers[board.controller];
         Link& link = controller.LinkTo(kept[board.controller].size());
-        auto sensors =
-            std::make_unique<BoardSensors>(board.uri.ToString(),
-                                           std::make_unique<SensorSet>(board.uri.ToString(), link, controller.OwnLink(),
-                                                                       board.target, settings.cacheFolder, log),
-                                           link, log, sensorsTiming);
+        const SensorSetPlace place{board.uri.ToString(), settings.controllers[board.controller].Name(), board.target};
+        auto sensors = std::make_unique<BoardSensors>(
+            place.label, std::make_unique<SensorSet>(place, link, *m_stores[board.controller], m_cache, log), link, log,
+            sensorsTiming);
         kept[board.controller].push_back(sensors.get());
         auto made = std::make_unique<IpmiBoard>(board, link, *sensors);
         m_uris.push_back(board.uri);

@@ -9,6 +9,8 @@
 #include "bmc/ipmi/board_sensors.h"
 #include "bmc/ipmi/controller.h"
 #include "bmc/ipmi/ipmi_board.h"
+#include "bmc/ipmi/record_cache.h"
+#include "bmc/ipmi/repository.h"
 #include "bmc/ipmi/sensor_keeper.h"
 #include "bmc/ipmi/settings.h"
 #include "bmc/ipmi/transport.h"
@@ -38,6 +40,8 @@ private:
     };
 
     std::vector<std::unique_ptr<Controller>> m_controllers;
+    std::vector<std::unique_ptr<RepositoryStore>> m_stores;  ///< of each controller
+    RecordCache m_cache;
     std::vector<Uri> m_uris;  ///< in the configuration's order
     std::map<Uri, BoardEntry> m_boards;
     std::vector<std::unique_ptr<SensorKeeper>> m_keepers;  ///< use all above
