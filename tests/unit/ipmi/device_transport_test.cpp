@@ -149,7 +149,7 @@ TEST_F(DeviceTransportTest, NoAnswer_FailsAtTheDeadline) {
     const auto start = steady_clock::now();
     EXPECT_EQ(Failure([&] { Exchange(c_getReading, start + 30ms); }), TransportFailure_e::noAnswer);
     EXPECT_GE(steady_clock::now() - start, 30ms);
-    EXPECT_THAT(m_text, testing::StartsWith("no answer within 3"));
+    EXPECT_THAT(m_text, HasSubstr("no answer within "));
 }
 
 TEST_F(DeviceTransportTest, DeadlineThatHasPassed_SendsNothing) {
