@@ -11,7 +11,8 @@ import sys
 
 FOLDERS = ("bmc", "core", "daemon")
 # The first argument begins with a text; what begins with a variable has its text elsewhere.
-CALL = re.compile(r'(?:Log(?:Info|Warning|Error|Critical|Caught|AndGoOn)|->Warning|\.Warning)\(\s*(?:std::string\()?"((?:[^"\\]|\\.)+)"')
+CALL = re.compile(r'(?:Log(?:Info|Warning|Error|Critical|Caught|AndGoOn)\(|->Warning\(|\.Warning\(|m_log\(\s*qstd::LogLevel_e::\w+,)'
+                  r'\s*(?:std::string\()?"((?:[^"\\]|\\.)+)"')
 
 # Stands for the TEXT of the message's row.
 UNKNOWN = re.compile(r"Unknown [Ee]xception\.?$")
