@@ -65,7 +65,7 @@ protected:
                 const auto result = Board().FpgaSpiRead(static_cast<std::uint16_t>(c_register + i));
                 EXPECT_TRUE(result.failed != 0 || result.value == ValueOf(i)) << i << ": " << result.value;
             });
-            ++(error.empty() ? m_right : m_failed);
+            Count(error);
         }
         Take([&] { return Board().GetFwRevision(); }, 245);
         Take([&] { return Board().GetPowerStatus() == bmc::BoardPowerStatus_e::on ? 1 : 0; }, 1);
@@ -80,8 +80,14 @@ protected:
 
     template <class Access>
     void Take(const Access& access, double expected) {
-        const std::string error = ErrorOf([&] { EXPECT_EQ(access(), expected) << Relay().Describe(); });
+        Count(ErrorOf([&] { EXPECT_EQ(access(), expected) << Relay().Describe(); }));
+    }
+
+    void Count(const std::string& error) {
         ++(error.empty() ? m_right : m_failed);
+        if (!error.empty()) {
+            std::this_thread::sleep_for(Milliseconds(1));  // a board that is silent fails at once
+        }
     }
 
     void ExpectAllWellAfterwards() {
@@ -127,13 +133,14 @@ TEST_P(RelayFaultKindTest, BothWays_NeverAWrongValue) {
     ExpectAllWellAfterwards();
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Kinds, RelayFaultKindTest,
-    testing::Values(NamedFaults{"Loss", {.drop = 0.05}}, NamedFaults{"Duplicates", {.duplicate = 0.5}},
-                    NamedFaults{"CutShort", {.truncate = 0.05}}, NamedFaults{"Corrupt", {.corrupt = 0.05}},
-                    NamedFaults{"Reordered", {.reorder = 0.1}},
-                    NamedFaults{"Delayed", {.delay = std::chrono::milliseconds(10)}}),
-    [](const auto& kind) { return kind.param.name; });
+INSTANTIATE_TEST_SUITE_P(Kinds, RelayFaultKindTest,
+                         testing::Values(NamedFaults{"Loss", {.drop = 0.05}},
+                                         NamedFaults{"Duplicates", {.duplicate = 0.5}},
+                                         NamedFaults{"CutShort", {.truncate = 0.05}},
+                                         NamedFaults{"Corrupt", {.corrupt = 0.05}},
+                                         NamedFaults{"Reordered", {.reorder = 0.1}},
+                                         NamedFaults{"Delayed", {.delay = std::chrono::milliseconds(10)}}),
+                         [](const auto& kind) { return kind.param.name; });
 
 TEST_F(RelayFaultTest, AnswersLaterThanTheTimeout_AreTakenForNoOthers) {
     Start();
@@ -146,7 +153,7 @@ TEST_F(RelayFaultTest, AnswersLaterThanTheTimeout_AreTakenForNoOthers) {
         }
     });
     EXPECT_GT(m_right, 0);
-    EXPECT_GT(m_failed, 0);
+    EXPECT_GT(m_openings.opened, 1) << "late answers cost sessions";
     ExpectAllWellAfterwards();
 }
 

@@ -52,8 +52,8 @@ protected:
         ErrorOf([&] { EXPECT_EQ(board.GetFwRevision(), 245); });
         ErrorOf([&] { EXPECT_EQ(board.GetIpmiVersion(), 2); });
         ErrorOf([&] {
-            EXPECT_THAT(board.GetStatus(), AnyOf(bmc::BoardStatus_e::ok, bmc::BoardStatus_e::unknown,
-                                                 bmc::BoardStatus_e::not_responding));
+            EXPECT_THAT(board.GetStatus(),
+                        AnyOf(bmc::BoardStatus_e::ok, bmc::BoardStatus_e::unknown, bmc::BoardStatus_e::not_responding));
         });
         ErrorOf([&] {
             EXPECT_THAT(board.GetPowerStatus(), AnyOf(bmc::BoardPowerStatus_e::on, bmc::BoardPowerStatus_e::unknown));
