@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
@@ -76,6 +77,9 @@ public:
 
     /// See bmc::Backend::LimitAccesses.
     void LimitAccesses(const StopLimit& limit);
+
+    /// How many requests and batches of the callers wait or are under way.
+    std::size_t CountJobs() const;
 
 private:
     std::shared_ptr<ControllerWorker> m_worker;

@@ -60,7 +60,7 @@ struct Factors {
 
 /// One sensor of a simulated controller. Thresholds and readings are raw bytes; ToReading and ToRaw convert.
 struct SimulatedSensor {
-    std::uint8_t number = 1;
+    std::uint8_t number = 1;  ///< each once in a controller, on whatever LUN
     std::uint8_t lun = 0;
     std::string name;  ///< at most 16 bytes
     std::uint8_t type = sensor_type::c_temperature;
