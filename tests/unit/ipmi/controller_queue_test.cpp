@@ -122,6 +122,23 @@ TEST_F(ControllerQueue, Batch_LetsWhatIsReadInBetween) {
     EXPECT_EQ(seen[6], "20:30/12");
 }
 
+TEST_F(ControllerQueue, Batch_GivesAnswersBeforeItsEnd) {
+    StartAndAwait();
+    m_fake->SetGate(false);
+    m_fake->SetHook([this](const std::string& what) {
+        if (what == "20:04/01") {
+            m_fake->SetGate(false);
+        }
+    });
+    auto batch = Own().Begin(Sweep(2));
+    ASSERT_TRUE(AwaitSeen("20:04/00"));
+    auto caller = Elsewhere([&] { batch->Await(0); });
+    OpenGate();
+    EXPECT_EQ(EndOf(caller), "");
+    OpenGate();
+    batch->Await(1);
+}
+
 TEST_F(ControllerQueue, Batch_GivenUp_SendsNoMoreOfIt) {
     StartAndAwait();
     Occupy();
