@@ -29,8 +29,10 @@ constexpr milliseconds c_politeness{100};
 /// each, in lengths of the probe.
 constexpr int c_pauseAfterProbe = 4;
 
-/// The caller of a batch is woken that often, not for each answer.
+/// The caller of a batch is woken that often at the most, not for each answer; it looks by itself in case the answer
+/// after the one that it waits for takes long.
 constexpr milliseconds c_wakePeriod{1};
+constexpr milliseconds c_lookPeriod{10};
 
 SteadyTime Now() {
     return std::chrono::steady_clock::now();
@@ -146,9 +148,9 @@ std::optional<Failure> ControllerWorker::WhyGivenUp(const Job& job, SteadyTime n
 }
 
 SteadyTime ControllerWorker::NextLook(const Job& job, SteadyTime now) const {
-    SteadyTime next = SteadyTime::max();
+    SteadyTime next = job.requests.size() > 1 ? now + c_lookPeriod : SteadyTime::max();
     if (job.purpose != Purpose_e::sweeping && !job.isStarted) {
-        next = job.begin + m_timing.queuePatience;
+        next = std::min(next, job.begin + m_timing.queuePatience);
     }
     if (m_limit) {
         next = std::min(next, m_limit->LastMoment(job.purpose, job.caller, job.begin));
