@@ -174,8 +174,8 @@ std::vector<AttributeRule> WayToController() {
         {.name = "privilege",
          .type = qcfg::EnumName<Privilege_e>("privilege", "privilege level"),
          .defaultValue = "operator",
-         .doc = "What the session may do: user reads sensors, operator also sets clocks and switches power, the "
-                "commands of <fpga> may need administrator."},
+         .doc = "What the session may do: user reads sensors, operator also sets clocks and switches power; the "
+                "commands of fpga may need administrator."},
         {.name = "cipher",
          .type = CipherSuite(),
          .defaultValue = "17",

@@ -105,4 +105,8 @@ void Controller::LimitAccesses(const StopLimit& limit) {
     m_worker->LimitAccesses(limit);
 }
 
+std::size_t Controller::CountJobs() const {
+    return m_worker->CountJobs();
+}
+
 }  // namespace bmc::ipmi

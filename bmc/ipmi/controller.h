@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
@@ -14,7 +15,7 @@
 
 namespace bmc::ipmi {
 
-/// Takes log messages. Any thread.
+/// Takes log messages. Called from any thread, without a lock. Must not throw.
 using LogFunction = std::function<void(qstd::LogLevel_e level, const std::string& text)>;
 
 /// What a controller's thread has to know of it beside the transport.
@@ -76,6 +77,9 @@ public:
 
     /// See bmc::Backend::LimitAccesses.
     void LimitAccesses(const StopLimit& limit);
+
+    /// How many requests and batches of the callers wait or are under way.
+    std::size_t CountJobs() const;
 
 private:
     std::shared_ptr<ControllerWorker> m_worker;

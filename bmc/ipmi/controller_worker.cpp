@@ -177,6 +177,11 @@ void ControllerWorker::LimitAccesses(const StopLimit& limit) {
     m_queue.WakeAll();
 }
 
+std::size_t ControllerWorker::CountJobs() const {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    return m_queue.Count();
+}
+
 void ControllerWorker::Run() {
     qstd::SetThreadName("ipmi " + m_options.name);
     Lock lock(m_mutex);

@@ -45,6 +45,7 @@ public:
     std::optional<bool> IsAnswering(std::size_t port) const;
     unsigned long GetReturns(std::size_t port) const;
     void LimitAccesses(const StopLimit& limit);
+    std::size_t CountJobs() const;
 
 private:
     using Lock = std::unique_lock<std::mutex>;

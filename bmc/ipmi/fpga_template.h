@@ -42,7 +42,7 @@ private:
     /// What stands at a place of a message.
     enum class Token_e : std::uint8_t { literal, anything, addressHigh, addressLow, valueHigh, valueLow };
     struct Token {
-        Token_e kind;
+        Token_e kind = Token_e::literal;
         std::uint8_t byte = 0;  ///< of a literal
     };
     class Parser;

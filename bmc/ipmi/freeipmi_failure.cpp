@@ -64,9 +64,12 @@ TransportError ToTransportError(int errorNumber, int systemError, const Controll
             return {refused, "the controller does not offer RMCP+ (IPMI v2.0) sessions"};
         case IPMI_ERR_BMC_BUSY:
             return {refused, "no session slot is free, or the controller is busy"};
+        case IPMI_ERR_BAD_RMCPPLUS_STATUS_CODE:
+            return {refused, fmt::format("the controller refused to open a session; probably cipher suite {} is not "
+                                         "offered",
+                                         settings.cipherSuite)};
         case IPMI_ERR_AUTHENTICATION_TYPE_UNAVAILABLE:
         case IPMI_ERR_BAD_COMPLETION_CODE:
-        case IPMI_ERR_BAD_RMCPPLUS_STATUS_CODE:
         case IPMI_ERR_COMMAND_INVALID_OR_UNSUPPORTED:
             return {refused,
                     fmt::format("the controller refused to open a session ({})", ipmi_ctx_strerror(errorNumber))};

@@ -43,19 +43,24 @@ TransportError NoAnswerSince(SteadyTime start) {
     return {TransportFailure_e::noAnswer, fmt::format("no answer within {} ms", waited.count())};
 }
 
-/// A completion code of the bridge, which the library tells as an error of its own; nothing for other errors.
-std::optional<std::uint8_t> BridgeCode(int errorNumber) {
+/// A completion code with which a bridge refuses, which the library tells as an error of its own, several codes as the
+/// same; nothing for other errors.
+struct BridgeCode {
+    std::uint8_t code;
+    bool isCertain;
+};
+std::optional<BridgeCode> ToBridgeCode(int errorNumber) {
     switch (errorNumber) {
         case IPMI_ERR_MESSAGE_TIMEOUT:
-            return c_timeout;
+            return BridgeCode{c_timeout, true};
         case IPMI_ERR_BMC_BUSY:
-            return c_nodeBusy;
+            return BridgeCode{c_nodeBusy, false};
         case IPMI_ERR_PRIVILEGE_LEVEL_INSUFFICIENT:
-            return c_insufficientPrivilege;
+            return BridgeCode{c_insufficientPrivilege, true};
         case IPMI_ERR_COMMAND_INVALID_OR_UNSUPPORTED:
-            return c_invalidCommand;
+            return BridgeCode{c_invalidCommand, false};
         case IPMI_ERR_BAD_COMPLETION_CODE:
-            return c_noAcknowledge;
+            return BridgeCode{c_noAcknowledge, false};
         default:
             return std::nullopt;
     }
@@ -128,9 +133,8 @@ void FreeIpmiTransport::TryToOpen(const char* password, SteadyTime deadline) {
     m_guard.End();
     if (result != 0) {
         const int error = ipmi_ctx_errnum(context.get());
-        if (error == IPMI_ERR_INTERNAL_ERROR && systemError == EINTR) {
-            ThrowIfInterrupted();
-            throw TransportError(TransportFailure_e::noAnswer, "no answer");
+        if (error == IPMI_ERR_INTERNAL_ERROR) {
+            ThrowIfTooLate(deadline);
         }
         throw ToTransportError(error, systemError, m_settings);
     }
@@ -159,11 +163,11 @@ Response FreeIpmiTransport::TryToExchange(const Target& target, const Request& r
     std::vector<std::uint8_t> reply;
     const int error = Send(target, request, reply, deadline);
     if (error != IPMI_ERR_SUCCESS) {
-        const auto code = target.IsBridged() ? BridgeCode(error) : std::nullopt;
+        const auto code = target.IsBridged() ? ToBridgeCode(error) : std::nullopt;
         if (!code) {
             throw ToTransportError(error, 0, m_settings);
         }
-        return code == c_noAcknowledge ? AskTheBridge(target, deadline) : Response{*code, {}};
+        return {code->isCertain ? code->code : AskTheBridge(target, code->code, deadline), {}};
     }
     // The command stands in front of the completion code.
     if (reply.size() < 2) {
@@ -177,9 +181,10 @@ Response FreeIpmiTransport::TryToExchange(const Target& target, const Request& r
     return {reply[1], {reply.begin() + 2, reply.end()}};
 }
 
-/// The library does not say with which code the bridge refused to pass a request on. It is asked with a request of our
-/// own that may be executed: Get Device ID, the answer to which nobody awaits.
-Response FreeIpmiTransport::AskTheBridge(const Target& target, SteadyTime deadline) {
+/// The code with which the bridge refuses to pass requests to @p target on. It is asked with one that may be executed,
+/// Get Device ID, the answer to which nobody awaits.
+/// @return @p guess when the bridge has no code now
+std::uint8_t FreeIpmiTransport::AskTheBridge(const Target& target, std::uint8_t guess, SteadyTime deadline) {
     constexpr std::uint8_t c_sendMessage = 0x34;
     constexpr std::uint8_t c_tracked = 0x40;
     constexpr std::uint8_t c_getDeviceIdNetFn = static_cast<std::uint8_t>(NetFn_e::app) << 2U;
@@ -192,7 +197,7 @@ Response FreeIpmiTransport::AskTheBridge(const Target& target, SteadyTime deadli
     std::vector<std::uint8_t> reply;
     const int error = Send({}, probe, reply, deadline);
     const bool hasCode = error == IPMI_ERR_SUCCESS && reply.size() >= 2 && reply[1] != c_completed;
-    return {hasCode ? reply[1] : c_noAcknowledge, {}};
+    return hasCode ? reply[1] : guess;
 }
 
 /// @return IPMI_ERR_SUCCESS or what the library says went wrong @throws TransportError when the deadline came first
@@ -218,11 +223,8 @@ int FreeIpmiTransport::Send(const Target& target, const Request& request, std::v
         return IPMI_ERR_SUCCESS;
     }
     const int error = ipmi_ctx_errnum(m_context);
-    if (error == IPMI_ERR_INTERNAL_ERROR) {
-        if (systemError == EINTR) {
-            ThrowIfInterrupted();
-            throw TransportError(TransportFailure_e::noAnswer, "no answer");
-        }
+    if (error == IPMI_ERR_INTERNAL_ERROR) {  // what a call is that the guard has ended
+        ThrowIfTooLate(deadline);
         throw ToTransportError(error, systemError, m_settings);
     }
     return error;
@@ -255,17 +257,12 @@ void FreeIpmiTransport::Release(SteadyTime deadline) noexcept {
     m_guard.End();
 }
 
-/// Before anything is sent.
 void FreeIpmiTransport::ThrowIfTooLate(SteadyTime deadline) {
-    ThrowIfInterrupted();
-    if (steady_clock::now() >= deadline) {
-        throw TransportError(TransportFailure_e::noAnswer, "no answer");
-    }
-}
-
-void FreeIpmiTransport::ThrowIfInterrupted() {
     if (m_guard.TakeInterruption()) {
         throw TransportError(TransportFailure_e::interrupted, "interrupted");
+    }
+    if (steady_clock::now() >= deadline) {
+        throw TransportError(TransportFailure_e::noAnswer, "no answer");
     }
 }
 

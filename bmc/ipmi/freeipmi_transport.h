@@ -43,9 +43,8 @@ private:
     void Release(SteadyTime deadline) noexcept;
     int Send(const Target& target, const Request& request, std::vector<std::uint8_t>& reply, SteadyTime deadline);
     Response TryToExchange(const Target& target, const Request& request, SteadyTime deadline);
-    Response AskTheBridge(const Target& target, SteadyTime deadline);
+    std::uint8_t AskTheBridge(const Target& target, std::uint8_t guess, SteadyTime deadline);
     void ThrowIfTooLate(SteadyTime deadline);
-    void ThrowIfInterrupted();
 
     const ControllerSettings m_settings;
     const WithPassword m_withPassword;

@@ -42,6 +42,14 @@ std::vector<std::shared_ptr<Job>> RequestQueue::TakeAll(const std::function<bool
     return taken;
 }
 
+std::size_t RequestQueue::Count() const noexcept {
+    std::size_t count = 0;
+    for (const auto& jobs : m_jobs) {
+        count += jobs.size();
+    }
+    return count;
+}
+
 void RequestQueue::WakeAll() const {
     for (const auto& jobs : m_jobs) {
         for (const std::shared_ptr<Job>& each : jobs) {

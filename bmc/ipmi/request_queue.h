@@ -72,6 +72,8 @@ public:
     /// Takes all jobs out that @p isMeant says.
     std::vector<std::shared_ptr<Job>> TakeAll(const std::function<bool(const Job&)>& isMeant);
 
+    std::size_t Count() const noexcept;
+
     /// Wakes the callers of all jobs.
     void WakeAll() const;
 

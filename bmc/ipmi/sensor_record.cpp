@@ -1,8 +1,11 @@
 #include "bmc/ipmi/sensor_record.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <limits>
 #include <memory>
+#include <span>
 #include <type_traits>
 
 #include <freeipmi/record-format/ipmi-sdr-record-format.h>
@@ -194,17 +197,21 @@ std::optional<double> Convert(const ConversionFactors& factors, std::uint8_t cou
     if (factors.linearization > c_lastFunction) {
         return std::nullopt;
     }
-    const auto decode = [&](std::uint8_t linearization) -> std::optional<double> {
-        double value = 0.0;
-        const bool isDecoded = ipmi_sensor_decode_value(factors.rExponent, factors.bExponent, factors.m, factors.b,
-                                                        linearization, factors.format, count, &value) >= 0;
-        return isDecoded && std::isfinite(value) ? std::optional(value) : std::nullopt;
+    const auto decode = [&](std::uint8_t linearization) {
+        double value = std::numeric_limits<double>::quiet_NaN();
+        ipmi_sensor_decode_value(factors.rExponent, factors.bExponent, factors.m, factors.b, linearization,
+                                 factors.format, count, &value);
+        return value;
     };
-    // The library takes the inverse of 0 for 0.
-    if (factors.linearization == IPMI_SDR_LINEARIZATION_INVERSE && decode(IPMI_SDR_LINEARIZATION_LINEAR) == 0.0) {
-        return std::nullopt;
+    double value = 0.0;
+    if (factors.linearization == IPMI_SDR_LINEARIZATION_INVERSE) {
+        value = 1.0 / decode(IPMI_SDR_LINEARIZATION_LINEAR);  // the library takes the inverse of 0 for 0
+    } else if (factors.linearization == IPMI_SDR_LINEARIZATION_CUBERT) {
+        value = std::cbrt(decode(IPMI_SDR_LINEARIZATION_LINEAR));  // version 1.6.10 takes the power of -3
+    } else {
+        value = decode(factors.linearization);
     }
-    return decode(factors.linearization);
+    return std::isfinite(value) ? std::optional(value) : std::nullopt;
 }
 
 }  // namespace bmc::ipmi

@@ -164,14 +164,14 @@ std::size_t SettingsReader::ReadController(const ElementReader& reader, int line
         return place->second.index;
     }
     const ControllerSettings& first = m_settings.controllers[place->second.index];
-    const std::array<std::pair<const char*, bool>, 4> c_common = {{
+    const std::array<std::pair<const char*, bool>, 4> common = {{
         {"user", first.user == controller.user},
         {controller.password.isCredential ? "password-credential" : "password-file",
          first.password == controller.password},
         {"privilege", first.privilege == controller.privilege},
         {"cipher", first.cipherSuite == controller.cipherSuite},
     }};
-    for (const auto& [attribute, isSame] : c_common) {
+    for (const auto& [attribute, isSame] : common) {
         if (!isSame) {
             reader.Refuse(std::string("attribute \"") + attribute + "\" of <board> says something else than that of " +
                           "the board in line " + std::to_string(place->second.line) + ", with which it shares " +

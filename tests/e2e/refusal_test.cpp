@@ -51,7 +51,7 @@ TEST_F(DaemonTest, ExternalEntity_IsRefusedAndNeverLoaded) {
 
 TEST_F(DaemonTest, BoardsSection_IsProvedBeforeAnythingStarts) {
     test::WriteFile(m_folder.Path("config.xml"), "<zelkor>\n<boards backend='smoke'/></zelkor>");
-    ExpectRefusal(Command(), m_folder.Path("config.xml") + ":2: unknown backend \"smoke\" (known: sim)");
+    ExpectRefusal(Command(), m_folder.Path("config.xml") + ":2: unknown backend \"smoke\" (known: sim, ipmi)");
     test::WriteFile(m_folder.Path("config.xml"), "<zelkor><boards backend='sim'/>\n<boards backend='sim'/></zelkor>");
     ExpectRefusal(Command(), m_folder.Path("config.xml") + ":2: second <boards> section; there may be one only");
 }

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <future>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -218,13 +218,27 @@ TEST_F(IpmiSimulatorTest, AbsentSatellite_IsRefusedByTheBus) {
     Output({"raw", "0x06", "0x01"}, {.target = c_satellite});
 }
 
+TEST_F(IpmiSimulatorTest, EndSessions_OpenSessionIsForgotten) {
+    s_simulator->EndSessions();
+    s_simulator->ResetCounts();
+    // A session stays open while its client still has much to ask for.
+    s_simulator->SetServiceTime(c_bmc, std::chrono::milliseconds(20));
+    const Process client = StartIpmitool(*s_simulator, {"sensor"});
+    while (s_simulator->CountRequests(c_bmc, c_getSensorReading) == 0) {
+    }
+    EXPECT_EQ(s_simulator->CountSessions(), 1U);
+    s_simulator->EndSessions();
+    EXPECT_EQ(s_simulator->CountSessions(), 0U);
+    s_simulator->SetServiceTime(c_bmc, std::chrono::microseconds(0));
+}
+
 TEST_F(IpmiSimulatorTest, Frozen_AnswersOnlyAfterTheThaw) {
     s_simulator->Freeze();
-    std::future<Result> waiting = std::async(std::launch::async, [] { return Ipmitool(*s_simulator, {"mc", "info"}); });
-    EXPECT_EQ(waiting.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+    Process client = StartIpmitool(*s_simulator, {"mc", "info"});
+    EXPECT_EQ(client.Wait(std::chrono::milliseconds(100)), std::nullopt);
     EXPECT_THROW(s_simulator->SetRaw(c_bmc, 1, 1), std::runtime_error);
     s_simulator->Thaw();
-    EXPECT_THAT(waiting.get().status, Optional(0));
+    EXPECT_THAT(client.Wait(), Optional(0));
     s_simulator->SetRaw(c_bmc, 1, 40);
 }
 

@@ -1,7 +1,5 @@
 #include "tests/support/ipmi/ipmi_simulator.h"
 
-#include <arpa/inet.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -15,6 +13,7 @@
 
 #include "tests/support/file.h"
 #include "tests/support/ipmi/simulator_files.h"
+#include "tests/support/ipmi/simulator_port.h"
 
 namespace test {
 
@@ -28,30 +27,6 @@ constexpr int c_startAttempts = 5;
 // Below the range from which the system takes ports of clients.
 constexpr int c_firstPort = 20000;
 constexpr int c_lastPort = 31999;
-
-sockaddr_in Loopback(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-int OpenSocket() {
-    const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (socket < 0) {
-        throw std::runtime_error("cannot open a socket for the simulator's test");
-    }
-    return socket;
-}
-
-bool IsFree(std::uint16_t port) {
-    const int socket = OpenSocket();
-    const sockaddr_in address = Loopback(port);
-    const bool isFree = ::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    ::close(socket);
-    return isFree;
-}
 
 std::uint8_t ToByte(bool value) {
     return value ? 1 : 0;
@@ -68,7 +43,6 @@ IpmiSimulator::IpmiSimulator(SimulatedChassis chassis)
     if (m_chassis.controllers.empty() || m_chassis.controllers.front().address != c_bmc) {
         throw std::invalid_argument("a simulator's first controller is the one at 0x20");
     }
-    std::filesystem::create_directory(m_folder.Path("state"));
     try {
         Start();
     } catch (...) {
@@ -161,6 +135,15 @@ void IpmiSimulator::SetPresent(std::uint8_t controller, bool isPresent) {
     }
 }
 
+std::size_t IpmiSimulator::CountSessions() {
+    Command("harness_count_sessions");
+    return Load(m_memory->sessionCount);
+}
+
+void IpmiSimulator::EndSessions() {
+    Command("harness_end_sessions");
+}
+
 bool IpmiSimulator::IsPowerOn(std::uint8_t controller) const {
     return Load(m_memory.GetController(controller).isPowerOn) != 0;
 }
@@ -184,6 +167,16 @@ int IpmiSimulator::GetIdentify(std::uint8_t controller) const {
 
 void IpmiSimulator::SetIdentifySupported(std::uint8_t controller, bool isSupported) {
     Store(m_memory.GetController(controller).isIdentifySupported, ToByte(isSupported));
+}
+
+void IpmiSimulator::SetPassword(std::uint8_t controller, const std::string& password) {
+    for (SimulatedController& description : m_chassis.controllers) {
+        if (description.address == controller) {
+            description.users.at(0).password = password;
+            return;
+        }
+    }
+    throw std::invalid_argument("the simulator has no controller " + std::to_string(controller));
 }
 
 void IpmiSimulator::SetUpdating(std::uint8_t controller, bool isUpdating) {
@@ -292,7 +285,7 @@ void IpmiSimulator::ChoosePorts() {
     for (const SimulatedController& controller : m_chassis.controllers) {
         if (controller.hasLan) {
             auto port = static_cast<std::uint16_t>(any(generator));
-            while (chosen.contains(port) || !IsFree(port)) {
+            while (chosen.contains(port) || !IsFreePort(port)) {
                 port = static_cast<std::uint16_t>(any(generator));
             }
             chosen.insert(port);
@@ -329,35 +322,13 @@ void IpmiSimulator::TryStart() {
     std::filesystem::remove(m_folder.Path("out"));
     std::filesystem::remove(m_folder.Path("err"));
     m_process = std::make_unique<Process>(
-        std::vector<std::string>{c_program, "-c", configuration, "-f", commands, "-s", m_folder.Path("state")},
-        m_folder.Path("out"), m_folder.Path("err"), std::map<std::string, std::string>{}, ends[1]);
+        std::vector<std::string>{c_program, "-c", configuration, "-f", commands, "-p"}, m_folder.Path("out"),
+        m_folder.Path("err"), std::map<std::string, std::string>{}, ends[1]);
     ::close(ends[1]);
     Send("");
     for (const auto& [controller, port] : m_ports) {
-        AwaitAnswer(port);
+        Await("an answer", [port = port] { return AnswersOnPort(port); });
     }
-}
-
-// Get Channel Authentication Capabilities, which needs no session, until there is an answer.
-void IpmiSimulator::AwaitAnswer(std::uint16_t port) {
-    static constexpr std::array<std::uint8_t, 23> c_request{0x06, 0x00, 0xff, 0x07, 0x00, 0x00, 0x00, 0x00,
-                                                            0x00, 0x00, 0x00, 0x00, 0x00, 0x09, 0x20, 0x18,
-                                                            0xc8, 0x81, 0x00, 0x38, 0x8e, 0x04, 0xb5};
-    const int socket = OpenSocket();
-    const sockaddr_in address = Loopback(port);
-    ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    try {
-        Await("an answer", [socket] {
-            std::array<char, 256> reply{};
-            pollfd source{socket, POLLIN, 0};
-            return ::send(socket, c_request.data(), c_request.size(), 0) > 0 && ::poll(&source, 1, 50) > 0 &&
-                   ::recv(socket, reply.data(), reply.size(), MSG_DONTWAIT) > 0;
-        });
-    } catch (...) {
-        ::close(socket);
-        throw;
-    }
-    ::close(socket);
 }
 
 void IpmiSimulator::Await(const char* what, const std::function<bool()>& isDone) {

@@ -91,12 +91,19 @@ public:
     // Requests.
     /// Completion code of every request with @p command, which is then not executed; 0 = none forced.
     void SetCompletionCode(std::uint8_t controller, IpmiCommand command, std::uint8_t code);
-    /// Replies to @p command are cut to @p length bytes, the completion code counted; nothing = whole.
+    /// Replies to @p command are cut to @p length bytes, the completion code counted (so at least 1); nothing = whole.
     void SetReplyLength(std::uint8_t controller, IpmiCommand command, std::optional<std::uint8_t> length);
     /// How long every request takes to serve (Send Message, which only carries another one, none).
     void SetServiceTime(std::uint8_t controller, std::chrono::microseconds time);
     /// A satellite is taken from the IPMB or comes back. Not while frozen; not for the one at 0x20.
     void SetPresent(std::uint8_t controller, bool isPresent);
+
+    // Sessions. Not while frozen.
+    /// Sessions of all controllers that are open, or were never closed and have not timed out (after 30 s). A
+    /// controller has room for 63.
+    std::size_t CountSessions();
+    /// The controllers forget all sessions, as after the time-out, without a word to the clients.
+    void EndSessions();
 
     // State.
     bool IsPowerOn(std::uint8_t controller = 0x20) const;
@@ -109,6 +116,8 @@ public:
     int GetIdentify(std::uint8_t controller = 0x20) const;
     /// Whether Get Chassis Status tells the identify state (so at the start).
     void SetIdentifySupported(std::uint8_t controller, bool isSupported);
+    /// Password of the controller's first user, from the next start on.
+    void SetPassword(std::uint8_t controller, const std::string& password);
     /// Device id byte 4 bit 7: the firmware is being updated.
     void SetUpdating(std::uint8_t controller, bool isUpdating);
     std::uint16_t GetRegister(std::uint8_t controller, std::uint16_t address) const;
@@ -143,7 +152,6 @@ private:
     void ChoosePorts();
     void Start();
     void TryStart();
-    void AwaitAnswer(std::uint16_t port);
     void Await(const char* what, const std::function<bool()>& isDone);
     SimulatedSensor& GetSensor(std::uint8_t controller, std::uint8_t sensor);
     void Send(const std::string& lines);

@@ -24,4 +24,8 @@ struct IpmitoolOptions {
 Result Ipmitool(const IpmiSimulator& simulator, const std::vector<std::string>& words,
                 const IpmitoolOptions& options = {});
 
+/// Starts it and lets it run; what it prints is lost.
+Process StartIpmitool(const IpmiSimulator& simulator, const std::vector<std::string>& words,
+                      const IpmitoolOptions& options = {});
+
 }  // namespace test

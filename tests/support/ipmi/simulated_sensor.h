@@ -36,9 +36,9 @@ inline constexpr std::uint8_t c_degreesC = 1;
 inline constexpr std::uint8_t c_volts = 4;
 inline constexpr std::uint8_t c_amps = 5;
 inline constexpr std::uint8_t c_watts = 6;
-inline constexpr std::uint8_t c_cfm = 13;
+inline constexpr std::uint8_t c_cfm = 17;
 inline constexpr std::uint8_t c_rpm = 18;
-inline constexpr std::uint8_t c_feet = 37;
+inline constexpr std::uint8_t c_feet = 29;
 }  // namespace unit
 
 /// IPMI's numbers of what a simulated sensor measures.
@@ -60,7 +60,7 @@ struct Factors {
 
 /// One sensor of a simulated controller. Thresholds and readings are raw bytes; ToReading and ToRaw convert.
 struct SimulatedSensor {
-    std::uint8_t number = 1;
+    std::uint8_t number = 1;  ///< each once in a controller, on whatever LUN
     std::uint8_t lun = 0;
     std::string name;  ///< at most 16 bytes
     std::uint8_t type = sensor_type::c_temperature;

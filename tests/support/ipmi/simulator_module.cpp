@@ -288,6 +288,40 @@ int TellDone(emu_out_t* /*out*/, emu_data_t* /*emulator*/, lmc_data_t* /*mc*/, c
     return 0;
 }
 
+// Calls @p action with every LAN channel of every controller.
+template <typename Action>
+void ForEachLan(Action action) {
+    constexpr unsigned char c_lanMedium = 4;
+    for (const ControllerState& controller : g_state->controllers) {
+        lmc_data_t* mc = controller.address != 0 ? g_system->ipmb_addrs[controller.address] : nullptr;
+        channel_t** channels = mc != nullptr ? g_system->mc_get_channelset(mc) : nullptr;
+        for (int i = 0; channels != nullptr && i < IPMI_MAX_CHANNELS; ++i) {
+            if (channels[i] != nullptr && channels[i]->medium_type == c_lanMedium) {
+                action(*static_cast<lanserv_data_t*>(channels[i]->chan_info));
+            }
+        }
+    }
+}
+
+// Console command: sessions end as if nobody had used them for long.
+int EndSessions(emu_out_t* /*out*/, emu_data_t* /*emulator*/, lmc_data_t* /*mc*/, char** /*words*/) {
+    constexpr unsigned int c_long = 1'000'000;  // seconds
+    ForEachLan([](lanserv_data_t& lan) { lan.tick_handler.handler(lan.tick_handler.info, c_long); });
+    return 0;
+}
+
+// Console command.
+int CountSessions(emu_out_t* /*out*/, emu_data_t* /*emulator*/, lmc_data_t* /*mc*/, char** /*words*/) {
+    std::uint32_t count = 0;
+    ForEachLan([&count](const lanserv_data_t& lan) {
+        for (const session_t& session : lan.sessions) {
+            count += session.active != 0 ? 1 : 0;
+        }
+    });
+    Store(g_state->sessionCount, count);
+    return 0;
+}
+
 bool MapState(const char* path) {
     const int file = ::open(path, O_RDWR | O_CLOEXEC);
     void* memory = ::mmap(nullptr, sizeof(SimulatorState), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
@@ -334,6 +368,8 @@ int ipmi_sim_module_init(sys_data_t* sys, char* options) {
         ipmi_emu_register_cmd_handler(g_state->fpga.netFunction, command, Serve, nullptr);
     }
     ipmi_emu_add_cmd("harness_done", NOMC, TellDone);
+    ipmi_emu_add_cmd("harness_end_sessions", NOMC, EndSessions);
+    ipmi_emu_add_cmd("harness_count_sessions", NOMC, CountSessions);
     Store(g_state->hasCipherSuite17, std::uint8_t{test::AddCipherSuite17()});
     // Service times shall be as long as they were said to be.
     ::prctl(PR_SET_TIMERSLACK, 1);

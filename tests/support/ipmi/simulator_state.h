@@ -80,6 +80,7 @@ struct SimulatorState {
     FpgaState fpga;
     std::uint8_t hasCipherSuite17;
     std::uint64_t executedCommand;  ///< number of the last console command that is done
+    std::uint32_t sessionCount;     ///< when it was last counted
     std::uint32_t writeCount;       ///< may exceed what is kept
     std::array<WriteState, c_maxWrites> writes;
     std::array<ControllerState, c_maxControllers> controllers;

@@ -1,0 +1,94 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "bmc/ipmi/freeipmi_transport.h"
+#include "tests/integration/ipmi/small_simulator.h"
+
+namespace test {
+
+using namespace bmc::ipmi;
+using namespace std::chrono_literals;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+inline const Request c_getDeviceId(NetFn_e::app, 0x01);
+inline const Request c_setSelTime(NetFn_e::storage, 0x49, {0x00, 0x00, 0x00, 0x60});
+
+/// Sessions with a simulated controller. Cipher suite 3: the simulator has no 17.
+class LanTest : public testing::Test {
+protected:
+    /// How much later than its deadline a call may come back, on a busy machine.
+    static constexpr milliseconds c_tolerance{50};
+
+    void SetUp() override {
+        if (!SmallSimulator::IsInstalled()) {
+            GTEST_SKIP() << SmallSimulator::c_program << " is not installed";
+        }
+        m_simulator = std::make_unique<SmallSimulator>();
+    }
+
+    ControllerSettings Settings() const {
+        ControllerSettings settings;
+        settings.host = "127.0.0.1";
+        settings.port = m_simulator->GetPort();
+        settings.user = "ops";
+        settings.privilege = Privilege_e::administrator;
+        settings.cipherSuite = 3;
+        settings.timeout = 200ms;
+        settings.retries = 2;
+        return settings;
+    }
+
+    static std::unique_ptr<FreeIpmiTransport> Make(const ControllerSettings& settings,
+                                                   const std::string& password = "ops-secret") {
+        return std::make_unique<FreeIpmiTransport>(settings, [password](const auto& use) { use(password.c_str()); });
+    }
+    std::unique_ptr<FreeIpmiTransport> Make() const { return Make(Settings()); }
+    std::unique_ptr<FreeIpmiTransport> MakeOpen() const {
+        auto transport = Make();
+        transport->Open(In(5s));
+        return transport;
+    }
+
+    static SteadyTime In(milliseconds time) { return steady_clock::now() + time; }
+
+    static Response Ask(Transport& transport, const Request& request = c_getDeviceId, milliseconds limit = 5s,
+                        Sending_e sending = Sending_e::repeated, Target target = {}) {
+        return transport.Exchange(target, request, sending, In(limit));
+    }
+
+    /// How @p action failed; nothing when it did not. Its text and duration are kept.
+    template <typename Action>
+    std::optional<TransportFailure_e> Failure(Action action) {
+        const auto start = steady_clock::now();
+        std::optional<TransportFailure_e> failure;
+        m_text.clear();
+        try {
+            action();
+        } catch (const TransportError& error) {
+            m_text = error.what();
+            failure = error.GetFailure();
+        }
+        m_duration = std::chrono::round<milliseconds>(steady_clock::now() - start);
+        return failure;
+    }
+    std::optional<TransportFailure_e> FailureToOpen(const ControllerSettings& settings,
+                                                    const std::string& password = "ops-secret",
+                                                    milliseconds limit = 5s) {
+        const auto transport = Make(settings, password);
+        return Failure([&] { transport->Open(In(limit)); });
+    }
+
+    std::unique_ptr<SmallSimulator> m_simulator;
+    std::string m_text;
+    milliseconds m_duration{};
+};
+
+}  // namespace test
