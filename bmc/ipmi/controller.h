@@ -15,7 +15,7 @@
 
 namespace bmc::ipmi {
 
-/// Takes log messages. Any thread.
+/// Takes log messages. Called from any thread, without a lock. Must not throw.
 using LogFunction = std::function<void(qstd::LogLevel_e level, const std::string& text)>;
 
 /// What a controller's thread has to know of it beside the transport.

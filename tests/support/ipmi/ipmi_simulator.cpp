@@ -169,6 +169,16 @@ void IpmiSimulator::SetIdentifySupported(std::uint8_t controller, bool isSupport
     Store(m_memory.GetController(controller).isIdentifySupported, ToByte(isSupported));
 }
 
+void IpmiSimulator::SetPassword(std::uint8_t controller, const std::string& password) {
+    for (SimulatedController& description : m_chassis.controllers) {
+        if (description.address == controller) {
+            description.users.at(0).password = password;
+            return;
+        }
+    }
+    throw std::invalid_argument("the simulator has no controller " + std::to_string(controller));
+}
+
 void IpmiSimulator::SetUpdating(std::uint8_t controller, bool isUpdating) {
     Store(m_memory.GetController(controller).isUpdating, ToByte(isUpdating));
 }

@@ -116,6 +116,8 @@ public:
     int GetIdentify(std::uint8_t controller = 0x20) const;
     /// Whether Get Chassis Status tells the identify state (so at the start).
     void SetIdentifySupported(std::uint8_t controller, bool isSupported);
+    /// Password of the controller's first user, from the next start on.
+    void SetPassword(std::uint8_t controller, const std::string& password);
     /// Device id byte 4 bit 7: the firmware is being updated.
     void SetUpdating(std::uint8_t controller, bool isUpdating);
     std::uint16_t GetRegister(std::uint8_t controller, std::uint16_t address) const;
