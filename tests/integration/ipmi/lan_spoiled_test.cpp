@@ -1,6 +1,13 @@
 #include "tests/integration/ipmi/lan_fixture.h"
 #include "tests/integration/ipmi/seen_by_library.h"
 
+/// The library forgets the objects of a bridged request, some 2 kB, when the answer cannot be taken apart at all.
+/// Nobody but it has them. A session that this project forgets still shows, as that of ipmi_ctx_create.
+extern "C" const char* __lsan_default_suppressions();
+extern "C" const char* __lsan_default_suppressions() {
+    return "leak:fiid_obj_create\nleak:fiid_obj_template\n";
+}
+
 namespace {
 
 using namespace test;
