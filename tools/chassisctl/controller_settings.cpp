@@ -3,8 +3,8 @@
 #include <charconv>
 #include <filesystem>
 #include <memory>
-#include <regex>
 #include <set>
+#include <string_view>
 #include <utility>
 
 #include "qcfg/document.h"
@@ -130,9 +130,16 @@ qcfg::Element MakeSection(const CommandLine& line, const BoardOptions& first) {
 
 /// What is wrong with an attribute, said of the option of that name.
 std::string OfOption(const std::string& text) {
-    static const std::regex c_attribute("^attribute \"([a-z-]+)\" of <boards?>");
+    constexpr std::string_view c_begin = "attribute \"";
+    constexpr std::string_view c_end = "\" of <board";
     const std::string place = qcfg::AtLine(c_noFile, 0, "");
-    return std::regex_replace(text.starts_with(place) ? text.substr(place.size()) : text, c_attribute, "--$1");
+    const std::string reason = text.starts_with(place) ? text.substr(place.size()) : text;
+    const std::size_t end = reason.find(c_end);
+    if (!reason.starts_with(c_begin) || end == std::string::npos) {
+        return reason;
+    }
+    const std::size_t rest = reason.find('>', end);  // of <board> or <boards>
+    return "--" + reason.substr(c_begin.size(), end - c_begin.size()) + reason.substr(rest + 1);
 }
 
 }  // namespace
