@@ -84,7 +84,7 @@ void ControllerWorker::Stop() {
 }
 
 std::shared_ptr<Job> ControllerWorker::Submit(std::size_t port, Purpose_e purpose, std::vector<Request> requests) {
-    const auto job = std::make_shared<Job>(port, purpose, std::move(requests));
+    auto job = std::make_shared<Job>(port, purpose, std::move(requests));
     const std::lock_guard<std::mutex> guard(m_mutex);
     if (const std::optional<Failure> end = WhyGivenUp(*job, job->begin)) {
         job->Finish(*end);
