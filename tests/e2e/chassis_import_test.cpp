@@ -178,7 +178,7 @@ TEST_F(ChassisImport, NobodyAnswers_Status2AndOneLine) {
     const Result silent = RunProgram(ImportCommand(port, {"--timeout", "100"}));
     EXPECT_EQ(silent.status, 2);
     EXPECT_THAT(silent.output, IsEmpty());
-    EXPECT_THAT(silent.error, StartsWith("zelkor-chassisctl: 127.0.0.1:" + std::to_string(port) + ": "));
+    EXPECT_THAT(silent.error, StartsWith("zelkor-chassisctl: io/1 (127.0.0.1:" + std::to_string(port) + "): "));
     EXPECT_EQ(std::count(silent.error.begin(), silent.error.end(), '\n'), 1) << silent.error;
 }
 
@@ -191,7 +191,7 @@ TEST_F(ChassisImport, BoardThatDoesNotAnswer_Status2AndNothingOfTheOthers) {
     const Result imported = Import(simulator, {"--ipmb", "0x20", "--ipmb", "0x82", "--timeout", "200"});
     EXPECT_EQ(imported.status, 2);
     EXPECT_THAT(imported.output, IsEmpty());
-    EXPECT_THAT(imported.error, HasSubstr(", IPMB 0x82: "));
+    EXPECT_THAT(imported.error, HasSubstr(", IPMB 0x82): "));
 }
 
 TEST_F(ChassisImport, WrongPassword_Status2AndNeverThePassword) {

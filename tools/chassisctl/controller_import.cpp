@@ -82,11 +82,10 @@ std::vector<bmc::SensorId> AskForIds(const ImportedBoard& imported) {
     try {
         return imported.board->GetSensorsIds();
     } catch (const qstd::Exception& error) {
-        const std::string text = imported.label + ": " + error.what();
         if (imported.board->GetStatus() == bmc::BoardStatus_e::not_responding) {
-            throw Silent(text);
+            throw Silent(error.what());
         }
-        throw qstd::Exception(text);
+        throw;
     }
 }
 
@@ -104,7 +103,7 @@ void AddSensor(ImportedBoard& imported, const bmc::Sensor& sensor, bmc::Sweep& s
         row.value = ValueOf(sweep.Read(sensor));
     } catch (const qstd::Exception& error) {
         if (imported.board->GetStatus() == bmc::BoardStatus_e::not_responding) {
-            throw Silent(imported.label + ": " + error.what());
+            throw Silent(error.what());
         }
         imported.remarks.push_back(std::string(error.what()) + "; taken as not available");
     }
