@@ -12,7 +12,6 @@ using test::IpmiSimulator;
 using test::Records_e;
 using test::SimulatedController;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -56,9 +55,7 @@ TEST_F(IpmiBoardsTest, BoardInformation_IsThatOfTheControllerAndFollowsIt) {
 }
 
 TEST_F(IpmiBoardsTest, ReplyThatIsCutShort_IsAnErrorAndNeverAValue) {
-    SimulatedController controller;
-    controller.sensors = test::SyntheticSensors(2);
-    IpmiSimulator simulator({.controllers = {controller}});
+    IpmiSimulator simulator(test::WithSensors(2));
     StartOn({test::Icb(simulator)});
     simulator.SetReplyLength(c_bmc, test::c_getSensorReading, 2);
     simulator.SetReplyLength(c_bmc, test::c_getDeviceId, 5);

@@ -6,23 +6,14 @@ namespace {
 
 using test::BoardAt;
 using test::IpmiSimulator;
-using test::SimulatedController;
-using testing::ElementsAre;
-using testing::IsEmpty;
+using test::WithSensors;
 using testing::StartsWith;
-using testing::UnorderedElementsAre;
 using testing::UnorderedElementsAreArray;
 
 constexpr std::uint8_t c_bmc = 0x20;
 
 class IpmiWholeTest : public test::IpmiDaemonTest {
 protected:
-    static test::SimulatedChassis WithSensors(std::size_t count) {
-        SimulatedController controller;
-        controller.sensors = test::SyntheticSensors(count);
-        return {.controllers = {controller}};
-    }
-
     static std::string Answers(const BoardAt& board, const std::string& boards) {
         return "INFO     Controller 127.0.0.1:" + std::to_string(board.simulator->GetPort()) +
                " answers: session with cipher suite " + std::to_string(board.cipherSuite) + " (" + boards + ")";
@@ -45,10 +36,7 @@ TEST_F(IpmiWholeTest, MixedChassis_EachWorkerDoesItsWorkAndSaysNothingElse) {
     const IpmiSimulator hostSimulator(WithSensors(6));
     const BoardAt icb = test::Icb(icbSimulator);
     const BoardAt io = test::Io(1, ioSimulator);
-    BoardAt host = test::Io(0, hostSimulator);
-    host.uri = "os/0";
-    host.type = "os";
-    host.name = "HOST";
+    BoardAt host = test::Host(hostSimulator);
     host.cipherSuite = 3;
     ConfigureBoards({io, icb, test::Behind(icb, 0x82, "psu/1", "PSU1", "power_supply"),
                      test::Behind(icb, 0x84, "io/4", "IO4"), host},

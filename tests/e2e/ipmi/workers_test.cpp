@@ -10,26 +10,16 @@ namespace {
 using test::BoardAt;
 using test::ExecutedWrite;
 using test::IpmiSimulator;
-using test::SimulatedController;
+using test::WithSensors;
 using test::Worker;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::EndsWith;
-using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::StartsWith;
 
 constexpr std::uint8_t c_bmc = 0x20;
 constexpr std::uint8_t c_satellite = 0x82;
 
-/// A temperature (5 10 15 80 90 100), one below zero (-20 -10 none 50 60 none) and a voltage, and what comes after.
-test::SimulatedChassis WithSensors(std::size_t count = 6) {
-    SimulatedController controller;
-    controller.sensors = test::SyntheticSensors(count);
-    return {.controllers = {controller}};
-}
-
-/// The same with a temperature that is beyond its upper non-recoverable limit.
+/// A temperature that is beyond its upper non-recoverable limit.
 test::SimulatedChassis TooHot() {
     test::SimulatedChassis chassis = WithSensors(2);
     chassis.controllers.front().sensors.front().raw = 101;
@@ -94,7 +84,7 @@ protected:
 };
 
 TEST_F(IpmiWorkersTest, Monitor_WarnsOfEveryCrossingOnceAndSaysWhenItIsOver) {
-    IpmiSimulator simulator(WithSensors());
+    IpmiSimulator simulator(WithSensors(6));
     StartOn({test::Icb(simulator)}, Only(c_everySecond));
     const auto become = [&](std::uint8_t sensor, double reading, const std::string& message) {
         simulator.SetReading(c_bmc, sensor, reading);
@@ -136,7 +126,7 @@ TEST_F(IpmiWorkersTest, Pass_AsksForTheSelectedSensorsAndForNoOthers) {
 }
 
 TEST_F(IpmiWorkersTest, Monitor_RecordsWhatTheSensorsReadAndTellsClients) {
-    IpmiSimulator simulator(WithSensors());
+    IpmiSimulator simulator(WithSensors(6));
     StartOn({test::Icb(simulator)}, Only("<monitor><frequency>1</frequency><filter><absolute enabled='false'/></filter>"
                                          "</monitor>\n"));
     simulator.SetReading(c_bmc, 1, 85);
@@ -186,10 +176,7 @@ TEST_F(IpmiWorkersTest, SensorOfTheHostBeyondItsLimit_ShutsTheChassisControllerD
     IpmiSimulator icb(WithSensors(1));
     icb.SetObeysShutdown(c_bmc, true);
     const IpmiSimulator host(TooHot());
-    BoardAt board = test::Io(0, host);
-    board.uri = "os/0";
-    board.type = "os";
-    StartOn({board, test::Icb(icb)}, Only("<damage_protection/>\n"));
+    StartOn({test::Host(host), test::Icb(icb)}, Only("<damage_protection/>\n"));
     ASSERT_TRUE(Await([&] { return !icb.IsPowerOn(); }));
     EXPECT_EQ(Stop(), 0);
     EXPECT_THAT(Actions(icb), ElementsAre(ChassisControl(c_bmc, 5)));
@@ -233,11 +220,8 @@ TEST_F(IpmiWorkersTest, Clocks_AreSetToUtcOnceAndTheHostsIsLeftAlone) {
     const IpmiSimulator icb(chassis);
     const IpmiSimulator host(WithSensors(1));
     const BoardAt first = test::Icb(icb);
-    BoardAt os = test::Io(0, host);
-    os.uri = "os/0";
-    os.type = "os";
     EXPECT_LT(ClockOf(icb), 0x20000000) << "it was never set";
-    StartOn({first, test::Behind(first, c_satellite, "io/2", "IO2"), os},
+    StartOn({first, test::Behind(first, c_satellite, "io/2", "IO2"), test::Host(host)},
             Only("<timesync><frequency>1</frequency></timesync>\n"));
     const auto expectRight = [&](std::optional<std::uint8_t> target) {
         EXPECT_NEAR(static_cast<double>(ClockOf(icb, target)), static_cast<double>(std::time(nullptr)), 2);
