@@ -24,6 +24,9 @@ using std::chrono::steady_clock;
 
 constexpr unsigned char c_responseBit = 1;  ///< of a network function
 
+/// Completion code with which a controller refuses to bridge to a channel that it does not have.
+constexpr std::uint8_t c_invalidField = 0xcc;
+
 union Address {
     ipmi_addr any;
     ipmi_system_interface_addr controller;
@@ -101,7 +104,9 @@ Response DeviceTransport::Exchange(const Target& target, const Request& request,
     const auto start = steady_clock::now();
     try {
         ThrowIfTooLate(deadline);
-        Send(target, request, sending);
+        if (!Send(target, request, sending)) {
+            return {c_invalidField, {}};
+        }
         for (;;) {
             Await(deadline);
             if (auto response = Receive(request)) {
@@ -117,7 +122,8 @@ Response DeviceTransport::Exchange(const Target& target, const Request& request,
     }
 }
 
-void DeviceTransport::Send(const Target& target, const Request& request, Sending_e sending) {
+/// @return false when the driver says that there is no such address or channel to bridge to
+bool DeviceTransport::Send(const Target& target, const Request& request, Sending_e sending) {
     Address address = ToAddress(target, request.lun);
     auto data = request.data;
     ipmi_req_settime message{};
@@ -131,9 +137,13 @@ void DeviceTransport::Send(const Target& target, const Request& request, Sending
     message.retries = sending == Sending_e::once ? 0 : static_cast<int>(m_settings.retries);
     message.retry_time_ms = static_cast<unsigned int>(m_settings.timeout.count());
     const int result = m_driver->Control(m_device, IPMICTL_SEND_COMMAND_SETTIME, &message);
+    if (result == -EINVAL && target.IsBridged()) {
+        return false;
+    }
     if (result < 0) {
         ThrowSystemError(m_settings.device, -result);
     }
+    return true;
 }
 
 /// Waits until there is something to receive.

@@ -15,7 +15,7 @@ namespace bmc::ipmi {
 ///
 /// The kernel's own interface is used, because libfreeipmi waits by the calendar clock and hides what could be waited
 /// for. Requests to the controller itself cannot get lost and are not sent again. Those that are bridged are sent again
-/// by the driver, which answers itself with c_timeout when it gives up.
+/// by the driver, which answers itself with c_timeout when it gives up; it looks at its clock once a second only.
 ///
 /// See Transport for the operations, threads and errors. There is no session: opening asks for the device id, so that
 /// success means what it does over the LAN; closing tells nobody.
@@ -33,7 +33,7 @@ public:
     void Interrupt() override;
 
 private:
-    void Send(const Target& target, const Request& request, Sending_e sending);
+    bool Send(const Target& target, const Request& request, Sending_e sending);
     std::optional<Response> Receive(const Request& request);
     void Await(SteadyTime deadline) const;
     void ThrowIfTooLate(SteadyTime deadline) const;

@@ -59,14 +59,26 @@ bool IsTooMuch(const Response& response) {
     }
 }
 
+/// The logical units that are asked: of device SDRs each that says it has sensors, because some controllers give all
+/// records from the first one, and some give each unit's from that unit.
+std::vector<std::uint8_t> UnitsOf(RepositoryKind_e kind, const RepositoryStamp& stamp) {
+    std::vector<std::uint8_t> units{0};
+    for (std::uint8_t unit = 1; kind == RepositoryKind_e::device && unit < 4; ++unit) {
+        if ((stamp.bytes[1] >> unit & 1U) != 0) {
+            units.push_back(unit);
+        }
+    }
+    return units;
+}
+
 /// Reads one repository once, record by record.
 class Reader {
 public:
-    Reader(Link& link, RepositoryKind_e kind, std::string who)
-        : m_link(link), m_commands(CommandsOf(kind)), m_who(std::move(who)) {}
+    Reader(Link& link, RepositoryKind_e kind, std::uint8_t lun, std::string who)
+        : m_link(link), m_commands(CommandsOf(kind)), m_lun(lun), m_who(std::move(who)) {}
 
-    std::vector<RawRecord> ReadAll() {
-        std::vector<RawRecord> records;
+    /// Adds the records that @p records does not have yet.
+    void ReadInto(std::vector<RawRecord>& records) {
         std::bitset<c_endOfRecords + 1> seen;
         Reserve();
         for (std::uint16_t id = c_firstRecord; id != c_endOfRecords; id = m_next) {
@@ -79,11 +91,10 @@ public:
             }
             seen.set(id);
             RawRecord record = ReadRecord(id);
-            if (!record.empty()) {
+            if (!record.empty() && (m_lun == 0 || std::find(records.begin(), records.end(), record) == records.end())) {
                 records.push_back(std::move(record));
             }
         }
-        return records;
     }
 
 private:
@@ -93,7 +104,8 @@ private:
         const auto high = [](std::uint16_t word) { return static_cast<std::uint8_t>(word >> 8); };
         Request request(m_commands.netFn, m_commands.get,
                         {low(m_reservation), high(m_reservation), low(id), high(id), static_cast<std::uint8_t>(offset),
-                         static_cast<std::uint8_t>(count)});
+                         static_cast<std::uint8_t>(count)},
+                        m_lun);
         Response response = m_link.Execute(request, Purpose_e::sweeping);
         if (response.completionCode == c_completed) {
             const auto& data = ExpectData(response, 2, m_who + ": " + CommandName(request));
@@ -104,7 +116,7 @@ private:
     }
 
     void Reserve() {
-        const Request request(m_commands.netFn, m_commands.reserve);
+        const Request request(m_commands.netFn, m_commands.reserve, {}, m_lun);
         const Response response = m_link.Execute(request, Purpose_e::sweeping);
         if (IsUnknown(response)) {
             m_reservation = 0;  // what a repository without reservations wants
@@ -121,7 +133,7 @@ private:
         std::this_thread::sleep_for(std::chrono::microseconds(wait(m_random)));
     }
 
-    /// @return empty for the first record of an empty repository
+    /// @return empty for the first record of an empty repository, or of a logical unit that has none
     RawRecord ReadRecord(std::uint16_t id) {
         for (int i = 0; i < c_mostReservations; ++i) {
             RawRecord record;
@@ -131,7 +143,8 @@ private:
                 Reserve();
                 continue;
             }
-            if (last.completionCode == c_notPresent && id == c_firstRecord) {
+            const bool isNothingThere = last.completionCode == c_notPresent || (m_lun != 0 && IsUnknown(last));
+            if (isNothingThere && id == c_firstRecord) {
                 m_next = c_endOfRecords;
                 return {};
             }
@@ -143,7 +156,7 @@ private:
     }
 
     Response ReadWhole(std::uint16_t id, RawRecord& record) {
-        const Response response = Get(id, 0, c_wholeRecord);
+        Response response = Get(id, 0, c_wholeRecord);
         if (IsTooMuch(response)) {
             m_isWholeGiven = false;
             return ReadParts(id, record);
@@ -170,7 +183,7 @@ private:
                                        : isBeginningRefused ? c_headerSize - record.size()
                                                             : m_part;
             const std::size_t count = std::min(wanted, m_part);
-            const Response response = Get(id, record.size(), count);
+            Response response = Get(id, record.size(), count);
             if (IsTooMuch(response) && !isLengthKnown && !isBeginningRefused) {
                 isBeginningRefused = true;
                 continue;
@@ -200,6 +213,7 @@ private:
 
     Link& m_link;
     const Commands m_commands;
+    const std::uint8_t m_lun;
     const std::string m_who;
     std::minstd_rand m_random{std::random_device{}()};
     std::uint16_t m_reservation = 0;
@@ -236,7 +250,10 @@ std::optional<Repository> ReadRepository(Link& link, RepositoryKind_e kind, cons
         if (!stamp) {
             return std::nullopt;
         }
-        std::vector<RawRecord> records = Reader(link, kind, who).ReadAll();
+        std::vector<RawRecord> records;
+        for (const std::uint8_t lun : UnitsOf(kind, *stamp)) {
+            Reader(link, kind, lun, who).ReadInto(records);
+        }
         auto after = ReadStamp(link, kind, who);
         if (after == stamp) {
             return Repository{*stamp, std::move(records)};

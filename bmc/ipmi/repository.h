@@ -15,7 +15,7 @@ namespace bmc::ipmi {
 /// Where a controller keeps sensor data records.
 enum class RepositoryKind_e : std::uint8_t {
     main,    ///< the repository of the whole system
-    device,  ///< the device SDRs: the records of its own sensors, those of logical unit 0
+    device,  ///< the device SDRs: the records of its own sensors, of all its logical units
 };
 
 /// Tells whether a repository has changed: the bytes of Get SDR Repository Info that do (version, count, times of the

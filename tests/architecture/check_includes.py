@@ -23,16 +23,20 @@ ARROWS = {
     "bmc/sim": {"bmc", "bmc/sim/control_protocol.h", "core/shared/qcfg", "core/shared/qstd"},
     # The language of the control socket: its client knows it and nothing else of the simulation.
     "bmc/sim/control_protocol.h": {"core/shared/qstd"},
-    "bmc/ipmi": {"bmc", "core/shared/qcfg", "core/shared/qstd"},
+    "bmc/ipmi": {"bmc", "bmc/ipmi/settings.h", "bmc/ipmi/plugin_loader.h", "core/shared/qcfg", "core/shared/qstd"},
+    # What a program itself knows of boards over IPMI: their settings, and how the backend is loaded.
+    "bmc/ipmi/settings.h": {"bmc", "bmc/ipmi", "core/shared/qcfg", "core/shared/qstd"},
+    "bmc/ipmi/plugin_loader.h": {"bmc", "bmc/ipmi", "bmc/ipmi/settings.h", "core/shared/qcfg", "core/shared/qstd"},
     "daemon": {"bmc", "core/shared/qapp", "core/shared/qreg", "core/shared/qnode", "core/shared/qcfg",
                "core/shared/qfeature", "core/shared/qstd"},
-    "daemon/main.cpp": {"daemon", "bmc", "bmc/sim", "bmc/ipmi", "core/shared/qreg/corba", "core/shared/qapp",
+    "daemon/main.cpp": {"daemon", "bmc", "bmc/sim", "bmc/ipmi", "bmc/ipmi/plugin_loader.h", "core/shared/qreg/corba", "core/shared/qapp",
                         "core/shared/qreg", "core/shared/qnode", "core/shared/qcfg", "core/shared/qfeature",
                         "core/shared/qstd"},
     "tools/regctl": {"core/shared/qreg/corba", "core/shared/qreg", "core/shared/qnode", "core/shared/qstd"},
     # What others write knows the wire contract and no header of ours.
     "examples/registry_client": set(),
-    "tools/chassisctl": {"bmc", "bmc/sim/control_protocol.h", "core/shared/qstd"},
+    "tools/chassisctl": {"bmc", "bmc/sim/control_protocol.h", "bmc/ipmi/settings.h", "bmc/ipmi/plugin_loader.h",
+                         "core/shared/qcfg", "core/shared/qstd"},
 }
 
 # Outside library -> (the folders that may include it, whether only sources may and headers not).

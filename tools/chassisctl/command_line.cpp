@@ -1,5 +1,7 @@
 #include "tools/chassisctl/command_line.h"
 
+#include <array>
+
 #include <boost/program_options.hpp>
 
 #include "qstd/exception.h"
@@ -7,6 +9,14 @@
 namespace chassisctl {
 
 namespace po = boost::program_options;
+
+namespace {
+
+/// Options that are given once and say how a controller is reached.
+constexpr std::array<const char*, 8> c_controllerOptions{"host",      "port",   "user",   "password-file",
+                                                         "privilege", "cipher", "device", "timeout"};
+
+}  // namespace
 
 CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
     CommandLine line;
@@ -23,8 +33,12 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
         ("uri", po::value(&uri))
         ("name", po::value(&name))
         ("live", po::value(&live))
+        ("ipmb", po::value(&line.ipmb))
         ("word", po::value(&line.words));
     // clang-format on
+    for (const char* const option : c_controllerOptions) {
+        options.add_options()(option, po::value<std::string>());
+    }
     po::positional_options_description positional;
     positional.add("word", -1);
     // No short options: "-5" is a number.
@@ -45,6 +59,11 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
     line.uri = given("uri", uri);
     line.name = given("name", name);
     line.live = given("live", live);
+    for (const char* const option : c_controllerOptions) {
+        if (found.count(option) != 0) {
+            line.controller.emplace(option, found[option].as<std::string>());
+        }
+    }
     return line;
 }
 
@@ -82,9 +101,20 @@ Without a daemon:
       --live makes readings move: temperatures follow the fans from the recorded value at 4000 RPM and 25 degrees
       ambient, other readings swing around the recorded value by PERCENT.
 
+  import [--type NAME] [--uri URI] [--name NAME] [--live PERCENT] [--timeout MS] [--ipmb ADDRESS]...
+         --host ADDRESS --user USER --password-file FILE [--port N] [--privilege NAME] [--cipher N]
+  import [--type NAME] [--uri URI] [--name NAME] [--live PERCENT] [--timeout MS] [--ipmb ADDRESS]...
+         --device /dev/ipmi0
+      prints the same of a management controller that is asked now, over the LAN or by this host's system interface:
+      sensors with their limits and present readings. The options are those of a configuration's <board>: port 623,
+      privilege "operator" ("user" is enough), cipher suite 17 and 1000 ms for an answer unless given; the first line of
+      FILE is the password, and nobody else may read it. --ipmb names a board by its address on the controller's bus,
+      0x20 being the controller itself; each gives a <board> of its own, with the uris counted up from the first one.
+      The name is that of the controller, followed by the address when there are several.
+
   --help, --version
 
-Exit status: 0; 1 when the command is refused or wrong; 2 when no daemon answers.
+Exit status: 0; 1 when the command is refused or wrong; 2 when no daemon, or no controller, answers.
 )";
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,6 +17,10 @@ struct CommandLine {
     bool follow = false;
     // Of `import`.
     std::optional<std::string> type, uri, name, live;
+    /// Of `import`, the way to a controller: the options' texts by their names, which are those of the configuration's
+    /// attributes ("host", "password-file", ..).
+    std::map<std::string, std::string> controller;
+    std::vector<std::string> ipmb;  ///< of `import`, in the order in which they were given
 };
 
 /// Options may stand anywhere; a word that begins with one "-" (a negative number, or "-" for standard input) is an

@@ -193,6 +193,10 @@ void CheckOptions(const CommandLine& line) {
     demand(line.uri.has_value(), isImport, "--uri", "import");
     demand(line.name.has_value(), isImport, "--name", "import");
     demand(line.live.has_value(), isImport, "--live", "import");
+    for (const auto& [option, text] : line.controller) {
+        demand(true, isImport, ("--" + option).c_str(), "import");
+    }
+    demand(!line.ipmb.empty(), isImport, "--ipmb", "import");
 }
 
 int Dispatch(const CommandLine& line, Streams streams, std::chrono::milliseconds limit) {

@@ -11,7 +11,7 @@ namespace chassisctl {
 
 inline constexpr int c_exitDone = 0;
 inline constexpr int c_exitRefused = 1;   ///< wrong usage, or the daemon or the file does not allow it
-inline constexpr int c_exitNoAnswer = 2;  ///< no daemon answers
+inline constexpr int c_exitNoAnswer = 2;  ///< no daemon, or no controller, answers
 
 /// Where a command reads and writes.
 struct Streams {

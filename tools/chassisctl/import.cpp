@@ -10,6 +10,7 @@
 #include "bmc/uri.h"
 #include "qstd/exception.h"
 #include "tools/chassisctl/board_writer.h"
+#include "tools/chassisctl/controller_import.h"
 #include "tools/chassisctl/sensor_table.h"
 #include "tools/chassisctl/sensor_text.h"
 
@@ -79,24 +80,22 @@ BoardOptions ReadOptions(const CommandLine& line) {
     return options;
 }
 
+void ProveName(const std::string& name) {
+    if (const auto why = WhyNotPrintable(name)) {
+        throw qstd::Exception("board name \"" + Printable(name) + "\": " + *why + ", give another with --name");
+    }
+}
+
 std::string BoardName(const CommandLine& line, const SensorTable& table, const std::string& path) {
     std::string name = line.name.value_or(table.board);
     if (name.empty()) {
         name = path == "-" ? "stdin" : std::filesystem::path(path).stem().string();
     }
-    if (const auto why = WhyNotPrintable(name)) {
-        throw qstd::Exception("board name \"" + Printable(name) + "\": " + *why + ", give another with --name");
-    }
+    ProveName(name);
     return name;
 }
 
-}  // namespace
-
-int RunImport(const CommandLine& line, Streams streams) {
-    if (line.words.size() != 2) {
-        throw qstd::Exception(
-            "usage: zelkor-chassisctl import [--type NAME] [--uri URI] [--name NAME] [--live PERCENT] FILE");
-    }
+int ImportTable(const CommandLine& line, Streams streams) {
     const std::string& path = line.words[1];
     const bool isStandardInput = path == "-";
     const std::string label = isStandardInput ? "<stdin>" : path;
@@ -115,6 +114,24 @@ int RunImport(const CommandLine& line, Streams streams) {
     streams.out << WriteBoard(table, options);
     streams.err << label << ": " << counts << '\n';
     return c_exitDone;
+}
+
+}  // namespace
+
+int RunImport(const CommandLine& line, Streams streams) {
+    const bool isController = NamesController(line);
+    if (line.words.size() != (isController ? 1 : 2)) {
+        throw qstd::Exception(
+            "usage: zelkor-chassisctl import [--type NAME] [--uri URI] [--name NAME] [--live PERCENT] FILE, or --host "
+            "or --device in place of FILE, see zelkor-chassisctl --help");
+    }
+    if (!isController) {
+        return ImportTable(line, streams);
+    }
+    BoardOptions options = ReadOptions(line);
+    options.name = line.name.value_or("");
+    ProveName(options.name);
+    return ImportController(line, options, streams);
 }
 
 }  // namespace chassisctl

@@ -18,14 +18,15 @@ _zelkor_chassisctl() {
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
             --socket) socket=${COMP_WORDS[i + 1]} && ((i++)) ;;
-            --type | --uri | --name | --live) ((i++)) ;;
+            --type | --uri | --name | --live | --host | --port | --user | --password-file | --privilege | --cipher | \
+                --ipmb | --device | --timeout) ((i++)) ;;
             --*) ;;
             *) words+=("${COMP_WORDS[i]}") ;;
         esac
     done
     COMPREPLY=()
     case $previous in
-        --socket)
+        --socket | --password-file | --device)
             compopt -o filenames 2>/dev/null
             mapfile -t COMPREPLY < <(compgen -f -- "$current")
             return
@@ -35,13 +36,24 @@ _zelkor_chassisctl() {
                 add_in_card fan cooling other' -- "$current")
             return
             ;;
-        --uri | --name | --live) return ;;
+        --privilege)
+            mapfile -t COMPREPLY < <(compgen -W 'user operator administrator' -- "$current")
+            return
+            ;;
+        --cipher)
+            mapfile -t COMPREPLY < <(compgen -W '17 3' -- "$current")
+            return
+            ;;
+        --uri | --name | --live | --host | --port | --user | --ipmb | --timeout) return ;;
     esac
     if [[ $current == --* ]]; then
         case ${words[0]} in
             list) choices='--json' ;;
             journal) choices='--follow --json' ;;
-            import) choices='--type --uri --name --live' ;;
+            import)
+                choices='--type --uri --name --live --host --port --user --password-file --privilege --cipher --ipmb
+                    --device --timeout'
+                ;;
             '') choices='--help --version' ;;
         esac
         mapfile -t COMPREPLY < <(compgen -W "$choices --socket" -- "$current")

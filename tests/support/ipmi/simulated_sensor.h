@@ -36,9 +36,9 @@ inline constexpr std::uint8_t c_degreesC = 1;
 inline constexpr std::uint8_t c_volts = 4;
 inline constexpr std::uint8_t c_amps = 5;
 inline constexpr std::uint8_t c_watts = 6;
-inline constexpr std::uint8_t c_cfm = 13;
+inline constexpr std::uint8_t c_cfm = 17;
 inline constexpr std::uint8_t c_rpm = 18;
-inline constexpr std::uint8_t c_feet = 37;
+inline constexpr std::uint8_t c_feet = 29;
 }  // namespace unit
 
 /// IPMI's numbers of what a simulated sensor measures.

@@ -127,9 +127,10 @@ TEST(CallGuard, InterruptionsAtAnyMoment_EachEndTheCallUnderWayOrTheNext) {
             if (left.exchange(0) == 1) {
                 guard.Interrupt();
             }
+            std::this_thread::yield();
         }
     });
-    for (int i = 0; i < 200; ++i) {
+    for (int i = 0; i < 100; ++i) {
         left = 1;
         // Nothing but the interruption, wherever it comes, ends this.
         while (!guard.TakeInterruption()) {

@@ -37,7 +37,9 @@ public:
         const auto count = static_cast<std::uint8_t>(m_records.size());
         return {0, {0x51, count, 0, 0xff, 0xff, m_changes, 0, 0, 0x60, 0, 0, 0, 0x60, 0x22}};
     }
-    Response DeviceInfo() const { return {0, {static_cast<std::uint8_t>(m_records.size()), 0x81, m_changes, 0, 0, 0}}; }
+    Response DeviceInfo() const {
+        return {0, {static_cast<std::uint8_t>(m_records.size()), m_deviceFlags, m_changes, 0, 0, 0}};
+    }
 
     Response Reserve() {
         ++m_reservation;
@@ -80,6 +82,7 @@ public:
 
     std::vector<bmc::ipmi::RawRecord> m_records;
     std::uint8_t m_changes = 1;  ///< in the stamp
+    std::uint8_t m_deviceFlags = 0x81;
     std::size_t m_gets = 0;
 
     // What goes wrong.
@@ -130,6 +133,7 @@ public:
 
     std::optional<FakeRepository> m_main;
     std::optional<FakeRepository> m_device;
+    std::optional<FakeRepository> m_secondDevice;  ///< the device SDRs of logical unit 1, if they are of their own
     std::vector<std::uint8_t> m_deviceId{0x20, 0x01, 0x02, 0x45, 0x02, 0x03, 1, 2, 3, 4, 5};
     std::optional<std::vector<std::uint8_t>> m_guid;
     std::map<int, Response> m_readings;    ///< by sensor id
@@ -174,14 +178,18 @@ private:
             case 0x0a22:
                 return m_main->m_knowsReservations ? m_main->Reserve() : Response{0xc1, {}};
             case 0x0422:
-                return m_device->Reserve();
+                return Device(request).Reserve();
             case 0x0a23:
                 return m_main->Get(request.data);
             case 0x0421:
-                return m_device->Get(request.data);
+                return Device(request).Get(request.data);
             default:
                 return {0xc1, {}};
         }
+    }
+
+    FakeRepository& Device(const Request& request) {
+        return request.lun == 1 && m_secondDevice ? *m_secondDevice : *m_device;
     }
 
     static Response Look(const std::map<int, Response>& answers, int key) {

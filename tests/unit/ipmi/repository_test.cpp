@@ -177,6 +177,22 @@ TEST_F(RepositoryTest, DeviceRecords_TheirOwnCommands) {
     EXPECT_EQ(Main().m_gets, 0U);
 }
 
+TEST_F(RepositoryTest, DeviceRecordsOfSeveralUnits_EachOnce) {
+    FakeRepository& device = m_controller.m_device.emplace();
+    device.Add(CompactRecord().Bytes());
+    device.Add(FullRecord().Bytes());
+    device.m_deviceFlags = 0x83;
+    const auto units = [&] { return ReadRepository(m_controller, RepositoryKind_e::device, "io/1")->records; };
+    EXPECT_EQ(units(), device.m_records) << "both units give all";
+    m_controller.m_secondDevice.emplace();
+    EXPECT_EQ(units(), device.m_records) << "the second one has none";
+    FullRecord record;
+    record.lun = 1;
+    m_controller.m_secondDevice->Add(record.Bytes());
+    EXPECT_EQ(units(), (std::vector<RawRecord>{device.m_records[0], device.m_records[1],
+                                               m_controller.m_secondDevice->m_records[0]}));
+}
+
 TEST_F(RepositoryTest, Stamp_ChangesWithTheRecordsOnly) {
     const auto stamp = ReadStamp(m_controller, RepositoryKind_e::main, "io/1");
     ASSERT_TRUE(stamp);
