@@ -96,10 +96,14 @@ void BoardSensors::Load() {
         wasMissed = m_wasMissed;
     }
     m_settled.notify_all();
+    const std::size_t count = m_sensors->Ids().size();
+    if (count == 0) {
+        m_log(qstd::LogLevel_e::info, "Board " + m_label + " has no sensors: none of the sensor records is its own");
+    }
     if (wasMissed) {
         m_log(qstd::LogLevel_e::warning,
               fmt::format("{}: its {} sensors are known only now; restart the service to have them watched", m_label,
-                          m_sensors->Ids().size()));
+                          count));
     }
 }
 

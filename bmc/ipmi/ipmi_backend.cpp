@@ -31,7 +31,7 @@ IpmiBackend::IpmiBackend(const Settings& settings, const TransportMaker& makeTra
             label, std::make_unique<SensorSet>(place, link, *reached.repository, m_cache, log), link, log,
             sensorsTiming);
         reached.boards.push_back(sensors.get());
-        auto made = std::make_unique<IpmiBoard>(board, link, *sensors);
+        auto made = std::make_unique<IpmiBoard>(board, link, *sensors, log);
         m_uris.push_back(board.uri);
         m_boards.emplace(board.uri, BoardEntry{&link, std::move(sensors), std::move(made)});
     }

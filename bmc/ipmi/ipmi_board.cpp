@@ -72,8 +72,8 @@ std::uint32_t ToClock(const qstd::Time& time, const std::string& what) {
 
 }  // namespace
 
-IpmiBoard::IpmiBoard(BoardSettings settings, Link& link, LoadedSensors& sensors)
-    : m_settings(std::move(settings)), m_link(link), m_sensors(sensors) {}
+IpmiBoard::IpmiBoard(BoardSettings settings, Link& link, LoadedSensors& sensors, LogFunction log)
+    : m_settings(std::move(settings)), m_link(link), m_sensors(sensors), m_log(std::move(log)) {}
 
 std::string IpmiBoard::About(const Request& request) const {
     return m_settings.uri.ToString() + ": " + CommandName(request);
@@ -160,22 +160,69 @@ void IpmiBoard::ShutDown() {
     ExpectData(m_link.Execute(request, Purpose_e::switching), 0, About(request));
 }
 
-std::optional<std::uint16_t> IpmiBoard::ReadRegister(std::uint16_t address, Purpose_e purpose) const {
-    const Response response = m_link.Execute(m_settings.fpga->MakeRead(address), purpose);
-    return response.completionCode == c_completed ? m_settings.fpga->ReadReply(response.data) : std::nullopt;
+std::optional<std::uint16_t> IpmiBoard::ReadRegister(std::uint16_t address, Purpose_e purpose,
+                                                     std::string& problem) const {
+    const Request request = m_settings.fpga->MakeRead(address);
+    const Response response = m_link.Execute(request, purpose);
+    std::optional<std::uint16_t> value;
+    problem = CommandName(request) + ": ";
+    if (response.completionCode != c_completed) {
+        problem += CompletionText(response.completionCode);
+    } else if (!(value = m_settings.fpga->ReadReply(response.data))) {
+        problem += "the reply is not as the configuration says";
+    } else {
+        problem.clear();
+    }
+    return value;
+}
+
+void IpmiBoard::TellOfTransfer(const std::string& problem) const {
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_toldTransferProblem == problem) {
+            return;
+        }
+        m_toldTransferProblem = problem;
+    }
+    if (!problem.empty()) {
+        m_log(qstd::LogLevel_e::warning,
+              "Fan registers of board " + m_settings.uri.ToString() + " cannot be accessed: " + problem);
+    }
 }
 
 FpgaReadResult IpmiBoard::FpgaSpiRead(std::uint16_t address) const {
-    const auto value = m_settings.fpga ? ReadRegister(address, Purpose_e::reading) : std::nullopt;
+    if (!m_settings.fpga) {
+        return {1, 0};
+    }
+    std::string problem;
+    const auto value = ReadRegister(address, Purpose_e::reading, problem);
+    if (!value) {
+        TellOfTransfer(problem);
+    }
     return value ? FpgaReadResult{0, *value} : FpgaReadResult{1, 0};
 }
 
 FpgaWriteResult IpmiBoard::FpgaSpiWrite(std::uint16_t address, std::uint16_t value) const {
-    const auto isDone = [&](const auto& /*answer*/) { return ReadRegister(address, Purpose_e::verifying) == value; };
-    if (!m_settings.fpga || WriteAndProve(m_settings.fpga->MakeWrite(address, value), Purpose_e::writing, isDone)) {
+    if (!m_settings.fpga) {
         return {1};
     }
-    return {0};
+    const Request request = m_settings.fpga->MakeWrite(address, value);
+    std::string problem;
+    const auto isDone = [&](const auto& /*answer*/) {
+        return ReadRegister(address, Purpose_e::verifying, problem) == value;
+    };
+    const auto answer = WriteAndProve(request, Purpose_e::writing, isDone);
+    if (!answer) {
+        TellOfTransfer({});
+        return {0};
+    }
+    if (answer->completionCode != c_completed) {
+        problem = CommandName(request) + ": " + CompletionText(answer->completionCode);
+    } else if (problem.empty()) {
+        problem = CommandName(request) + ": accepted, but another value is read back";
+    }
+    TellOfTransfer(problem);
+    return {1};
 }
 
 std::vector<FpgaWriteResult> IpmiBoard::FpgaSpiWriteAll(const std::vector<FpgaRegisterValue>& values) const {
@@ -258,9 +305,10 @@ int IpmiBoard::GetFpgaRevision() const {
     if (!m_settings.fpga || !m_settings.fpga->GetRevisionRegister()) {
         throw qstd::Exception(what + "the configuration names no register of it");
     }
-    const auto revision = ReadRegister(*m_settings.fpga->GetRevisionRegister(), Purpose_e::reading);
+    std::string problem;
+    const auto revision = ReadRegister(*m_settings.fpga->GetRevisionRegister(), Purpose_e::reading, problem);
     if (!revision) {
-        throw qstd::Exception(what + "the transfer failed");
+        throw qstd::Exception(what + problem);
     }
     return *revision;
 }

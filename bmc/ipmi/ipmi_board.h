@@ -2,11 +2,13 @@
 
 #include <chrono>
 #include <functional>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "bmc/board.h"
+#include "bmc/ipmi/controller.h"
 #include "bmc/ipmi/device_id.h"
 #include "bmc/ipmi/link.h"
 #include "bmc/ipmi/loaded_sensors.h"
@@ -24,7 +26,7 @@ public:
     static constexpr std::chrono::milliseconds c_powerOffMayTake{2000};
 
     /// @param link,sensors outlive the board
-    IpmiBoard(BoardSettings settings, Link& link, LoadedSensors& sensors);
+    IpmiBoard(BoardSettings settings, Link& link, LoadedSensors& sensors, LogFunction log);
 
     const Uri& GetUri() const override { return m_settings.uri; }
     BoardType_e GetType() const override { return m_settings.type; }
@@ -46,7 +48,8 @@ public:
     /// Chassis Control "soft shutdown". Whether the operating system heeds it is not awaited.
     void ShutDown() override;
 
-    // By the commands that the configuration names. A board without them: every transfer fails.
+    // By the commands that the configuration names. A board without them: every transfer fails. Why a board that has
+    // them lets a transfer fail is logged once, until one succeeds.
     FpgaReadResult FpgaSpiRead(std::uint16_t address) const override;
     FpgaWriteResult FpgaSpiWrite(std::uint16_t address, std::uint16_t value) const override;
     /// Writes all, whatever becomes of one; what the first raised is raised at the end.
@@ -85,12 +88,18 @@ private:
     std::vector<std::uint8_t> Read(const Request& request, std::size_t leastSize,
                                    Purpose_e purpose = Purpose_e::reading) const;
     bool WaitForPowerOff(std::chrono::milliseconds patience) const;
-    /// Nothing when the transfer failed.
-    std::optional<std::uint16_t> ReadRegister(std::uint16_t address, Purpose_e purpose) const;
+    /// Nothing when the transfer failed. @param problem gets the reason then, empty otherwise
+    std::optional<std::uint16_t> ReadRegister(std::uint16_t address, Purpose_e purpose, std::string& problem) const;
+
+    /// Logs that a transfer failed, but not the same twice in a row.
+    void TellOfTransfer(const std::string& problem) const;
 
     const BoardSettings m_settings;
     Link& m_link;
     LoadedSensors& m_sensors;
+    const LogFunction m_log;
+    mutable std::mutex m_mutex;                 ///< guards all below
+    mutable std::string m_toldTransferProblem;  ///< the last one; empty: a transfer succeeded since
 };
 
 }  // namespace bmc::ipmi

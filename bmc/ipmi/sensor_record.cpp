@@ -193,6 +193,19 @@ std::vector<SensorRecord> DecodeRecord(const RawRecord& record) {
     return {};
 }
 
+namespace {
+
+/// A linear value has as many decimals as its exponents give it; what binary arithmetic leaves behind them is cut, so
+/// that 13.2 is 13.2 and not 13.200000000000001.
+double CutBehindDecimals(const ConversionFactors& factors, double value) {
+    constexpr double c_exactIntegers = 9007199254740992.0;  // 2^53
+    const int decimals = -(factors.rExponent + std::min<int>(factors.bExponent, 0));
+    const double scale = std::pow(10.0, decimals);
+    return decimals <= 0 || std::abs(value) * scale >= c_exactIntegers ? value : std::round(value * scale) / scale;
+}
+
+}  // namespace
+
 std::optional<double> Convert(const ConversionFactors& factors, std::uint8_t count) {
     if (factors.linearization > c_lastFunction) {
         return std::nullopt;
@@ -201,7 +214,7 @@ std::optional<double> Convert(const ConversionFactors& factors, std::uint8_t cou
         double value = std::numeric_limits<double>::quiet_NaN();
         ipmi_sensor_decode_value(factors.rExponent, factors.bExponent, factors.m, factors.b, linearization,
                                  factors.format, count, &value);
-        return value;
+        return linearization == IPMI_SDR_LINEARIZATION_LINEAR ? CutBehindDecimals(factors, value) : value;
     };
     double value = 0.0;
     if (factors.linearization == IPMI_SDR_LINEARIZATION_INVERSE) {

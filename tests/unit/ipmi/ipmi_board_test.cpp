@@ -39,7 +39,11 @@ protected:
 
     NoSensors m_sensors;
     FakeBoardLink m_link;
-    IpmiBoard m_board{Settings(), m_link, m_sensors};
+    std::vector<std::string> m_log;
+    const bmc::ipmi::LogFunction m_logFunction = [this](qstd::LogLevel_e, const std::string& text) {
+        m_log.push_back(text);
+    };
+    IpmiBoard m_board{Settings(), m_link, m_sensors, m_logFunction};
 };
 
 const std::vector<std::uint8_t> c_deviceId{0x12, 0x83, 0x02, 0x45, 0x02, 0xbf, 0x57, 0x01, 0x00, 0x34, 0x12};
@@ -88,11 +92,12 @@ TEST_F(IpmiBoardTest, CompletionCode_IsAnErrorThatNamesIt) {
 TEST_F(IpmiBoardTest, FpgaRevision_IsTheRegisterThatTheConfigurationNames) {
     BoardSettings settings = Settings();
     settings.fpga->SetRevisionRegister(0x0002);
-    const IpmiBoard board(settings, m_link, m_sensors);
+    const IpmiBoard board(settings, m_link, m_sensors, m_logFunction);
     m_link.m_registers[2] = 0x0107;
     EXPECT_EQ(board.GetFpgaRevision(), 0x0107);
     m_link.m_fixed[{0x30, 0x10}] = {0xc1, {}};
-    EXPECT_EQ(test::TextOf([&] { board.GetFpgaRevision(); }), "io/1: FPGA revision: the transfer failed");
+    EXPECT_EQ(test::TextOf([&] { board.GetFpgaRevision(); }),
+              "io/1: FPGA revision: command 0x30/0x10: 0xC1 (invalid command)");
 }
 
 TEST_F(IpmiBoardTest, FpgaRevisionWithoutRegister_IsAnError) {
@@ -328,10 +333,29 @@ TEST_F(IpmiBoardTest, FpgaWriteThatReadsBackOtherwise_IsToldByTheResult) {
     EXPECT_EQ(m_link.Count(0x30, 0x11), 1U);
 }
 
+TEST_F(IpmiBoardTest, FpgaTransferThatFails_IsLoggedOnceUntilOneSucceeds) {
+    m_link.m_fixed[{0x30, 0x11}] = {0xd4, {}};
+    m_board.FpgaSpiWrite(0x0003, 297);
+    m_board.FpgaSpiWrite(0x0004, 297);
+    EXPECT_THAT(m_log, ElementsAre("Fan registers of board io/1 cannot be accessed: command 0x30/0x11: 0xD4 "
+                                   "(insufficient privilege level)"));
+    m_link.m_fixed.clear();
+    m_board.FpgaSpiWrite(0x0003, 297);
+    m_link.m_obeys = false;
+    m_board.FpgaSpiWrite(0x0003, 298);
+    m_link.m_fixed[{0x30, 0x10}] = {0, {0x01}};
+    m_board.FpgaSpiRead(0x0003);
+    EXPECT_THAT(m_log, ElementsAre(testing::_,
+                                   "Fan registers of board io/1 cannot be accessed: command 0x30/0x11: accepted, but "
+                                   "another value is read back",
+                                   "Fan registers of board io/1 cannot be accessed: command 0x30/0x10: the reply is "
+                                   "not as the configuration says"));
+}
+
 TEST_F(IpmiBoardTest, BoardWithoutFpgaCommands_FailsEveryTransferAndIsNotAsked) {
     BoardSettings settings = Settings();
     settings.fpga.reset();
-    const IpmiBoard board(settings, m_link, m_sensors);
+    const IpmiBoard board(settings, m_link, m_sensors, m_logFunction);
     EXPECT_NE(board.FpgaSpiRead(3).failed, 0);
     EXPECT_NE(board.FpgaSpiWrite(3, 1).failed, 0);
     EXPECT_TRUE(m_link.m_requests.empty());

@@ -274,6 +274,9 @@ TEST(SensorConversion, ByHand) {
     EXPECT_DOUBLE_EQ(*Convert({1, 0, 0, 0, 0, 1}, 255), 0.0) << "the other zero of ones' complement";
     EXPECT_DOUBLE_EQ(*Convert({59, 0, 0, -3, 0, 0}, 204), 12.036);
     EXPECT_DOUBLE_EQ(*Convert({75, 0, 0, 0, 0, 0}, 100), 7500.0);
+    EXPECT_EQ(*Convert({11, 0, 0, -2, 0, 0}, 120), 13.2) << "to the last bit";
+    EXPECT_EQ(*Convert({1, 5, -1, -2, 0, 2}, 0xf3), -0.125) << "to the last bit";
+    EXPECT_DOUBLE_EQ(*Convert({511, 511, -8, -8, 0, 0}, 255), 0.0013030500000511);
 }
 
 TEST(SensorConversion, CountWithoutAValue_None) {
