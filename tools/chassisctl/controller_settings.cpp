@@ -3,9 +3,9 @@
 #include <charconv>
 #include <filesystem>
 #include <memory>
-#include <regex>
 #include <set>
-#include <utility>
+#include <string_view>
+#include <system_error>
 
 #include "qcfg/document.h"
 #include "qcfg/element.h"
@@ -129,10 +129,19 @@ qcfg::Element MakeSection(const CommandLine& line, const BoardOptions& first) {
 }
 
 /// What is wrong with an attribute, said of the option of that name.
-std::string OfOption(const std::string& text) {
-    static const std::regex c_attribute("^attribute \"([a-z-]+)\" of <boards?>");
+std::string OfOption(std::string text) {
+    constexpr std::string_view c_begin = "attribute \"";
     const std::string place = qcfg::AtLine(c_noFile, 0, "");
-    return std::regex_replace(text.starts_with(place) ? text.substr(place.size()) : text, c_attribute, "--$1");
+    if (text.starts_with(place)) {
+        text.erase(0, place.size());
+    }
+    for (const std::string_view end : {"\" of <board>", "\" of <boards>"}) {
+        const std::size_t nameEnd = text.find(end);
+        if (text.starts_with(c_begin) && nameEnd != std::string::npos) {
+            return "--" + text.substr(c_begin.size(), nameEnd - c_begin.size()) + text.substr(nameEnd + end.size());
+        }
+    }
+    return text;
 }
 
 }  // namespace
