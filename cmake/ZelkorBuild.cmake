@@ -9,7 +9,9 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 
 find_program(ZELKOR_CCACHE ccache)
 if(ZELKOR_CCACHE)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${ZELKOR_CCACHE})
+  # Precompiled headers are cached, too: their own content counts, not the macros and times that went into them.
+  set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros ${ZELKOR_CCACHE})
+  add_compile_options($<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>)
 endif()
 
 # Flags that belong to this project's own sources only; never handed on to whoever links a library.

@@ -78,6 +78,8 @@ void AddBoardNode(const bmc::Uri& uri, qnode::TreeNode& boards) {
             return;
         }
         boards.Add(CreateBoardNode(*board));
+    } catch (const bmc::BrokenOff&) {
+        // the service stops before it has started
     } catch (const std::exception& error) {
         qstd::LogError("Problem accessing board " + label + ". Exception: " + error.what());
     } catch (...) {

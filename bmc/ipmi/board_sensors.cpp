@@ -21,6 +21,9 @@ BoardSensors::BoardSensors(std::string label, std::unique_ptr<SensorSet> sensors
 std::vector<SensorId> BoardSensors::AwaitIds() {
     std::unique_lock lock(m_mutex);
     m_settled.wait_for(lock, m_timing.idsPatience, [this] { return m_wasTried; });
+    if (!m_isLoaded && m_isGivenUp) {
+        throw BrokenOff(m_label);
+    }
     if (!m_isLoaded) {
         m_wasMissed = true;
         throw qstd::Exception(m_reason);
@@ -34,7 +37,11 @@ Sensor* BoardSensors::Find(const SensorId& id) {
 }
 
 void BoardSensors::GiveUp() {
-    Settle(m_label + ": the service stops");
+    {
+        const std::lock_guard lock(m_mutex);
+        m_wasTried = m_isGivenUp = true;
+    }
+    m_settled.notify_all();
 }
 
 void BoardSensors::Settle(const std::string& reason) {

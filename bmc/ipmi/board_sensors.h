@@ -37,7 +37,7 @@ public:
     /// @throws BrokenOff when the service stops
     void Attend();
 
-    /// Lets nobody wait any longer. Any thread.
+    /// Lets nobody wait any longer, because the service stops: the ids are not to be had then. Any thread.
     void GiveUp();
 
 private:
@@ -65,6 +65,7 @@ private:
     std::condition_variable m_settled;
     bool m_wasTried = false;
     bool m_isLoaded = false;
+    bool m_isGivenUp = false;
     bool m_wasMissed = false;  ///< somebody asked for the ids and did not get them
     std::string m_reason;      ///< why they are not loaded
 };

@@ -46,6 +46,8 @@ class ControllerWorker;
 ///   session and Get Device ID, or Get Device ID to a board behind the controller) follows after 0.5 s, then after
 ///   twice that each time, up to 30 s, each 10% more or less; the first that is answered makes it answering. A
 ///   controller that refuses the account is asked every 30 s only, so that it does not lock it.
+/// Probing a board behind the controller may hold others up for a timeout; all probes together take a fifth of the
+/// time at most.
 /// Each transition between answering and silent is logged once, with the reason.
 ///
 /// How long a request lasts, with the configured timeout T and retries R, counted from when its turn comes:

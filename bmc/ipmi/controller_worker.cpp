@@ -25,8 +25,14 @@ constexpr milliseconds c_interruptAgain{10};
 /// How long closing a session in the middle of the work may take.
 constexpr milliseconds c_politeness{100};
 
-/// The caller of a batch is woken that often, not for each answer.
+/// Probes of boards that do not answer take a fifth of the time at most while others are to be asked: a pause after
+/// each, in lengths of the probe.
+constexpr int c_pauseAfterProbe = 4;
+
+/// The caller of a batch is woken that often at the most, not for each answer; it looks by itself in case the answer
+/// after the one that it waits for takes long.
 constexpr milliseconds c_wakePeriod{1};
+constexpr milliseconds c_lookPeriod{10};
 
 SteadyTime Now() {
     return std::chrono::steady_clock::now();
@@ -78,7 +84,7 @@ void ControllerWorker::Stop() {
 }
 
 std::shared_ptr<Job> ControllerWorker::Submit(std::size_t port, Purpose_e purpose, std::vector<Request> requests) {
-    const auto job = std::make_shared<Job>(port, purpose, std::move(requests));
+    auto job = std::make_shared<Job>(port, purpose, std::move(requests));
     const std::lock_guard<std::mutex> guard(m_mutex);
     if (const std::optional<Failure> end = WhyGivenUp(*job, job->begin)) {
         job->Finish(*end);
@@ -142,9 +148,9 @@ std::optional<Failure> ControllerWorker::WhyGivenUp(const Job& job, SteadyTime n
 }
 
 SteadyTime ControllerWorker::NextLook(const Job& job, SteadyTime now) const {
-    SteadyTime next = SteadyTime::max();
+    SteadyTime next = job.requests.size() > 1 ? now + c_lookPeriod : SteadyTime::max();
     if (job.purpose != Purpose_e::sweeping && !job.isStarted) {
-        next = job.begin + m_timing.queuePatience;
+        next = std::min(next, job.begin + m_timing.queuePatience);
     }
     if (m_limit) {
         next = std::min(next, m_limit->LastMoment(job.purpose, job.caller, job.begin));
@@ -213,9 +219,8 @@ bool ControllerWorker::DoNext(Lock& lock) {
         OpenSession(lock, job);
         return true;
     }
-    const bool isProbing = !isLimited && m_session.IsOpen() && (!job || job->purpose >= Purpose_e::reading);
-    const std::optional<Reachability::Due> probe = isProbing ? m_reachability.NextProbe() : std::nullopt;
-    if (probe && now >= probe->time) {
+    const std::optional<Reachability::Due> probe = m_reachability.NextProbe();
+    if (probe && now >= probe->time && !isLimited && m_session.IsOpen() && MayProbeBefore(job.get(), now)) {
         ProbeBoard(lock, probe->port);
         return true;
     }
@@ -228,6 +233,10 @@ bool ControllerWorker::DoNext(Lock& lock) {
         return true;
     }
     return false;
+}
+
+bool ControllerWorker::MayProbeBefore(const Job* job, SteadyTime now) const {
+    return job == nullptr || (job->purpose >= Purpose_e::reading && now >= m_probePause);
 }
 
 void ControllerWorker::WaitForWork(Lock& lock) {
@@ -278,7 +287,9 @@ void ControllerWorker::OpenSession(Lock& lock, const std::shared_ptr<Job>& job) 
 
 void ControllerWorker::ProbeBoard(Lock& lock, std::size_t port) {
     const Target target = m_reachability.TargetOf(port);
+    const SteadyTime begin = Now();
     const ExchangeResult result = Perform(lock, nullptr, [&] { return m_session.Probe(target, m_options.timeout); });
+    m_probePause = m_lastUse + c_pauseAfterProbe * (m_lastUse - begin);
     TakeIn(lock, port, result);
 }
 

@@ -60,6 +60,7 @@ private:
     void Run();
     bool DoNext(Lock& lock);
     void WaitForWork(Lock& lock);
+    bool MayProbeBefore(const Job* job, SteadyTime now) const;
     bool NeedsSession(const Job* job, SteadyTime now) const;
     void OpenSession(Lock& lock, const std::shared_ptr<Job>& job);
     void ProbeBoard(Lock& lock, std::size_t port);
@@ -88,8 +89,9 @@ private:
     const ControllerTiming m_timing;
     const LogFunction m_log;
     std::unique_ptr<Transport> m_transport;
-    Session m_session;       ///< used by the thread only, with or without the lock
-    SteadyTime m_lastUse{};  ///< of the session; the thread's, too
+    Session m_session;          ///< used by the thread only, with or without the lock
+    SteadyTime m_lastUse{};     ///< of the session; the thread's, as well as the next
+    SteadyTime m_probePause{};  ///< until then no board is probed while others wait
 
     mutable std::mutex m_mutex;  ///< guards all below
     std::condition_variable m_work;

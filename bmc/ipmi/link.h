@@ -29,7 +29,7 @@ public:
     Batch& operator=(const Batch&) = delete;
     virtual ~Batch() = default;
 
-    /// Waits for the answer to request @p index. To be called once for each. May return up to a request later than the
+    /// Waits for the answer to request @p index. To be called once for each. May return some milliseconds after the
     /// answer came: who waits is not woken for each.
     /// @throws qstd::Exception as Link::Execute
     virtual Response Await(std::size_t index) = 0;

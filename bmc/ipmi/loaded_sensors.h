@@ -16,7 +16,7 @@ public:
     virtual ~LoadedSensors() = default;
 
     /// The ids in the repository's order. Waits until the sensors were asked for once.
-    /// @throws qstd::Exception saying why they are not known
+    /// @throws qstd::Exception saying why they are not known, BrokenOff when the service stops before they are
     virtual std::vector<SensorId> AwaitIds() = 0;
 
     /// The sensor, null when the board does not have it, or not any more. Does not wait.

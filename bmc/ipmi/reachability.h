@@ -57,8 +57,8 @@ public:
     unsigned long GetReturns(std::size_t port) const;
 
     struct Due {
-        std::size_t port;
-        SteadyTime time;
+        std::size_t port = 0;
+        SteadyTime time{};
     };
     /// The probe that comes next: of the controller when it is silent, else of a board behind it.
     std::optional<Due> NextProbe() const;

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <bitset>
+#include <chrono>
 #include <cstddef>
+#include <random>
+#include <thread>
 
 #include <fmt/format.h>
 
@@ -17,8 +20,9 @@ constexpr std::uint16_t c_endOfRecords = 0xffff;
 constexpr std::uint8_t c_wholeRecord = 0xff;
 constexpr std::size_t c_headerSize = 5;
 constexpr std::size_t c_mostRecords = 4096;
-constexpr int c_mostReservations = 8;  ///< for one record
-constexpr int c_mostReadings = 3;      ///< of a repository that changes while it is read
+constexpr int c_mostReservations = 8;   ///< for one record
+constexpr int c_leastGivingWay = 1000;  ///< microseconds at most after the first cancelled reservation
+constexpr int c_mostReadings = 3;       ///< of a repository that changes while it is read
 constexpr std::size_t c_greatPart = 32;
 constexpr std::size_t c_smallPart = 16;  ///< fits into a message on the IPMB
 
@@ -122,12 +126,20 @@ private:
         m_reservation = static_cast<std::uint16_t>(data[0] | (data[1] << 8));
     }
 
+    /// Whoever reserves cancels the reservation of everybody else. Two who read at the same time would do so to each
+    /// other for ever: waiting for a random time, longer each time, lets one of them come through.
+    void GiveWay(int earlier) {
+        std::uniform_int_distribution<int> wait(0, c_leastGivingWay << earlier);
+        std::this_thread::sleep_for(std::chrono::microseconds(wait(m_random)));
+    }
+
     /// @return empty for the first record of an empty repository, or of a logical unit that has none
     RawRecord ReadRecord(std::uint16_t id) {
         for (int i = 0; i < c_mostReservations; ++i) {
             RawRecord record;
             const Response last = m_isWholeGiven ? ReadWhole(id, record) : ReadParts(id, record);
             if (last.completionCode == c_reservationLost) {
+                GiveWay(i);
                 Reserve();
                 continue;
             }
@@ -203,6 +215,7 @@ private:
     const Commands m_commands;
     const std::uint8_t m_lun;
     const std::string m_who;
+    std::minstd_rand m_random{std::random_device{}()};
     std::uint16_t m_reservation = 0;
     std::uint16_t m_next = c_endOfRecords;
     bool m_isWholeGiven = true;

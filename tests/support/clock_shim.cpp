@@ -1,10 +1,11 @@
 // Stands before the C library and answers in its place what time it is, as if somebody had set the host's clock. The
-// kernel's own clock is the true one: who waits for a moment of the calendar (pthread_cond_timedwait) waits longer or
-// shorter by the step than on a host whose clock is set.
+// kernel's own clock stays the true one, so moments of the calendar that are waited for are put back by the step.
 
 #include "tests/support/clock_shim.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
@@ -57,6 +58,14 @@ int gettimeofday(timeval* time, void* /*zone*/) noexcept {
     time->tv_sec = now.tv_sec;
     time->tv_usec = now.tv_nsec / 1000;
     return 0;
+}
+
+int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* moment) {
+    using Function = int (*)(pthread_cond_t*, pthread_mutex_t*, const timespec*);
+    static const auto s_next = reinterpret_cast<Function>(::dlsym(RTLD_NEXT, "pthread_cond_timedwait"));
+    timespec kernels = *moment;
+    kernels.tv_sec -= Step();
+    return s_next(condition, mutex, &kernels);
 }
 
 time_t time(time_t* result) noexcept {

@@ -5,7 +5,7 @@
 #include <memory>
 #include <set>
 #include <string_view>
-#include <system_error>
+#include <utility>
 
 #include "qcfg/document.h"
 #include "qcfg/element.h"
@@ -129,19 +129,17 @@ qcfg::Element MakeSection(const CommandLine& line, const BoardOptions& first) {
 }
 
 /// What is wrong with an attribute, said of the option of that name.
-std::string OfOption(std::string text) {
+std::string OfOption(const std::string& text) {
     constexpr std::string_view c_begin = "attribute \"";
+    constexpr std::string_view c_end = "\" of <board";
     const std::string place = qcfg::AtLine(c_noFile, 0, "");
-    if (text.starts_with(place)) {
-        text.erase(0, place.size());
+    const std::string reason = text.starts_with(place) ? text.substr(place.size()) : text;
+    const std::size_t end = reason.find(c_end);
+    if (!reason.starts_with(c_begin) || end == std::string::npos) {
+        return reason;
     }
-    for (const std::string_view end : {"\" of <board>", "\" of <boards>"}) {
-        const std::size_t nameEnd = text.find(end);
-        if (text.starts_with(c_begin) && nameEnd != std::string::npos) {
-            return "--" + text.substr(c_begin.size(), nameEnd - c_begin.size()) + text.substr(nameEnd + end.size());
-        }
-    }
-    return text;
+    const std::size_t rest = reason.find('>', end);  // of <board> or <boards>
+    return "--" + reason.substr(c_begin.size(), end - c_begin.size()) + reason.substr(rest + 1);
 }
 
 }  // namespace

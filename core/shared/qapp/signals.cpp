@@ -43,6 +43,11 @@ void Signals::Poll() {
     }
 }
 
+bool Signals::IsStopPending() noexcept {
+    sigset_t set;
+    return sigpending(&set) == 0 && (sigismember(&set, SIGTERM) == 1 || sigismember(&set, SIGINT) == 1);
+}
+
 bool Signals::TakeReopenRequest() noexcept {
     return std::exchange(m_isReopenRequested, false);
 }

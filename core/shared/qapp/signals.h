@@ -23,6 +23,9 @@ public:
     /// Whether a stop was asked for. Never goes back.
     bool IsStopRequested() const noexcept { return m_isStopRequested; }
 
+    /// Whether a signal that asks for a stop waits to be taken. Any thread.
+    static bool IsStopPending() noexcept;
+
     /// Whether new log files were asked for since the last call.
     bool TakeReopenRequest() noexcept;
 

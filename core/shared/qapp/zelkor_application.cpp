@@ -11,6 +11,7 @@
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -22,6 +23,7 @@
 #include "qapp/service_notifier.h"
 #include "qapp/service_settings.h"
 #include "qapp/signals.h"
+#include "qapp/start_watch.h"
 #include "qcfg/document.h"
 #include "qnode/factory.h"
 #include "qstd/exception.h"
@@ -262,12 +264,20 @@ bool ZelkorApplication::Serve(Signals& signals, Detacher& detacher, bool isForeg
     }
     const ServiceNotifier notifier;
     MainLoop mainLoop(signals, notifier, m_health);  // watches the calendar clock from before the first worker sleeps
+    // A start that waits for boards ends, too, when a stop is asked for; the limit set then stands.
+    std::optional<std::chrono::steady_clock::time_point> lastMoment;
+    const auto limitAccesses = [&lastMoment] {
+        lastMoment = lastMoment.value_or(std::chrono::steady_clock::now() + c_boardsMayTake);
+        bmc::BoardPool::Instance().LimitAccesses(*lastMoment);
+    };
+    std::optional<StartWatch> startWatch(limitAccesses);
     const bool isStarted = CallHooks("start", isForeground, [this] {
         OnPostInit();
         OnStartRunning();
         OnAcceptRequests();
         AcceptRequests();
     });
+    startWatch.reset();
     if (isStarted) {
         ::malloc_trim(0);  // what reading the configuration and the boards' descriptions took is not needed again
         notifier.Ready();
@@ -283,7 +293,7 @@ bool ZelkorApplication::Serve(Signals& signals, Detacher& detacher, bool isForeg
     //   is past the deadline and has no effect on a board any more.
     // - OnShutdown asks the workers to stop and waits for the pass of each, which ends in the same way.
     // - Power actions are let through. They do not touch what this thread writes.
-    bmc::BoardPool::Instance().LimitAccesses(std::chrono::steady_clock::now() + c_boardsMayTake);
+    limitAccesses();
     const bool isRefusing = CallHooks("stop", isForeground, [this] {
         if (m_server != nullptr) {
             m_server->Refuse();

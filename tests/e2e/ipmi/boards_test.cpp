@@ -12,7 +12,6 @@ using test::IpmiSimulator;
 using test::Records_e;
 using test::SimulatedController;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -56,9 +55,7 @@ TEST_F(IpmiBoardsTest, BoardInformation_IsThatOfTheControllerAndFollowsIt) {
 }
 
 TEST_F(IpmiBoardsTest, ReplyThatIsCutShort_IsAnErrorAndNeverAValue) {
-    SimulatedController controller;
-    controller.sensors = test::SyntheticSensors(2);
-    IpmiSimulator simulator({.controllers = {controller}});
+    IpmiSimulator simulator(test::WithSensors(2));
     StartOn({test::Icb(simulator)});
     simulator.SetReplyLength(c_bmc, test::c_getSensorReading, 2);
     simulator.SetReplyLength(c_bmc, test::c_getDeviceId, 5);
@@ -95,8 +92,8 @@ TEST_F(IpmiBoardsTest, BoardsBehindOneController_HaveSensorsOfTheirOwnWhereverTh
         const std::string board = "boards/IO" + number;
         EXPECT_EQ(Ask({"ls", board + "/sensors"}), "ID_1\nID_2\nID_3\nID_4\nID_5\n");
         EXPECT_EQ(Get(board + "/sensors/ID_1/value"), std::to_string(address));
-        EXPECT_EQ(Ask({"get", board + "/sensors/ID_2/value", board + "/sensors/ID_2/lnr", board + "/sensors/ID_3/hc"}),
-                  "-3\n-20\n13.2\n");
+        EXPECT_EQ(Ask({"get", board + "/sensors/ID_2/value", board + "/sensors/ID_2/lnr", board + "/sensors/ID_1/hc"}),
+                  "-3\n-20\n90\n");
         EXPECT_EQ(Get(board + "/board_info/fw_revision"), "210");
         simulator.SetRaw(address, 1, 77);
         EXPECT_EQ(Get(board + "/sensors/ID_1/value"), "77");
@@ -135,6 +132,44 @@ TEST_F(IpmiBoardsTest, WrongPassword_IsToldAndKeepsNobodyElseFromWorking) {
                                                       " refuses the session: ")));
     EXPECT_EQ(Stop(), 0);
     EXPECT_THAT(Log(), Not(HasSubstr("not-the-password")));
+}
+
+TEST_F(IpmiBoardsTest, PasswordOfTheServiceManager_OpensTheSessionAndStandsNowhere) {
+    const IpmiSimulator simulator;
+    ConfigureBoards({test::Icb(simulator)});
+    const std::string password = "password-" + std::to_string(simulator.GetPort());
+    std::filesystem::create_directory(m_folder.Path("credentials"));
+    std::filesystem::rename(m_folder.Path(password), m_folder.Path("credentials/icb"));
+    const std::string config = m_folder.Path("config.xml");
+    test::WriteFile(config,
+                    With(test::ReadFile(config), "password-file='" + password + "'", "password-credential='icb'"));
+    Start({"--trace-level", "4"}, {{"CREDENTIALS_DIRECTORY", m_folder.Path("credentials")}});
+    AwaitReports();
+    EXPECT_EQ(Get("boards/ICB/board_info/status"), "ok");
+    EXPECT_EQ(Stop(), 0);
+    for (const char* file : {"log/zelkor-platformd.log", "log/zelkor-platformd.trace", "out", "err"}) {
+        EXPECT_THAT(test::ReadFile(m_folder.Path(file)), Not(HasSubstr("simulated-password"))) << file;
+    }
+}
+
+TEST_F(IpmiBoardsTest, LocalInterfaceThatIsNotThere_IsToldAndTheOtherBoardsWork) {
+    const IpmiSimulator simulator;
+    ConfigureBoards({test::Icb(simulator)});
+    const std::string config = m_folder.Path("config.xml");
+    const std::string device = m_folder.Path("ipmi0");
+    test::WriteFile(config, With(test::ReadFile(config), "</boards>",
+                                 "<board uri='os/0' type='os' name='HOST' device='" + device + "'/>\n</boards>"));
+    StartTraced();
+    AwaitReports();
+    EXPECT_EQ(Get("boards/ICB/board_info/status"), "ok");
+    EXPECT_EQ(Stop(), 0);
+    const auto complaints = Complaints();
+    EXPECT_EQ(std::count_if(complaints.begin(), complaints.end(),
+                            [&](const std::string& complaint) {
+                                return complaint.find("WARNING  Controller " + device + " cannot be reached: ") == 0;
+                            }),
+              1)
+        << Log();
 }
 
 TEST_F(IpmiBoardsTest, AccountOfAUser_ReadsEverythingAndIsRefusedTheRest) {

@@ -6,7 +6,6 @@ namespace {
 
 using test::ExecutedWrite;
 using test::IpmiSimulator;
-using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -19,10 +18,9 @@ constexpr const char* c_threeBands =
 class IpmiFansTest : public test::IpmiDaemonTest {
 protected:
     static test::SimulatedChassis WarmAt(std::uint8_t degrees) {
-        test::SimulatedController controller;
-        controller.sensors = test::SyntheticSensors(1);
-        controller.sensors.front().raw = degrees;
-        return {.controllers = {controller}};
+        test::SimulatedChassis chassis = test::WithSensors(1);
+        chassis.controllers.front().sensors.front().raw = degrees;
+        return chassis;
     }
 
     static std::string Changed(const std::string& from, const std::string& to, const std::string& temperature) {

@@ -2,7 +2,9 @@
 
 #include <sys/stat.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <map>
 #include <optional>
 #include <string>
@@ -35,6 +37,19 @@ inline BoardAt Icb(const IpmiSimulator& simulator) {
 inline BoardAt Io(int number, const IpmiSimulator& simulator) {
     const std::string text = std::to_string(number);
     return {.uri = "io/" + text, .type = "io", .name = "IO" + text, .simulator = &simulator};
+}
+
+/// The host, whose controller is the reference of the clocks.
+inline BoardAt Host(const IpmiSimulator& simulator) {
+    return {.uri = "os/0", .type = "os", .name = "HOST", .simulator = &simulator};
+}
+
+/// A simulator's one controller with so many synthetic sensors. Their limits, lower to upper non-recoverable: a
+/// temperature (5 10 15 80 90 100) at 40, one below zero (-20 -10 none 50 60 none) at -3, voltages and others.
+inline SimulatedChassis WithSensors(std::size_t count) {
+    SimulatedController controller;
+    controller.sensors = SyntheticSensors(count);
+    return {.controllers = {controller}};
 }
 
 /// Another board of the same controller.

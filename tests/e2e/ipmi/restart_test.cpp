@@ -9,7 +9,7 @@ namespace {
 
 using test::IpmiSimulator;
 using test::SimulatedController;
-using testing::Contains;
+using test::WithSensors;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -18,12 +18,6 @@ using testing::StartsWith;
 
 constexpr std::uint8_t c_bmc = 0x20;
 constexpr const char* c_quickToGiveUp = "cache='cache' timeout='200' retries='1'";
-
-test::SimulatedChassis WithSensors(std::size_t count) {
-    SimulatedController controller;
-    controller.sensors = test::SyntheticSensors(count);
-    return {.controllers = {controller}};
-}
 
 class IpmiRestartTest : public test::IpmiDaemonTest {
 protected:

@@ -204,7 +204,7 @@ TEST_F(SensorLeavesTest, EveryKindOfSensor_HasTheValuesThatTheControllerWasGiven
     }
     EXPECT_EQ(SensorNodes("ICB"), nodes) << "in the order of the records, the discrete one left out";
     EXPECT_EQ(Stop(), 0);
-    EXPECT_THAT(Complaints(), ElementsAre());
+    EXPECT_THAT(Complaints(), IsEmpty());
 }
 
 TEST_F(SensorLeavesTest, Readings_AreThoseOfTheMomentAndComeAndGo) {

@@ -6,23 +6,14 @@ namespace {
 
 using test::BoardAt;
 using test::IpmiSimulator;
-using test::SimulatedController;
-using testing::ElementsAre;
-using testing::IsEmpty;
+using test::WithSensors;
 using testing::StartsWith;
-using testing::UnorderedElementsAre;
 using testing::UnorderedElementsAreArray;
 
 constexpr std::uint8_t c_bmc = 0x20;
 
 class IpmiWholeTest : public test::IpmiDaemonTest {
 protected:
-    static test::SimulatedChassis WithSensors(std::size_t count) {
-        SimulatedController controller;
-        controller.sensors = test::SyntheticSensors(count);
-        return {.controllers = {controller}};
-    }
-
     static std::string Answers(const BoardAt& board, const std::string& boards) {
         return "INFO     Controller 127.0.0.1:" + std::to_string(board.simulator->GetPort()) +
                " answers: session with cipher suite " + std::to_string(board.cipherSuite) + " (" + boards + ")";
@@ -31,8 +22,8 @@ protected:
     static constexpr const char* c_allWorkers =
         "<monitor><frequency>1</frequency><filter><absolute enabled='false'/></filter></monitor>\n"
         "<damage_protection><frequency>1</frequency></damage_protection>\n"
-        "<temperature_control><frequency>1</frequency><fans><set lower='30' upper='50' rpm='3000'/>"
-        "<set lower='45' upper='60' rpm='4000'/><set lower='55' upper='70' rpm='6500'/></fans></temperature_control>\n"
+        "<temperature_control><frequency>1</frequency><fans><set lower='30' upper='42' rpm='3000'/>"
+        "<set lower='38' upper='48' rpm='4000'/><set lower='45' upper='50' rpm='6500'/></fans></temperature_control>\n"
         "<timesync><frequency>1</frequency></timesync>\n";
 };
 
@@ -45,10 +36,7 @@ TEST_F(IpmiWholeTest, MixedChassis_EachWorkerDoesItsWorkAndSaysNothingElse) {
     const IpmiSimulator hostSimulator(WithSensors(6));
     const BoardAt icb = test::Icb(icbSimulator);
     const BoardAt io = test::Io(1, ioSimulator);
-    BoardAt host = test::Io(0, hostSimulator);
-    host.uri = "os/0";
-    host.type = "os";
-    host.name = "HOST";
+    BoardAt host = test::Host(hostSimulator);
     host.cipherSuite = 3;
     ConfigureBoards({io, icb, test::Behind(icb, 0x82, "psu/1", "PSU1", "power_supply"),
                      test::Behind(icb, 0x84, "io/4", "IO4"), host},
@@ -78,7 +66,6 @@ TEST_F(IpmiWholeTest, MixedChassis_EachWorkerDoesItsWorkAndSaysNothingElse) {
         Answers(icb, "boards icb/0, psu/1, io/4"),
         Answers(host, "board os/0"),
         line + "Fans changed from 0 RPM to 4000 RPM. (Max temperature is 40)",
-        line + "Fans changed from 4007 RPM to 3000 RPM. (Max temperature is 40)",
         line + "Reference for time synchronization is board os_0.",
         line + "Time Synchronization settings:",
         line + "*Time synchronization process started.",
@@ -95,7 +82,6 @@ TEST_F(IpmiWholeTest, MixedChassis_EachWorkerDoesItsWorkAndSaysNothingElse) {
         expected.emplace_back(StartsWith(set + board + " - difference is "));
     }
     EXPECT_THAT(Messages(), UnorderedElementsAreArray(expected));
-    EXPECT_EQ(Messages().back().find("ERROR"), std::string::npos);
     for (const std::string& label : labels) {
         SCOPED_TRACE(label);
         const std::vector<std::string> lines = SensorLog(label);

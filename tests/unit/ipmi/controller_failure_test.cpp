@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -196,6 +197,26 @@ TEST_F(ControllerFailure, BoardThatTimesOut_IsSilentAlone_UntilAProbeFindsIt) {
     EXPECT_THAT(Log(), ElementsAre(c_answers, HasSubstr("warning: Board io/3"),
                                    HasSubstr("Board io/3 (10.0.0.11:623, "
                                              "IPMB 0x86) answers again")));
+}
+
+TEST_F(ControllerFailure, SilentBoard_IsProbedWhileOthersAreSwept) {
+    m_timing.leastBackOff = milliseconds(0);
+    m_timing.mostBackOff = milliseconds(0);
+    StartAndAwait();
+    m_fake->SetCompletionCode(bmc::ipmi::c_noAcknowledge, 1'000'000'000);
+    EXPECT_THAT(ErrorOfReading(Bridged()), StartsWith("NoAnswer: io/3 "));
+    const std::vector<bmc::ipmi::Request> sweep(60, Reading());
+    EXPECT_TRUE(Await([&] {
+        m_fake->ForgetSeen();
+        Own().Begin(sweep)->Await(sweep.size() - 1);
+        std::vector<std::string> seen;
+        for (const test::SeenExchange& each : m_fake->Seen()) {
+            seen.push_back(each.what);
+        }
+        const auto first = std::find(seen.begin(), seen.end(), "20:04/2d");
+        const auto last = std::find(seen.rbegin(), seen.rend(), "20:04/2d").base();
+        return std::find(first, last, "86:06/01") != last;
+    }));
 }
 
 TEST_F(ControllerFailure, ControllerThatDiesAfterItsBoard_IsFoundWithoutACaller) {

@@ -122,6 +122,17 @@ TEST_F(ControllerQueue, Batch_LetsWhatIsReadInBetween) {
     EXPECT_EQ(seen[6], "20:30/12");
 }
 
+TEST_F(ControllerQueue, Batch_GivesEachAnswerBeforeTheNextCame) {
+    StartAndAwait();
+    m_fake->SetGate(false);
+    auto batch = Own().Begin(Sweep(100));
+    for (std::uint8_t i = 0; i < 100; ++i) {
+        ASSERT_TRUE(AwaitSeen(fmt::format("20:04/{:02x}", i)));
+        m_fake->LetPass();
+        ASSERT_THAT(batch->Await(i).data, ElementsAre(0x04, i));
+    }
+}
+
 TEST_F(ControllerQueue, Batch_GivenUp_SendsNoMoreOfIt) {
     StartAndAwait();
     Occupy();

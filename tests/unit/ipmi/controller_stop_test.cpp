@@ -110,14 +110,17 @@ TEST_F(ControllerStop, AtTheDeadline_WhatWaitsIsBrokenOff) {
 }
 
 TEST_F(ControllerStop, ForgottenBatch_IsNotInTheWayOfTheStopper) {
-    StartAndAwait();
-    m_fake->LoseAnswers(1);
-    auto batch = Own().Begin({Reading(), Reading()});
-    ASSERT_TRUE(AwaitSeen("20:04/2d"));
-    LimitAccesses(milliseconds(0));
-    EXPECT_EQ(ErrorOfWriting(Own()), "");
-    EXPECT_THAT(m_fake->SeenRequests(), ElementsAre("20:04/2d", "20:0a/49"));
-    EXPECT_EQ(ErrorOf([&] { batch->Await(1); }), c_brokenOff);
+    for (const milliseconds from : {milliseconds(0), milliseconds(20)}) {
+        StartAndAwait();
+        m_fake->LoseAnswers(1);
+        auto batch = Own().Begin({Reading(), Reading()});
+        ASSERT_TRUE(AwaitSeen("20:04/2d"));
+        LimitAccesses(from);
+        EXPECT_EQ(ErrorOfWriting(Own()), "");
+        EXPECT_THAT(m_fake->SeenRequests(), ElementsAre("20:04/2d", "20:0a/49"));
+        EXPECT_EQ(ErrorOf([&] { batch->Await(1); }), c_brokenOff);
+        m_controller.reset();
+    }
 }
 
 TEST_F(ControllerStop, OpeningUnderWay_IsNotInTheWayOfTheStopper) {

@@ -90,6 +90,10 @@ public:
     void SetGate(bool isOpen) {
         Change([&] { m_isGateOpen = isOpen; });
     }
+    /// Lets one request more through the closed gate.
+    void LetPass() {
+        Change([&] { ++m_passes; });
+    }
     /// Called for each exchange, before it is answered, without a lock.
     void SetHook(std::function<void(const std::string& what)> hook) { m_hook = std::move(hook); }
 
@@ -160,6 +164,7 @@ private:
     bool m_isDead = false;
     bool m_isSessionKnown = false;
     bool m_isGateOpen = true;
+    int m_passes = 0;  ///< through the closed gate
     std::set<std::uint8_t> m_deadBoards;
     int m_broken = 0;
     int m_lost = 0;
@@ -324,8 +329,10 @@ private:
     void WaitForGate(bmc::ipmi::SteadyTime deadline) {
         {
             std::unique_lock<std::mutex> lock(m_controller->m_mutex);
-            m_controller->m_changed.wait_until(lock, deadline,
-                                               [&] { return m_isInterrupted || m_controller->m_isGateOpen; });
+            m_controller->m_changed.wait_until(lock, deadline, [&] {
+                return m_isInterrupted || m_controller->m_isGateOpen || m_controller->m_passes > 0;
+            });
+            m_controller->m_passes -= m_controller->m_isGateOpen || m_controller->m_passes == 0 ? 0 : 1;
         }
         CheckInterrupt();
     }
