@@ -55,7 +55,8 @@ class ControllerWorker;
 ///   rest in a new one, which makes up for a session that the controller has dropped;
 /// - one that is sent once T, and one more T for a new session when it was not answered;
 /// - a new session that has to be opened before comes on top, with T * (R + 1) at the most;
-/// - from LimitAccesses on, what is let through: 0.7 s (T if shorter) for the try, 0.6 s (T) for a session.
+/// - from LimitAccesses on, what is let through: 0.7 s (T if shorter) for the try, 0.6 s (T) for a session. The first
+///   that is for a board that was silent then does not fail at once: the board may have come back since the last probe.
 ///
 /// All operations but construction and destruction may be called from any thread.
 class Controller {

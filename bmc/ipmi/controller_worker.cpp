@@ -88,7 +88,7 @@ std::shared_ptr<Job> ControllerWorker::Submit(std::size_t port, Purpose_e purpos
     const std::lock_guard<std::mutex> guard(m_mutex);
     if (const std::optional<Failure> end = WhyGivenUp(*job, job->begin)) {
         job->Finish(*end);
-    } else if (m_reachability.IsSilent(port)) {
+    } else if (m_reachability.IsSilent(port) && !TakeLastTry(*job)) {
         job->Finish(m_reachability.WhySilent(port));
     } else if (!job->IsFinished()) {
         m_queue.Push(job);
@@ -179,6 +179,9 @@ unsigned long ControllerWorker::GetReturns(std::size_t port) const {
 
 void ControllerWorker::LimitAccesses(const StopLimit& limit) {
     const std::lock_guard<std::mutex> guard(m_mutex);
+    if (!m_limit) {
+        m_hasLastTry = m_reachability.NextProbe().has_value();
+    }
     m_limit = limit;
     m_queue.WakeAll();
 }
@@ -261,7 +264,8 @@ bool ControllerWorker::NeedsSession(const Job* job, SteadyTime now) const {
     if (HasLimitPassed(now)) {
         return job != nullptr;
     }
-    return !m_reachability.IsControllerSilent() || now >= m_reachability.NextProbe()->time;
+    // While the controller is silent nothing is queued but a last try.
+    return job != nullptr || !m_reachability.IsControllerSilent() || now >= m_reachability.NextProbe()->time;
 }
 
 template <class Exchange>
@@ -364,6 +368,10 @@ void ControllerWorker::WakeCaller(Job& job, SteadyTime now) const {
         job.lastWake = now;
         job.ready.notify_one();
     }
+}
+
+bool ControllerWorker::TakeLastTry(const Job& job) {
+    return IsSentOnce(job.purpose) && IsLetThrough(&job) && std::exchange(m_hasLastTry, false);
 }
 
 bool ControllerWorker::IsLetThrough(const Job* job) const {

@@ -77,6 +77,7 @@ private:
     std::optional<Failure> WhyGivenUp(const Job& job, SteadyTime now) const;
     SteadyTime NextLook(const Job& job, SteadyTime now) const;
     void InterruptWhatIsBrokenOff();
+    bool TakeLastTry(const Job& job);
 
     // Both sides:
     bool HasLimitPassed(SteadyTime now) const { return m_limit && m_limit->HasPassed(now); }
@@ -99,6 +100,7 @@ private:
     RequestQueue m_queue;
     Reachability m_reachability;
     std::optional<StopLimit> m_limit;
+    bool m_hasLastTry = false;  ///< somebody was silent when the stop began, and was not asked since
     std::optional<Running> m_running;
     bool m_isWaiting = false;  ///< the thread has nothing to do
     bool m_isStopping = false;

@@ -98,6 +98,21 @@ TEST_F(StopFailureTest, AllDeadButTheChassisController_FansAreLeftAtMaximumSpeed
     EXPECT_THAT(FanRegisters(), Each(c_fastest));
 }
 
+TEST_F(StopFailureTest, ChassisControllerThatCameBackSinceTheLastProbe_FansAreLeftAtMaximumSpeed) {
+    StartControllers(1);
+    ConfigureBoards(c_everySecond, "timeout='300' retries='1'");
+    Start();
+    ASSERT_NO_FATAL_FAILURE(AwaitPasses());
+    Kill(m_sites[0], Death_e::frozen);
+    ASSERT_TRUE(AwaitLog(Controller(m_sites[0]) + " does not answer: ")) << Log();
+    // Probes follow after 0.5 s and after one more second, each for 0.45 s, and then after two.
+    std::this_thread::sleep_for(std::chrono::milliseconds(2700));
+    ASSERT_EQ(CountMessages(" answers again "), 0);
+    Revive(m_sites[0], Death_e::frozen);
+    StopInTime();
+    EXPECT_THAT(FanRegisters(), Each(c_fastest)) << Log();
+}
+
 /// Milliseconds from the start to SIGTERM. The boards are known to be dead after 2250.
 class StopDuringStartTest : public StopFailureTest, public testing::WithParamInterface<int> {};
 

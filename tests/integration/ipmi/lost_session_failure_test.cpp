@@ -138,6 +138,21 @@ TEST_F(LostSessionTest, NoFreeSlot_IsToldAndTheNextFreeOneIsTaken) {
     EXPECT_EQ(CountMessages(" answers again after "), 1);
 }
 
+TEST_F(LostSessionTest, SessionsThatAreGivenUp_DoNotUseUpTheControllersSlots) {
+    constexpr int c_moreThanThereAreSlots = 80;
+    m_ways.timeout = Milliseconds(20);
+    m_ways.retries = 1;
+    StartControllers(1, 1);
+    OpenBackend();
+    for (int lost = 0; lost < c_moreThanThereAreSlots; ++lost) {
+        Relay().SetFaults(RelayDirection_e::to_client, {.dropped = {1}});
+        ErrorOf([&] { Board().FpgaSpiWrite(0x40, 1); });
+        ASSERT_TRUE(AwaitAnswer(0)) << lost << '\n' << testing::PrintToString(Messages());
+    }
+    EXPECT_GE(m_openings.opened, c_moreThanThereAreSlots);
+    EXPECT_EQ(CountMessages("slot"), 0) << testing::PrintToString(Messages());
+}
+
 /// What a process has of the things that can be left behind.
 struct Belongings {
     std::ptrdiff_t files;
