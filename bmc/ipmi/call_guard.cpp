@@ -66,8 +66,8 @@ void CallGuard::Begin(Time deadline) {
     if (!m_timer || m_thread != ::gettid()) {
         MakeTimer();
     }
-    static const sigset_t s_signals = SignalsToBlock();
-    ::pthread_sigmask(SIG_SETMASK, &s_signals, &m_formerMask);
+    static const sigset_t signals = SignalsToBlock();
+    ::pthread_sigmask(SIG_SETMASK, &signals, &m_formerMask);
     m_isCalling = true;
     SetTimer(m_isInterrupted ? c_atOnce : ToTimespec(deadline));
 }
@@ -93,8 +93,8 @@ bool CallGuard::TakeInterruption() noexcept {
 }
 
 void CallGuard::MakeTimer() {
-    static const bool s_isInstalled = (InstallHandler(), true);
-    static_cast<void>(s_isInstalled);
+    static const bool isInstalled = (InstallHandler(), true);
+    static_cast<void>(isInstalled);
 
     if (m_timer) {
         ::timer_delete(*m_timer);

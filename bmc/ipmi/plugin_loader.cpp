@@ -49,7 +49,7 @@ const PluginApi& Load(const std::string& path) {
     }
     const PluginApi* const api = entry();
     const std::string build = api == nullptr || api->build == nullptr ? "unknown" : api->build;
-    if (build != c_buildId) {
+    if (api == nullptr || build != c_buildId) {
         throw qstd::Exception("cannot use " + path + ": it is of the build " + build + ", this program of the build " +
                               c_buildId);
     }

@@ -40,7 +40,7 @@ TEST_F(LanClock, ClockThatIsSetDuringEveryCall_DisturbsNoSession) {
             EXPECT_EQ(Failure([&] { Ask(*transport); }), std::nullopt) << m_text;
         }
         EXPECT_EQ(Failure([&] {
-                      Ask(*transport, c_getDeviceId, 5s, Sending_e::repeated, {0x82, 0});
+                      Ask(*transport, c_askDeviceId, 5s, Sending_e::repeated, {0x82, 0});
                   }),
                   std::nullopt)
             << m_text;
@@ -55,7 +55,7 @@ TEST_F(LanClock, ClockThatIsSetWhileTheControllerIsSilent_DeadlineHolds) {
     for (const auto step : {1h, -1h}) {
         SeenByLibrary::Reset();
         SeenByLibrary::SetStepAtEachLook(step);
-        EXPECT_EQ(Failure([&] { Ask(*transport, c_getDeviceId, 250ms); }), TransportFailure_e::noAnswer);
+        EXPECT_EQ(Failure([&] { Ask(*transport, c_askDeviceId, 250ms); }), TransportFailure_e::noAnswer);
         EXPECT_GE(m_duration, 250ms);
         EXPECT_LT(m_duration, 250ms + c_tolerance);
     }
@@ -69,8 +69,7 @@ TEST_F(LanClock, RequestThatMustNotBeRepeated_IsSentOnce_WhateverTheClockDoes) {
         SeenByLibrary::Reset();
         SeenByLibrary::SetStepAtEachLook(step);
         // Longer than all tries together.
-        EXPECT_EQ(Failure([&] { Ask(*transport, c_setSelTime, 800ms, Sending_e::once); }),
-                  TransportFailure_e::noAnswer);
+        EXPECT_EQ(Failure([&] { Ask(*transport, c_setClock, 800ms, Sending_e::once); }), TransportFailure_e::noAnswer);
         EXPECT_EQ(SeenByLibrary::TakeSentPackets(), 1);
     }
     m_simulator->Thaw();
@@ -80,7 +79,7 @@ TEST_F(LanClock, RequestThatMayBeRepeated_IsSentAsOftenAsConfigured) {
     const auto transport = MakeOpen();
     m_simulator->Freeze();
     SeenByLibrary::TakeSentPackets();
-    EXPECT_EQ(Failure([&] { Ask(*transport, c_getDeviceId, 800ms); }), TransportFailure_e::noAnswer);
+    EXPECT_EQ(Failure([&] { Ask(*transport, c_askDeviceId, 800ms); }), TransportFailure_e::noAnswer);
     EXPECT_EQ(SeenByLibrary::TakeSentPackets(), 3);
     m_simulator->Thaw();
 }
@@ -96,7 +95,7 @@ TEST_F(LanClock, RequestThatGotLost_IsSentAgain) {
 TEST_F(LanClock, RequestThatGotLost_AndMustNotBeRepeated_IsLost) {
     const auto transport = MakeOpen();
     SeenByLibrary::LosePackets(1);
-    EXPECT_EQ(Failure([&] { Ask(*transport, c_setSelTime, 300ms, Sending_e::once); }), TransportFailure_e::noAnswer);
+    EXPECT_EQ(Failure([&] { Ask(*transport, c_setClock, 300ms, Sending_e::once); }), TransportFailure_e::noAnswer);
 }
 
 TEST_F(LanClock, MessageOfAnOpeningThatGotLost_CostsAnAttempt) {
@@ -110,7 +109,7 @@ TEST_F(LanClock, MessageOfAnOpeningThatGotLost_CostsAnAttempt) {
 TEST_F(LanClock, DeadlineThatHasPassed_SendsNothing) {
     const auto transport = MakeOpen();
     SeenByLibrary::TakeSentPackets();
-    EXPECT_EQ(Failure([&] { Ask(*transport, c_setSelTime, 0ms, Sending_e::once); }), TransportFailure_e::noAnswer);
+    EXPECT_EQ(Failure([&] { Ask(*transport, c_setClock, 0ms, Sending_e::once); }), TransportFailure_e::noAnswer);
     EXPECT_EQ(SeenByLibrary::TakeSentPackets(), 0);
 }
 
@@ -118,7 +117,7 @@ TEST_F(LanClock, InterruptionBeforeARequest_SendsNothing) {
     const auto transport = MakeOpen();
     SeenByLibrary::TakeSentPackets();
     transport->Interrupt();
-    EXPECT_EQ(Failure([&] { Ask(*transport, c_setSelTime, 1s, Sending_e::once); }), TransportFailure_e::interrupted);
+    EXPECT_EQ(Failure([&] { Ask(*transport, c_setClock, 1s, Sending_e::once); }), TransportFailure_e::interrupted);
     EXPECT_EQ(SeenByLibrary::TakeSentPackets(), 0);
 }
 

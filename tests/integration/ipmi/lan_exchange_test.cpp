@@ -28,7 +28,7 @@ TEST_F(LanExchange, CommandThatIsRefused_IsAnAnswer) {
 
 TEST_F(LanExchange, BoardBehindTheController_Answers) {
     const auto transport = MakeOpen();
-    const Response response = Ask(*transport, c_getDeviceId, 5s, Sending_e::repeated, {0x82, 0});
+    const Response response = Ask(*transport, c_askDeviceId, 5s, Sending_e::repeated, {0x82, 0});
     EXPECT_EQ(response.completionCode, c_completed);
     ASSERT_THAT(response.data, SizeIs(testing::Ge(1U)));
     EXPECT_EQ(response.data[0], 0x21) << "not the board's device id";
@@ -37,7 +37,7 @@ TEST_F(LanExchange, BoardBehindTheController_Answers) {
 TEST_F(LanExchange, NobodyBehindTheController_IsAnAnswerWithTheBridgesCode) {
     const auto transport = MakeOpen();
     const auto start = steady_clock::now();
-    const Response response = Ask(*transport, c_getDeviceId, 5s, Sending_e::repeated, {0x84, 0});
+    const Response response = Ask(*transport, c_askDeviceId, 5s, Sending_e::repeated, {0x84, 0});
     EXPECT_EQ(response.completionCode, c_noAcknowledge);
     EXPECT_LT(steady_clock::now() - start, 1s);
     EXPECT_EQ(Ask(*transport).completionCode, c_completed) << "the session is of use no more";
@@ -45,7 +45,7 @@ TEST_F(LanExchange, NobodyBehindTheController_IsAnAnswerWithTheBridgesCode) {
 
 TEST_F(LanExchange, NoSuchBus_IsAnAnswerWithTheBridgesOwnCode) {
     const auto transport = MakeOpen();
-    const Response response = Ask(*transport, c_getDeviceId, 5s, Sending_e::repeated, {0x82, 5});
+    const Response response = Ask(*transport, c_askDeviceId, 5s, Sending_e::repeated, {0x82, 5});
     EXPECT_EQ(response.completionCode, 0xcc) << CompletionText(response.completionCode);
 }
 
@@ -53,13 +53,13 @@ TEST_F(LanExchange, FrozenController_FailsAtTheDeadline) {
     const auto transport = MakeOpen();
     m_simulator->Freeze();
     for (const auto limit : {1ms, 100ms, 350ms}) {
-        EXPECT_EQ(Failure([&] { Ask(*transport, c_getDeviceId, limit); }), TransportFailure_e::noAnswer);
+        EXPECT_EQ(Failure([&] { Ask(*transport, c_askDeviceId, limit); }), TransportFailure_e::noAnswer);
         EXPECT_GE(m_duration, limit);
         EXPECT_LT(m_duration, limit + c_tolerance);
         EXPECT_THAT(m_text, HasSubstr("no answer within "));
     }
     EXPECT_EQ(Failure([&] {
-                  Ask(*transport, c_getDeviceId, 100ms, Sending_e::once, {0x82, 0});
+                  Ask(*transport, c_askDeviceId, 100ms, Sending_e::once, {0x82, 0});
               }),
               TransportFailure_e::noAnswer);
     EXPECT_LT(m_duration, 100ms + c_tolerance);
@@ -69,7 +69,7 @@ TEST_F(LanExchange, FrozenController_FailsAtTheDeadline) {
 TEST_F(LanExchange, ControllerThatWasAway_SessionIsOpenedAnew) {
     const auto transport = MakeOpen();
     m_simulator->Restart();
-    EXPECT_EQ(Failure([&] { Ask(*transport, c_getDeviceId, 300ms); }), TransportFailure_e::noAnswer);
+    EXPECT_EQ(Failure([&] { Ask(*transport, c_askDeviceId, 300ms); }), TransportFailure_e::noAnswer);
     EXPECT_EQ(Failure([&] { transport->Open(In(5s)); }), std::nullopt) << m_text;
     EXPECT_EQ(Ask(*transport).completionCode, c_completed);
 }
@@ -77,7 +77,7 @@ TEST_F(LanExchange, ControllerThatWasAway_SessionIsOpenedAnew) {
 TEST_F(LanExchange, ControllerThatIsGone_FailsAtTheDeadline) {
     const auto transport = MakeOpen();
     m_simulator->Stop();
-    EXPECT_EQ(Failure([&] { Ask(*transport, c_getDeviceId, 200ms); }), TransportFailure_e::noAnswer);
+    EXPECT_EQ(Failure([&] { Ask(*transport, c_askDeviceId, 200ms); }), TransportFailure_e::noAnswer);
     EXPECT_LT(m_duration, 200ms + c_tolerance);
 }
 
@@ -102,7 +102,7 @@ TEST_F(LanExchange, Interruption_EndsARequest) {
     const auto transport = MakeOpen();
     m_simulator->Freeze();
     std::thread other([&] { transport->Interrupt(); });
-    EXPECT_EQ(Failure([&] { Ask(*transport, c_getDeviceId, 1min); }), TransportFailure_e::interrupted);
+    EXPECT_EQ(Failure([&] { Ask(*transport, c_askDeviceId, 1min); }), TransportFailure_e::interrupted);
     EXPECT_LT(m_duration, 1s);
     other.join();
     m_simulator->Thaw();

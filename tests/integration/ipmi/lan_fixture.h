@@ -9,7 +9,8 @@
 #include <string>
 
 #include "bmc/ipmi/freeipmi_transport.h"
-#include "tests/integration/ipmi/small_simulator.h"
+#include "tests/support/ipmi/ipmi_simulator.h"
+#include "tests/support/ipmi/loopback.h"
 
 namespace test {
 
@@ -18,20 +19,32 @@ using namespace std::chrono_literals;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-inline const Request c_getDeviceId(NetFn_e::app, 0x01);
-inline const Request c_setSelTime(NetFn_e::storage, 0x49, {0x00, 0x00, 0x00, 0x60});
+inline const Request c_askDeviceId(NetFn_e::app, 0x01);
+inline const Request c_setClock(NetFn_e::storage, 0x49, {0x00, 0x00, 0x00, 0x60});
 
-/// Sessions with a simulated controller. Cipher suite 3: the simulator has no 17.
+/// Sessions with a simulated controller, which has one more behind it at 0x82 on the IPMB and nobody at 0x84.
 class LanTest : public testing::Test {
 protected:
     /// How much later than its deadline a call may come back, on a busy machine.
-    static constexpr milliseconds c_tolerance{50};
+    static constexpr milliseconds c_tolerance{1000};
+    static constexpr std::uint8_t c_sensors = 60;  ///< each reads its number
 
     void SetUp() override {
-        if (!SmallSimulator::IsInstalled()) {
-            GTEST_SKIP() << SmallSimulator::c_program << " is not installed";
+        if (!IpmiSimulator::IsInstalled()) {
+            GTEST_SKIP() << "ipmi_sim is not installed";
         }
-        m_simulator = std::make_unique<SmallSimulator>();
+        SimulatedController controller;
+        controller.users = {{"ops", "ops-secret", "admin"}, {"guest", "guest-secret", "user"}};
+        for (std::uint8_t number = 1; number <= c_sensors; ++number) {
+            SimulatedSensor sensor;
+            sensor.number = number;
+            sensor.name = "Sensor " + std::to_string(number);
+            sensor.raw = number;
+            controller.sensors.push_back(sensor);
+        }
+        SimulatedController board = Satellite(0x82, {});
+        board.deviceId = 0x21;
+        m_simulator = std::make_unique<IpmiSimulator>(SimulatedChassis{.controllers = {controller, board}});
     }
 
     ControllerSettings Settings() const {
@@ -40,7 +53,7 @@ protected:
         settings.port = m_simulator->GetPort();
         settings.user = "ops";
         settings.privilege = Privilege_e::administrator;
-        settings.cipherSuite = 3;
+        settings.cipherSuite = m_simulator->HasCipherSuite17() ? 17 : 3;
         settings.timeout = 200ms;
         settings.retries = 2;
         return settings;
@@ -59,7 +72,7 @@ protected:
 
     static SteadyTime In(milliseconds time) { return steady_clock::now() + time; }
 
-    static Response Ask(Transport& transport, const Request& request = c_getDeviceId, milliseconds limit = 5s,
+    static Response Ask(Transport& transport, const Request& request = c_askDeviceId, milliseconds limit = 5s,
                         Sending_e sending = Sending_e::repeated, Target target = {}) {
         return transport.Exchange(target, request, sending, In(limit));
     }
@@ -86,7 +99,7 @@ protected:
         return Failure([&] { transport->Open(In(limit)); });
     }
 
-    std::unique_ptr<SmallSimulator> m_simulator;
+    std::unique_ptr<IpmiSimulator> m_simulator;
     std::string m_text;
     milliseconds m_duration{};
 };

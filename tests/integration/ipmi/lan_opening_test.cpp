@@ -58,6 +58,7 @@ TEST_F(LanOpening, RefusalWithAReason_SaysIt) {
         const RefusingController controller(status);
         auto settings = Settings();
         settings.port = controller.GetPort();
+        settings.cipherSuite = 3;
         EXPECT_EQ(FailureToOpen(settings), TransportFailure_e::refused);
         EXPECT_EQ(m_text, text);
     }
@@ -65,9 +66,9 @@ TEST_F(LanOpening, RefusalWithAReason_SaysIt) {
 
 TEST_F(LanOpening, CipherSuiteThatIsNotOffered_SaysSo) {
     auto settings = Settings();
-    settings.cipherSuite = 17;
+    settings.cipherSuite = 16;
     EXPECT_EQ(FailureToOpen(settings), TransportFailure_e::broken);
-    EXPECT_THAT(m_text, HasSubstr("cipher suite 17 is not offered"));
+    EXPECT_THAT(m_text, HasSubstr("cipher suite 16 is not offered"));
     EXPECT_LT(m_duration, 1s);
 }
 
@@ -190,7 +191,7 @@ TEST_F(LanOpening, HundredsOfLostSessionsAndFailedOpenings_LeaveNothingBehind) {
             m_simulator->Thaw();
             transport->Open(In(5s));
             m_simulator->Freeze();
-            ASSERT_EQ(Failure([&] { Ask(*transport, c_getDeviceId, 1ms); }), TransportFailure_e::noAnswer);
+            ASSERT_EQ(Failure([&] { Ask(*transport, c_askDeviceId, 1ms); }), TransportFailure_e::noAnswer);
             ASSERT_EQ(Failure([&] { transport->Open(In(1ms)); }), TransportFailure_e::noAnswer);
         }
     };

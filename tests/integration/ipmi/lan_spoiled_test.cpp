@@ -32,7 +32,7 @@ protected:
         int answered = 0;
         for (int i = 0; i < rounds * 60; ++i) {
             const auto sensor = static_cast<std::uint8_t>(i % 60 + 1);
-            const Request request = target.IsBridged() ? c_getDeviceId : Request(NetFn_e::sensor, 0x2d, {sensor});
+            const Request request = target.IsBridged() ? c_askDeviceId : Request(NetFn_e::sensor, 0x2d, {sensor});
             const auto failure = Failure([&] {
                 if (!isOpen) {
                     transport->Open(In(100ms));

@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/integration/ipmi/small_simulator.h"
+#include "tests/support/ipmi/loopback.h"
 
 namespace test {
 

@@ -1,4 +1,5 @@
 #include "tests/support/ipmi/udp_relay.h"
+#include "tests/support/ipmi/loopback.h"
 
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
@@ -28,14 +29,6 @@ using testing::Optional;
 using Clock = std::chrono::steady_clock;
 
 constexpr int c_patience = 10'000;  // ms
-
-sockaddr_in Loopback(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
 
 // One end of a conversation over UDP.
 class Peer {

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cmath>
+#include <ostream>
 
 #include "tests/integration/ipmi/failure_fixture.h"
 
@@ -22,6 +23,11 @@ struct NamedCommand {
     IpmiCommand command;
     std::uint8_t length;  ///< of its whole reply, the completion code counted
 };
+
+/// How the name of a test shows it.
+void PrintTo(const NamedCommand& command, std::ostream* out) {
+    *out << command.name;
+}
 
 constexpr std::array c_commands{
     NamedCommand{"GetDeviceId", c_getDeviceId, 12},

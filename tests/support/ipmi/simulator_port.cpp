@@ -1,4 +1,5 @@
 #include "tests/support/ipmi/simulator_port.h"
+#include "tests/support/ipmi/loopback.h"
 
 #include <arpa/inet.h>
 #include <poll.h>
@@ -17,14 +18,6 @@ constexpr std::array<std::uint8_t, 23> c_question{0x06, 0x00, 0xff, 0x07, 0x00, 
                                                   0x00, 0x00, 0x00, 0x00, 0x00, 0x09, 0x20, 0x18,
                                                   0xc8, 0x81, 0x00, 0x38, 0x8e, 0x04, 0xb5};
 constexpr int c_answerLimit = 50;  // ms
-
-sockaddr_in Loopback(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
 
 int OpenSocket() {
     const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);

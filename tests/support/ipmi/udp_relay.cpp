@@ -1,4 +1,5 @@
 #include "tests/support/ipmi/udp_relay.h"
+#include "tests/support/ipmi/loopback.h"
 
 #include <arpa/inet.h>
 #include <fmt/format.h>
@@ -30,14 +31,6 @@ using Clock = std::chrono::steady_clock;
 // Each client has its own socket to the server; the one that was silent longest gives way.
 constexpr std::size_t c_maxClients = 64;
 constexpr std::size_t c_maxPacket = 65536;
-
-sockaddr_in Loopback(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
 
 /// A UDP socket that is closed at the end. Non-blocking.
 class Socket {
