@@ -120,6 +120,8 @@ protected:
 struct NamedFaults {
     const char* name;
     RelayFaults faults;
+
+    friend void PrintTo(const NamedFaults& kind, std::ostream* out) { *out << kind.name; }
 };
 
 class RelayFaultKindTest : public RelayFaultTest, public testing::WithParamInterface<NamedFaults> {};

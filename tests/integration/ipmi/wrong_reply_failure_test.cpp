@@ -22,6 +22,8 @@ struct NamedCommand {
     const char* name;
     IpmiCommand command;
     std::uint8_t length;  ///< of its whole reply, the completion code counted
+
+    friend void PrintTo(const NamedCommand& command, std::ostream* out) { *out << command.name; }
 };
 
 /// How the name of a test shows it.

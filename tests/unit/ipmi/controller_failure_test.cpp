@@ -194,6 +194,7 @@ TEST_F(ControllerFailure, BoardThatTimesOut_IsSilentAlone_UntilAProbeFindsIt) {
     EXPECT_TRUE(Await([this] { return Bridged().IsAnswering() == true; }));
     EXPECT_EQ(Bridged().GetReturns(), 1U);
     EXPECT_EQ(Own().GetReturns(), 0U);
+    EXPECT_TRUE(Await([this] { return Log().size() == 3; })) << "a state is told after it has changed";
     EXPECT_THAT(Log(), ElementsAre(c_answers, HasSubstr("warning: Board io/3"),
                                    HasSubstr("Board io/3 (10.0.0.11:623, "
                                              "IPMB 0x86) answers again")));
