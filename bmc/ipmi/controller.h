@@ -45,7 +45,8 @@ class ControllerWorker;
 /// - silent: it did not answer, or the session could not be opened. Requests fail at once. A probe (opening the
 ///   session and Get Device ID, or Get Device ID to a board behind the controller) follows after 0.5 s, then after
 ///   twice that each time, up to 30 s, each 10% more or less; the first that is answered makes it answering. A
-///   controller that refuses the account is asked every 30 s only, so that it does not lock it.
+///   controller that refuses the account is asked every 30 s only, so that it does not lock it; once after 0.5 s if it
+///   let the account in before, because a packet damaged on its way can look like a wrong password.
 /// Probing a board behind the controller may hold others up for a timeout; all probes together take a fifth of the
 /// time at most.
 /// Each transition between answering and silent is logged once, with the reason.

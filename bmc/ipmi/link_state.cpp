@@ -50,6 +50,7 @@ LinkState::Change_e LinkState::Answered() {
         return Change_e::none;
     }
     m_backOff.StartAnew();
+    m_wasGood = true;
     if (before == State_e::unknown) {
         return Change_e::first;
     }
@@ -66,8 +67,10 @@ LinkState::Change_e LinkState::Failed(TransportFailure_e failure, const std::str
     }
     m_silence.failure = failure;
     m_silence.reason = reason;
-    if (failure == TransportFailure_e::refused) {
-        m_backOff.GoToMost();  // a controller may lock an account that is refused often
+    // A controller may lock an account that is refused often. But an account that was good before is tried once more
+    // soon: a packet that was damaged on its way looks like a wrong password.
+    if (failure == TransportFailure_e::refused && !std::exchange(m_wasGood, false)) {
+        m_backOff.GoToMost();
     }
     m_nextProbe = now + m_backOff.Next();
     return before == State_e::silent ? Change_e::none : Change_e::fellSilent;

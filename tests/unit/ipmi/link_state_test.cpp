@@ -104,6 +104,15 @@ TEST(LinkState, Refused_IsProbedAtTheLongestPeriodAtOnce) {
     EXPECT_LE(state.NextProbe(), c_now + milliseconds(33'000));
 }
 
+TEST(LinkState, RefusedAfterItWasGood_IsProbedOnceMoreSoon) {
+    LinkState state = MakeState();
+    state.Answered();
+    Fail(state, TransportFailure_e::refused);
+    EXPECT_LE(state.NextProbe(), c_now + milliseconds(550));
+    Fail(state, TransportFailure_e::refused);
+    EXPECT_GE(state.NextProbe(), c_now + milliseconds(27'000));
+}
+
 TEST(LinkState, Silence_KeepsItsBegin_AndTellsTheLastReason) {
     LinkState state = MakeState();
     state.Failed(TransportFailure_e::noAnswer, "no answer within 3000 ms", c_now, c_calendar);
