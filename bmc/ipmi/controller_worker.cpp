@@ -1,3 +1,4 @@
+// Longer than most: the two sides of one lock, the callers' and the thread's, are read together.
 #include "bmc/ipmi/controller_worker.h"
 
 #include <algorithm>

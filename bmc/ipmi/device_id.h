@@ -7,18 +7,13 @@
 
 namespace bmc::ipmi {
 
-/// What a controller says of itself (Get Device ID, IPMI v2.0 specification 20.1).
+/// What is used of what a controller says of itself (Get Device ID, IPMI v2.0 specification 20.1).
 struct DeviceId {
-    std::uint8_t deviceId = 0;
-    std::uint8_t deviceRevision = 0;  ///< 0..15
     bool providesDeviceRecords = false;
     bool isUpdating = false;  ///< firmware or sensor records are being written, or it initialises itself
     std::uint8_t firmwareMajor = 0;
     std::uint8_t firmwareMinor = 0;  ///< decoded from BCD; as it stands when it is none
     std::uint8_t ipmiVersion = 0;    ///< as it stands: 0x02 is 2.0
-    bool hasRepository = false;      ///< a main sensor data repository
-    std::uint32_t manufacturer = 0;  ///< IANA number
-    std::uint16_t product = 0;
 
     static Request MakeRequest() { return {NetFn_e::app, 0x01}; }
 

@@ -105,11 +105,13 @@ Response DeviceTransport::Exchange(const Target& target, const Request& request,
     try {
         ThrowIfTooLate(deadline);
         if (!Send(target, request, sending)) {
-            return {c_invalidField, {}};
+            return {c_invalidField, {}, true};
         }
         for (;;) {
             Await(deadline);
             if (auto response = Receive(request)) {
+                // The driver gives both in the same way: the code of the bridge, and that of the board.
+                response->isOfBridge = target.IsBridged();
                 return *std::move(response);
             }
         }

@@ -167,7 +167,7 @@ Response FreeIpmiTransport::TryToExchange(const Target& target, const Request& r
         if (!code) {
             throw ToTransportError(error, 0, m_settings);
         }
-        return {code->isCertain ? code->code : AskTheBridge(target, code->code, deadline), {}};
+        return {code->isCertain ? code->code : AskTheBridge(target, code->code, deadline), {}, true};
     }
     // The command stands in front of the completion code.
     if (reply.size() < 2) {

@@ -1,5 +1,6 @@
 #include "bmc/ipmi/ipmi_board.h"
 
+#include <algorithm>
 #include <exception>
 #include <functional>
 #include <thread>
@@ -179,15 +180,12 @@ std::optional<std::uint16_t> IpmiBoard::ReadRegister(std::uint16_t address, Purp
 void IpmiBoard::TellOfTransfer(const std::string& problem) const {
     {
         const std::lock_guard lock(m_mutex);
-        if (m_toldTransferProblem == problem) {
+        if (!m_toldTransferProblems.insert(problem).second) {
             return;
         }
-        m_toldTransferProblem = problem;
     }
-    if (!problem.empty()) {
-        m_log(qstd::LogLevel_e::warning,
-              "Fan registers of board " + m_settings.uri.ToString() + " cannot be accessed: " + problem);
-    }
+    m_log(qstd::LogLevel_e::warning,
+          "Fan registers of board " + m_settings.uri.ToString() + " cannot be accessed: " + problem);
 }
 
 FpgaReadResult IpmiBoard::FpgaSpiRead(std::uint16_t address) const {
@@ -213,7 +211,6 @@ FpgaWriteResult IpmiBoard::FpgaSpiWrite(std::uint16_t address, std::uint16_t val
     };
     const auto answer = WriteAndProve(request, Purpose_e::writing, isDone);
     if (!answer) {
-        TellOfTransfer({});
         return {0};
     }
     if (answer->completionCode != c_completed) {
@@ -240,6 +237,10 @@ std::vector<FpgaWriteResult> IpmiBoard::FpgaSpiWriteAll(const std::vector<FpgaRe
     }
     if (firstFailure != nullptr) {
         std::rethrow_exception(firstFailure);
+    }
+    if (std::all_of(results.begin(), results.end(), [](const FpgaWriteResult& each) { return each.failed == 0; })) {
+        const std::lock_guard lock(m_mutex);
+        m_toldTransferProblems.clear();
     }
     return results;
 }
@@ -285,6 +286,9 @@ RedLedStatus_e IpmiBoard::GetRedLighStatus() const {
     }
     const std::uint8_t state = ExpectData(response, 3, About(ChassisStatusRequest()))[2];
     if ((state & c_identifyIsKnown) == 0) {
+        return RedLedStatus_e::unknown;
+    }
+    if ((state & c_identify) == c_identify) {  // reserved
         return RedLedStatus_e::unknown;
     }
     return (state & c_identify) == 0 ? RedLedStatus_e::off : RedLedStatus_e::blinking;

@@ -4,6 +4,7 @@
 #include <functional>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -49,7 +50,7 @@ public:
     void ShutDown() override;
 
     // By the commands that the configuration names. A board without them: every transfer fails. Why a board that has
-    // them lets a transfer fail is logged once, until one succeeds.
+    // them lets a transfer fail is logged once, until FpgaSpiWriteAll succeeds with all values.
     FpgaReadResult FpgaSpiRead(std::uint16_t address) const override;
     FpgaWriteResult FpgaSpiWrite(std::uint16_t address, std::uint16_t value) const override;
     /// Writes all, whatever becomes of one; what the first raised is raised at the end.
@@ -91,15 +92,15 @@ private:
     /// Nothing when the transfer failed. @param problem gets the reason then, empty otherwise
     std::optional<std::uint16_t> ReadRegister(std::uint16_t address, Purpose_e purpose, std::string& problem) const;
 
-    /// Logs that a transfer failed, but not the same twice in a row.
+    /// Logs why a transfer failed, if that was not told since all registers could be written.
     void TellOfTransfer(const std::string& problem) const;
 
     const BoardSettings m_settings;
     Link& m_link;
     LoadedSensors& m_sensors;
     const LogFunction m_log;
-    mutable std::mutex m_mutex;                 ///< guards all below
-    mutable std::string m_toldTransferProblem;  ///< the last one; empty: a transfer succeeded since
+    mutable std::mutex m_mutex;                            ///< guards all below
+    mutable std::set<std::string> m_toldTransferProblems;  ///< since all registers could be written last
 };
 
 }  // namespace bmc::ipmi

@@ -46,6 +46,9 @@ struct Request {
 struct Response {
     std::uint8_t completionCode = 0;   ///< 0: done
     std::vector<std::uint8_t> data{};  ///< what follows the completion code
+    /// The code is the controller's on the way, which could not pass the request on or get an answer to it, and not
+    /// that of the board that it was for.
+    bool isOfBridge = false;
 };
 
 // Completion codes that decide something here (table 5-2).
@@ -63,7 +66,8 @@ constexpr std::uint8_t c_initializing = 0xd2;
 constexpr std::uint8_t c_insufficientPrivilege = 0xd4;
 constexpr std::uint8_t c_notInThisState = 0xd5;
 
-/// The code as "0xD4 (insufficient privilege level)"; one that the specification does not name as "0x8F".
+/// The code as "0xD4 (insufficient privilege level)"; one that the IPMI v2.0 specification does not
+/// name as "0x8F".
 std::string CompletionText(std::uint8_t completionCode);
 
 /// "Get SEL Time"; a command without a name here as "command 0x30/0x10".

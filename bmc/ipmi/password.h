@@ -6,7 +6,8 @@
 
 namespace bmc::ipmi {
 
-/// Where the password of an account is kept. Passwords are read when a session is opened and are not kept.
+/// Where the password of an account is kept. Passwords are read when a session is opened
+/// and are not kept here; the IPMI library keeps its copy as long as the session is open.
 struct PasswordSource {
     std::string path{};         ///< absolute; empty: there is no account, a device asks for none
     bool isCredential = false;  ///< kept by the service manager, which may let the service's group read it

@@ -105,6 +105,7 @@ std::optional<std::string> ReadSmallFile(const std::string& path) {
     const File file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     struct stat status {};
     if (file.Get() < 0 || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        (status.st_uid != ::geteuid() && status.st_uid != 0) || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0 ||
         static_cast<std::uint64_t>(status.st_size) > c_mostFileSize) {
         return std::nullopt;
     }

@@ -60,7 +60,7 @@ std::vector<std::uint8_t> RecordSource::ReadFingerprint(RecordOrigin_e origin) c
                                                : ReadStamp(m_own, OwnKind(origin), m_label));
 }
 
-std::vector<RawRecord> RecordSource::Select(const Repository& repository, RecordOrigin_e origin) const {
+std::vector<RawRecord> RecordSource::Select(const std::vector<RawRecord>& records, RecordOrigin_e origin) const {
     const auto isOurs = [&](const SensorRecord& sensor) {
         switch (origin) {
             case RecordOrigin_e::controller:
@@ -74,7 +74,7 @@ std::vector<RawRecord> RecordSource::Select(const Repository& repository, Record
         return false;
     };
     std::vector<RawRecord> selected;
-    for (const RawRecord& record : repository.records) {
+    for (const RawRecord& record : records) {
         const std::vector<SensorRecord> sensors = DecodeRecord(record);
         if (!sensors.empty() && isOurs(sensors.front())) {
             selected.push_back(record);
@@ -87,13 +87,13 @@ BoardRecords RecordSource::Read() const {
     const Identity identity = ReadIdentity();
     BoardRecords found;
     if (const auto repository = m_controller.Read()) {
-        found.records = Select(*repository, RecordOrigin_e::controller);
+        found.records = Select(repository->records, RecordOrigin_e::controller);
         found.fingerprint = MakeFingerprint(identity.bytes, repository->stamp);
     }
     const auto tryOwn = [&](RecordOrigin_e origin) {
         if (const auto repository = ReadRepository(m_own, OwnKind(origin), m_label)) {
             found.origin = origin;
-            found.records = Select(*repository, origin);
+            found.records = Select(repository->records, origin);
             found.fingerprint = MakeFingerprint(identity.bytes, repository->stamp);
         }
     };

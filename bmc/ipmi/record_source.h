@@ -42,6 +42,9 @@ public:
     /// What the fingerprint of records of @p origin would be now. Three transactions. @throws qstd::Exception
     std::vector<std::uint8_t> ReadFingerprint(RecordOrigin_e origin) const;
 
+    /// Those of @p records, which came from @p origin, that hold sensors of this board. Asks nobody.
+    std::vector<RawRecord> Select(const std::vector<RawRecord>& records, RecordOrigin_e origin) const;
+
     /// All records that hold sensors of this board, which may be none. @throws qstd::Exception
     BoardRecords Read() const;
 
@@ -51,7 +54,6 @@ private:
         bool providesDeviceRecords = false;
     };
     Identity ReadIdentity() const;
-    std::vector<RawRecord> Select(const Repository& repository, RecordOrigin_e origin) const;
 
     const std::string m_label;
     Link& m_own;

@@ -73,7 +73,10 @@ void SensorSet::Load() {
     if (IsLoaded()) {
         return;
     }
-    const auto kept = m_cache.Load(m_place.label, PlaceText());
+    auto kept = m_cache.Load(m_place.label, PlaceText());
+    if (kept) {
+        kept->records = m_source.Select(kept->records, kept->origin);
+    }
     const bool isAnyKept = kept && !kept->records.empty();
     try {
         if (isAnyKept && m_source.ReadFingerprint(kept->origin) == kept->fingerprint) {

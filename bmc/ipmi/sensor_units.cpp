@@ -10,7 +10,7 @@ namespace bmc::ipmi {
 
 namespace {
 
-/// What the library spells in its own way, and how the specification and other clients do.
+/// What the library spells in its own way, and how the IPMI v2.0 specification and other clients do.
 struct Spelling {
     std::string_view ofLibrary;
     std::string_view usual;

@@ -25,7 +25,7 @@ const Request& WhoAreYou() {
 }
 
 /// Codes by which the controller says that the board behind it did not take or answer the request.
-bool IsOfBridge(std::uint8_t completionCode) {
+bool SaysSilent(std::uint8_t completionCode) {
     return completionCode == c_lostArbitration || completionCode == c_busError || completionCode == c_noAcknowledge;
 }
 
@@ -129,7 +129,7 @@ ExchangeResult Session::Open(SteadyTime deadline) {
 ExchangeResult Session::Try(const Target& target, const Request& request, Sending_e sending, SteadyTime deadline) {
     try {
         Response response = m_transport.Exchange(target, request, sending, deadline);
-        if (target.IsBridged() && IsOfBridge(response.completionCode)) {
+        if (response.isOfBridge && SaysSilent(response.completionCode)) {
             return {Verdict_e::boardSilent,
                     {},
                     TransportFailure_e::noAnswer,

@@ -50,6 +50,12 @@ std::string Canonical(const ElementReader& reader, const std::string& host) {
                           "\" is a link-local address, which says nothing without a network interface");
         }
     }
+    const bool isMapped = family == AF_INET6 && IN6_IS_ADDR_V4MAPPED(&address);
+    const bool isAny = family == AF_INET6 ? IN6_IS_ADDR_UNSPECIFIED(&address) : address.s6_addr32[0] == INADDR_ANY;
+    if (isMapped || isAny) {
+        reader.Refuse("attribute \"host\" of <board>: \"" + host + "\" is not the address of one host" +
+                      (isMapped ? "; write the IPv4 address in it by itself" : ""));
+    }
     return ::inet_ntop(family, &address, text.data(), text.size());
 }
 

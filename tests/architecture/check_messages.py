@@ -35,6 +35,8 @@ def main():
                 pieces = FIELD.split(UNKNOWN.sub("", call[1].replace('\\"', '"')))
                 message = max(pieces, key=len).strip().rstrip(" :")
                 checked += 1
+                if not message and not UNKNOWN.search(call[1]):
+                    problems.append(f"{source.relative_to(root).as_posix()}: a message without words of its own: {call[1]}")
                 if message.strip("*") and message not in guide:
                     line = text.count("\n", 0, call.start()) + 1
                     problems.append(f'{source.relative_to(root).as_posix()}:{line}: the guide does not know "{message}"')

@@ -26,12 +26,6 @@ constexpr const char* c_noWorkers =
 
 class ChassisImport : public DaemonTest {
 protected:
-    void SetUp() override {
-        if (!IpmiSimulator::IsInstalled()) {
-            GTEST_SKIP() << "ipmi_sim is not installed";
-        }
-    }
-
     /// A file with the password of the simulator's account.
     std::string PasswordFile(const std::string& password = SimulatedUser{}.password) const {
         const std::string path = m_folder.Path("password");

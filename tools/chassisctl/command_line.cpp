@@ -107,7 +107,7 @@ Without a daemon:
          --device /dev/ipmi0
       prints the same of a management controller that is asked now, over the LAN or by this host's system interface:
       sensors with their limits and present readings. The options are those of a configuration's <board>: port 623,
-      privilege "operator" ("user" is enough), cipher suite 17 and 1000 ms for an answer unless given; the first line of
+      privilege "operator" ("user" is enough), cipher suite 17 and 1000 ms for an answer unless given; the only line of
       FILE is the password, and nobody else may read it. --ipmb names a board by its address on the controller's bus,
       0x20 being the controller itself; each gives a <board> of its own, with the uris counted up from the first one.
       The name is that of the controller, followed by the address when there are several.

@@ -32,12 +32,6 @@ protected:
         std::string name;
     };
 
-    void SetUp() override {
-        if (!IpmiSimulator::IsInstalled()) {
-            GTEST_SKIP() << "ipmi_sim is not installed";
-        }
-    }
-
     /// Starts @p boards controllers, whose sensors 1 to 10 are temperatures that read 30 + number and may be 100.
     void StartControllers(int boards) {
         for (int i = 0; i < boards; ++i) {

@@ -70,12 +70,6 @@ protected:
     /// The values of a registry's subtree by their paths from its top ("sensors/ID_1/value"); nothing: no value.
     using Tree = std::map<std::string, std::optional<std::string>>;
 
-    void SetUp() override {
-        if (!IpmiSimulator::IsInstalled()) {
-            GTEST_SKIP() << "ipmi_sim is not installed";
-        }
-    }
-
     /// Writes the configuration and the files with the passwords.
     void ConfigureBoards(const std::vector<BoardAt>& boards, const std::string& sections = c_noWorkers,
                          const std::string& attributes = "cache='cache'") const {

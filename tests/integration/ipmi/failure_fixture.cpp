@@ -43,9 +43,6 @@ bmc::ipmi::FpgaTemplate Fpga() {
 }  // namespace
 
 void IpmiFailureTest::SetUp() {
-    if (!IpmiSimulator::IsInstalled()) {
-        GTEST_SKIP() << "ipmi_sim is not installed";
-    }
     WritePassword(SimulatedUser{}.password);
 }
 

@@ -26,11 +26,6 @@ struct NamedCommand {
     friend void PrintTo(const NamedCommand& command, std::ostream* out) { *out << command.name; }
 };
 
-/// How the name of a test shows it.
-void PrintTo(const NamedCommand& command, std::ostream* out) {
-    *out << command.name;
-}
-
 constexpr std::array c_commands{
     NamedCommand{"GetDeviceId", c_getDeviceId, 12},
     NamedCommand{"GetSelfTestResults", c_getSelfTestResults, 3},

@@ -19,7 +19,7 @@ namespace test {
 
 namespace {
 
-constexpr const char* c_program = "/usr/bin/ipmi_sim";
+constexpr const char* c_program = ZELKOR_IPMI_SIM;
 constexpr std::uint8_t c_bmc = 0x20;
 constexpr std::chrono::seconds c_patience{20};
 constexpr std::chrono::microseconds c_pollPeriod{200};
@@ -53,10 +53,6 @@ IpmiSimulator::IpmiSimulator(SimulatedChassis chassis)
 
 IpmiSimulator::~IpmiSimulator() {
     Stop();
-}
-
-bool IpmiSimulator::IsInstalled() {
-    return Exists(c_program);
 }
 
 bool IpmiSimulator::HasCipherSuite17() const {

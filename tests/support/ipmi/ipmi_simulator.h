@@ -66,8 +66,6 @@ public:
     IpmiSimulator& operator=(const IpmiSimulator&) = delete;
     ~IpmiSimulator();
 
-    /// Whether the simulator's package is installed; tests skip when it is not.
-    static bool IsInstalled();
     /// Whether controllers accept cipher suite 17.
     bool HasCipherSuite17() const;
 

@@ -9,7 +9,7 @@ namespace {
 std::vector<std::string> MakeCommand(const IpmiSimulator& simulator, const std::vector<std::string>& words,
                                      const IpmitoolOptions& options) {
     const std::uint16_t port = options.port ? *options.port : simulator.GetPort(options.controller);
-    std::vector<std::string> command{"/usr/bin/ipmitool",
+    std::vector<std::string> command{ZELKOR_IPMITOOL,
                                      "-I",
                                      "lanplus",
                                      "-H",

@@ -83,6 +83,10 @@ public:
             m_codes = count;
         });
     }
+    /// Whether such codes in answers of boards behind the controller are those of the bridge.
+    void SetCodesOfBridge(bool areOfBridge) {
+        Change([&] { m_areCodesOfBridge = areOfBridge; });
+    }
     void SetDelay(std::chrono::microseconds delay) {
         Change([&] { m_delay = delay; });
     }
@@ -170,6 +174,7 @@ private:
     int m_lost = 0;
     std::uint8_t m_code = 0;
     int m_codes = 0;
+    bool m_areCodesOfBridge = true;
     std::chrono::microseconds m_delay{0};
     std::vector<SeenExchange> m_seen;
     int m_openings = 0;
@@ -246,7 +251,8 @@ public:
         return WithLock([&] {
             const bool hasCode = m_controller->m_codes-- > 0;
             return bmc::ipmi::Response{hasCode ? m_controller->m_code : bmc::ipmi::c_completed,
-                                       {request.netFn, request.command}};
+                                       {request.netFn, request.command},
+                                       hasCode && target.IsBridged() && m_controller->m_areCodesOfBridge};
         });
     }
 

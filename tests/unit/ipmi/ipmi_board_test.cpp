@@ -175,6 +175,7 @@ TEST_F(IpmiBoardTest, RedLight_FollowsTheIdentificationLight) {
     EXPECT_EQ(light(0x40), bmc::RedLedStatus_e::off);
     EXPECT_EQ(light(0x50), bmc::RedLedStatus_e::blinking);
     EXPECT_EQ(light(0x60), bmc::RedLedStatus_e::blinking);
+    EXPECT_EQ(light(0x70), bmc::RedLedStatus_e::unknown);
 }
 
 TEST_F(IpmiBoardTest, ControllerWithoutChassis_KnowsNeitherPowerNorLight) {
@@ -333,23 +334,29 @@ TEST_F(IpmiBoardTest, FpgaWriteThatReadsBackOtherwise_IsToldByTheResult) {
     EXPECT_EQ(m_link.Count(0x30, 0x11), 1U);
 }
 
-TEST_F(IpmiBoardTest, FpgaTransferThatFails_IsLoggedOnceUntilOneSucceeds) {
+TEST_F(IpmiBoardTest, FpgaTransfersThatFail_AreLoggedOnceUntilAllSucceed) {
+    const std::string subject = "Fan registers of board io/1 cannot be accessed: ";
+    const std::vector<bmc::FpgaRegisterValue> values{{3, 297}, {4, 297}};
+    m_link.m_fixed[{0x30, 0x10}] = {0xd4, {}};
     m_link.m_fixed[{0x30, 0x11}] = {0xd4, {}};
-    m_board.FpgaSpiWrite(0x0003, 297);
-    m_board.FpgaSpiWrite(0x0004, 297);
-    EXPECT_THAT(m_log, ElementsAre("Fan registers of board io/1 cannot be accessed: command 0x30/0x11: 0xD4 "
-                                   "(insufficient privilege level)"));
+    for (int cycle = 0; cycle < 3; ++cycle) {
+        m_board.FpgaSpiRead(3);
+        m_board.FpgaSpiWriteAll(values);
+    }
+    const auto refusedRead = subject + "command 0x30/0x10: 0xD4 (insufficient privilege level)";
+    const auto refusedWrite = subject + "command 0x30/0x11: 0xD4 (insufficient privilege level)";
+    EXPECT_THAT(m_log, ElementsAre(refusedRead, refusedWrite));
+
+    m_log.clear();
     m_link.m_fixed.clear();
-    m_board.FpgaSpiWrite(0x0003, 297);
-    m_link.m_obeys = false;
-    m_board.FpgaSpiWrite(0x0003, 298);
+    m_board.FpgaSpiWriteAll(values);
     m_link.m_fixed[{0x30, 0x10}] = {0, {0x01}};
-    m_board.FpgaSpiRead(0x0003);
-    EXPECT_THAT(m_log, ElementsAre(testing::_,
-                                   "Fan registers of board io/1 cannot be accessed: command 0x30/0x11: accepted, but "
-                                   "another value is read back",
-                                   "Fan registers of board io/1 cannot be accessed: command 0x30/0x10: the reply is "
-                                   "not as the configuration says"));
+    m_board.FpgaSpiRead(3);
+    m_link.m_fixed.clear();
+    m_link.m_obeys = false;
+    m_board.FpgaSpiWrite(3, 298);
+    EXPECT_THAT(m_log, ElementsAre(subject + "command 0x30/0x10: the reply is not as the configuration says",
+                                   subject + "command 0x30/0x11: accepted, but another value is read back"));
 }
 
 TEST_F(IpmiBoardTest, BoardWithoutFpgaCommands_FailsEveryTransferAndIsNotAsked) {

@@ -162,6 +162,15 @@ TEST_F(SessionRules, Read_CompletionCodeOfTheController_IsAnAnswer) {
     EXPECT_EQ(result.response.completionCode, bmc::ipmi::c_noAcknowledge);
 }
 
+TEST_F(SessionRules, ReadOfBoard_CodeOfItsOwnThatABridgeUsesToo_IsAnAnswer) {
+    Establish();
+    m_controller->SetCodesOfBridge(false);
+    m_controller->SetCompletionCode(bmc::ipmi::c_noAcknowledge, 1);
+    const ExchangeResult result = Read(c_board);
+    EXPECT_EQ(result.verdict, Verdict_e::answered);
+    EXPECT_EQ(result.response.completionCode, bmc::ipmi::c_noAcknowledge);
+}
+
 TEST_F(SessionRules, ReadOfBoard_NobodyAcknowledges_BoardIsSilentAtOnceAndGotNothing) {
     Establish();
     m_controller->SetCompletionCode(bmc::ipmi::c_noAcknowledge, 1);
