@@ -108,6 +108,9 @@ void IpmiBackend::LimitAccesses(std::chrono::steady_clock::time_point deadline) 
     for (const ControllerEntry& reached : m_controllers) {
         reached.controller->LimitAccesses({deadline, c_lastAccessMayTake, std::this_thread::get_id()});
     }
+    for (const auto& [uri, entry] : m_boards) {
+        entry.board->EndWaits(deadline);
+    }
 }
 
 }  // namespace bmc::ipmi
