@@ -64,10 +64,13 @@ LinkState::Change_e LinkState::Failed(TransportFailure_e failure, const std::str
         m_silence.since = calendar;
         m_silence.begin = now;
     }
+    const bool wasRefused = before == State_e::silent && m_silence.failure == TransportFailure_e::refused;
     m_silence.failure = failure;
     m_silence.reason = reason;
-    if (failure == TransportFailure_e::refused) {
-        m_backOff.GoToMost();  // a controller may lock an account that is refused often
+    if (failure == TransportFailure_e::refused && wasRefused) {
+        // A controller may lock an account that is refused often. One refusal alone may be a damaged packet, a
+        // controller that starts, or one whose slots are taken: its boards are not left alone that long for it.
+        m_backOff.GoToMost();
     }
     m_nextProbe = now + m_backOff.Next();
     return before == State_e::silent ? Change_e::none : Change_e::fellSilent;
