@@ -45,15 +45,15 @@ class ControllerWorker;
 /// - silent: it did not answer, or the session could not be opened. Requests fail at once. A probe (opening the
 ///   session and Get Device ID, or Get Device ID to a board behind the controller) follows after 0.5 s, then after
 ///   twice that each time, up to 30 s, each 10% more or less; the first that is answered makes it answering. A
-///   controller that refuses the account is asked every 30 s only, so that it does not lock it; once after 0.5 s if it
-///   let the account in before, because a packet damaged on its way can look like a wrong password.
+///   controller that refuses the account twice is asked every 30 s only, so that it does not lock it.
 /// Probing a board behind the controller may hold others up for a timeout; all probes together take a fifth of the
 /// time at most.
 /// Each transition between answering and silent is logged once, with the reason.
 ///
 /// How long a request lasts, with the configured timeout T and retries R, counted from when its turn comes:
 /// - one that changes nothing T * (R + 1), and 2 T without retries: all but the last T in the present session, the
-///   rest in a new one, which makes up for a session that the controller has dropped;
+///   rest in a new one, which makes up for a session that the controller has dropped. The board is asked its name
+///   there first: one that tells it and leaves the request unanswered is not silent;
 /// - one that is sent once T, and one more T for a new session when it was not answered;
 /// - a new session that has to be opened before comes on top, with T * (R + 1) at the most;
 /// - from LimitAccesses on, what is let through: 0.7 s (T if shorter) for the try, 0.6 s (T) for a session. The first

@@ -89,7 +89,7 @@ std::shared_ptr<Job> ControllerWorker::Submit(std::size_t port, Purpose_e purpos
     const std::lock_guard<std::mutex> guard(m_mutex);
     if (const std::optional<Failure> end = WhyGivenUp(*job, job->begin)) {
         job->Finish(*end);
-    } else if (m_reachability.IsSilent(port) && !TakeLastTry(*job)) {
+    } else if (m_reachability.IsSilent(port) && !(job->isLastTry = TakeLastTry(*job))) {
         job->Finish(m_reachability.WhySilent(port));
     } else if (!job->IsFinished()) {
         m_queue.Push(job);
@@ -356,7 +356,10 @@ Outcome ControllerWorker::OutcomeOf(const Job& job, ExchangeResult result) const
 }
 
 void ControllerWorker::FailJobsOfTheSilent() {
-    const auto isSilent = [this](const Job& job) { return m_reachability.IsSilent(job.port); };
+    // The last try for a board behind the controller is made although the board is known to be silent.
+    const auto isSilent = [this](const Job& job) {
+        return m_reachability.IsControllerSilent() || (m_reachability.IsSilent(job.port) && !job.isLastTry);
+    };
     for (const std::shared_ptr<Job>& job : m_queue.TakeAll(isSilent)) {
         job->Finish(m_reachability.WhySilent(job->port));
         job->ready.notify_one();

@@ -110,6 +110,9 @@ Response DeviceTransport::Exchange(const Target& target, const Request& request,
         for (;;) {
             Await(deadline);
             if (auto response = Receive(request)) {
+                if (target.IsBridged() && response->completionCode == c_timeout && response->data.empty()) {
+                    throw TransportError(TransportFailure_e::noAnswer, "no answer");  // the driver gave up
+                }
                 // The driver gives both in the same way: the code of the bridge, and that of the board.
                 response->isOfBridge = target.IsBridged();
                 return *std::move(response);
@@ -137,7 +140,10 @@ bool DeviceTransport::Send(const Target& target, const Request& request, Sending
     message.req.msg.data = data.data();
     message.req.msg.data_len = static_cast<unsigned short>(data.size());
     message.retries = sending == Sending_e::once ? 0 : static_cast<int>(m_settings.retries);
-    message.retry_time_ms = static_cast<unsigned int>(m_settings.timeout.count());
+    // The driver looks at its times once a second, so it may give up as much too early. What is sent once is given up
+    // here, by the deadline.
+    const auto tick = std::chrono::milliseconds(sending == Sending_e::once ? 1000 : 0);
+    message.retry_time_ms = static_cast<unsigned int>((m_settings.timeout + tick).count());
     const int result = m_driver->Control(m_device, IPMICTL_SEND_COMMAND_SETTIME, &message);
     if (result == -EINVAL && target.IsBridged()) {
         return false;

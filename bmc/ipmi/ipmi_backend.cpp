@@ -1,6 +1,7 @@
 #include "bmc/ipmi/ipmi_backend.h"
 
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -67,7 +68,10 @@ IpmiBackend::~IpmiBackend() {
     std::vector<std::thread> closers;
     closers.reserve(m_controllers.size());
     for (ControllerEntry& reached : m_controllers) {
-        closers.emplace_back([closed = std::move(reached.controller)]() mutable { closed.reset(); });
+        try {
+            closers.emplace_back([closed = std::move(reached.controller)]() mutable { closed.reset(); });
+        } catch (const std::system_error&) {  // no thread to be had: it was closed on the spot
+        }
     }
     for (std::thread& closer : closers) {
         closer.join();
@@ -107,6 +111,9 @@ std::unique_ptr<Sweep> IpmiBackend::StartSweep(const SensorIds& sensors) {
 void IpmiBackend::LimitAccesses(std::chrono::steady_clock::time_point deadline) {
     for (const ControllerEntry& reached : m_controllers) {
         reached.controller->LimitAccesses({deadline, c_lastAccessMayTake, std::this_thread::get_id()});
+    }
+    for (const auto& [uri, entry] : m_boards) {
+        entry.board->EndWaits(deadline);
     }
 }
 

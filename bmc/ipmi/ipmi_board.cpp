@@ -136,14 +136,20 @@ void IpmiBoard::SetTime(const qstd::Time& time) {
     });
 }
 
-bool IpmiBoard::WaitForPowerOff(std::chrono::milliseconds patience) const {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
+bool IpmiBoard::WaitForPowerOff(std::chrono::milliseconds patience) {
+    const auto begin = std::chrono::steady_clock::now();
+    const bool stayedOn = begin < m_stayedOn.load() + c_stayedOnHolds;
     while ((Read(ChassisStatusRequest(), 1, Purpose_e::verifying)[0] & c_powerIsOn) != 0) {
-        if (std::chrono::steady_clock::now() >= deadline) {
+        const auto now = std::chrono::steady_clock::now();
+        if (stayedOn || now >= std::min(begin + patience, m_waitsEnd.load())) {
+            if (patience.count() > 0) {  // else it refused, and nobody waited
+                m_stayedOn = now;
+            }
             return false;
         }
         std::this_thread::sleep_for(c_powerPollPeriod);
     }
+    m_stayedOn = SteadyTime{};
     return true;
 }
 
@@ -206,8 +212,13 @@ FpgaWriteResult IpmiBoard::FpgaSpiWrite(std::uint16_t address, std::uint16_t val
     }
     const Request request = m_settings.fpga->MakeWrite(address, value);
     std::string problem;
-    const auto isDone = [&](const auto& /*answer*/) {
-        return ReadRegister(address, Purpose_e::verifying, problem) == value;
+    const auto isDone = [&](const auto& answer) {
+        const auto readBack = ReadRegister(address, Purpose_e::verifying, problem);
+        if (!readBack && !answer) {
+            throw qstd::Exception(About(request) +
+                                  ": no answer, and reading back does not show whether it was done: " + problem);
+        }
+        return readBack == value;
     };
     const auto answer = WriteAndProve(request, Purpose_e::writing, isDone);
     if (!answer) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <mutex>
@@ -25,6 +26,9 @@ class IpmiBoard : public bmc::Board {
 public:
     /// For how long a board may still show power after it accepted to be switched off.
     static constexpr std::chrono::milliseconds c_powerOffMayTake{2000};
+    /// One that kept its power that long is not waited for again for some time: each of its sensors that is too hot
+    /// switches it off, and other boards come after it.
+    static constexpr std::chrono::seconds c_stayedOnHolds{10};
 
     /// @param link,sensors outlive the board
     IpmiBoard(BoardSettings settings, Link& link, LoadedSensors& sensors, LogFunction log);
@@ -43,6 +47,9 @@ public:
     qstd::Time GetTime() const override;
     /// Sets it to the nearest second. @throws qstd::Exception for a time before 1970 or that 32 bits do not hold
     void SetTime(const qstd::Time& time) override;
+
+    /// From @p moment on PowerDown does not wait for the power to go: the service stops. Any thread.
+    void EndWaits(std::chrono::steady_clock::time_point moment) noexcept { m_waitsEnd = moment; }
 
     /// Chassis Control "power down". @throws qstd::Exception when power is still on after c_powerOffMayTake
     void PowerDown() override;
@@ -88,7 +95,7 @@ private:
     /// Executes a request that reads. @return at least @p leastSize bytes of data
     std::vector<std::uint8_t> Read(const Request& request, std::size_t leastSize,
                                    Purpose_e purpose = Purpose_e::reading) const;
-    bool WaitForPowerOff(std::chrono::milliseconds patience) const;
+    bool WaitForPowerOff(std::chrono::milliseconds patience);
     /// Nothing when the transfer failed. @param problem gets the reason then, empty otherwise
     std::optional<std::uint16_t> ReadRegister(std::uint16_t address, Purpose_e purpose, std::string& problem) const;
 
@@ -99,6 +106,9 @@ private:
     Link& m_link;
     LoadedSensors& m_sensors;
     const LogFunction m_log;
+    using SteadyTime = std::chrono::steady_clock::time_point;
+    std::atomic<SteadyTime> m_waitsEnd{SteadyTime::max()};
+    std::atomic<SteadyTime> m_stayedOn{SteadyTime{}};      ///< when it was last found to have kept its power
     mutable std::mutex m_mutex;                            ///< guards all below
     mutable std::set<std::string> m_toldTransferProblems;  ///< since all registers could be written last
 };

@@ -50,7 +50,6 @@ LinkState::Change_e LinkState::Answered() {
         return Change_e::none;
     }
     m_backOff.StartAnew();
-    m_wasGood = true;
     if (before == State_e::unknown) {
         return Change_e::first;
     }
@@ -65,11 +64,12 @@ LinkState::Change_e LinkState::Failed(TransportFailure_e failure, const std::str
         m_silence.since = calendar;
         m_silence.begin = now;
     }
+    const bool wasRefused = before == State_e::silent && m_silence.failure == TransportFailure_e::refused;
     m_silence.failure = failure;
     m_silence.reason = reason;
-    // A controller may lock an account that is refused often. But an account that was good before is tried once more
-    // soon: a packet that was damaged on its way looks like a wrong password.
-    if (failure == TransportFailure_e::refused && !std::exchange(m_wasGood, false)) {
+    if (failure == TransportFailure_e::refused && wasRefused) {
+        // A controller may lock an account that is refused often. One refusal alone may be a damaged packet, a
+        // controller that starts, or one whose slots are taken: its boards are not left alone that long for it.
         m_backOff.GoToMost();
     }
     m_nextProbe = now + m_backOff.Next();

@@ -78,7 +78,6 @@ private:
     State_e m_state = State_e::unknown;
     Silence m_silence{};
     SteadyTime m_nextProbe{};
-    bool m_wasGood = false;  ///< the account was let in, and not refused since
     unsigned long m_returns = 0;
 };
 

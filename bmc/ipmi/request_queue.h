@@ -47,6 +47,7 @@ struct Job {
     std::vector<Outcome> outcomes;
     std::size_t done = 0;                ///< how many outcomes there are; the request after them is next, or under way
     bool isStarted = false;              ///< its first request is or was under way
+    bool isLastTry = false;              ///< is made although its board is known not to answer
     std::optional<std::size_t> awaited;  ///< the outcome that the caller waits for
     SteadyTime lastWake{};               ///< when the caller was last woken
     std::condition_variable ready;       ///< wakes the caller

@@ -13,6 +13,11 @@ SteadyTime Now() {
     return qstd::Clock::Get().SteadyNow();
 }
 
+SteadyTime HalfWayTo(SteadyTime deadline) {
+    const SteadyTime now = Now();
+    return now + (deadline - now) / 2;
+}
+
 /// Where a session that is opened before @p deadline must be open, so that there is time to use it.
 SteadyTime OpeningEnd(SteadyTime deadline) {
     const SteadyTime now = Now();
@@ -20,13 +25,15 @@ SteadyTime OpeningEnd(SteadyTime deadline) {
 }
 
 const Request& WhoAreYou() {
-    static const Request request(NetFn_e::app, 0x01);  // Get Device ID: every controller has it, every account may
-    return request;
+    // Get Device ID: every controller has it, every account may. Never destroyed: threads end late.
+    static const auto* const request = new Request(NetFn_e::app, 0x01);
+    return *request;
 }
 
 /// Codes by which the controller says that the board behind it did not take or answer the request.
 bool SaysSilent(std::uint8_t completionCode) {
-    return completionCode == c_lostArbitration || completionCode == c_busError || completionCode == c_noAcknowledge;
+    return completionCode == c_lostArbitration || completionCode == c_busError || completionCode == c_noAcknowledge ||
+           completionCode == c_timeout;
 }
 
 }  // namespace
@@ -60,12 +67,17 @@ ExchangeResult Session::Read(const Target& target, const Request& request, const
         opened.wasSent = true;
         return opened;
     }
-    result = Try(target, request, Sending_e::repeated, end);
-    if (result.verdict == Verdict_e::undecided && !result.IsInterrupted() &&
-        result.failure != TransportFailure_e::broken) {
-        result.verdict = target.IsBridged() ? Verdict_e::boardSilent : Verdict_e::controllerSilent;
+    // Who tells his name and then leaves the request unanswered is not silent: it is this request that he cannot take.
+    // Nobody else who asks him, and nobody who switches him off, is to fail because of it.
+    ExchangeResult name = Try(target, WhoAreYou(), Sending_e::repeated, HalfWayTo(end));
+    if (name.verdict != Verdict_e::answered) {
+        if (name.verdict == Verdict_e::undecided && !name.IsInterrupted() &&
+            name.failure != TransportFailure_e::broken) {
+            name.verdict = target.IsBridged() ? Verdict_e::boardSilent : Verdict_e::controllerSilent;
+        }
+        return name;
     }
-    return result;
+    return Try(target, request, Sending_e::repeated, end);
 }
 
 ExchangeResult Session::Write(const Target& target, const Request& request, const TryTimes& times) {

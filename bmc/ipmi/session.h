@@ -50,7 +50,8 @@ public:
     ExchangeResult Establish(std::chrono::milliseconds time);
 
     /// Executes a request that may be repeated. When the session brings no answer, or a wrong one, there is a new
-    /// session and one more try in it. @pre IsOpen()
+    /// session, the question who it is and one more try in it: a request that alone is not answered says nothing of the
+    /// controller or the board. @pre IsOpen()
     ExchangeResult Read(const Target& target, const Request& request, const TryTimes& times);
 
     /// Executes a request that is sent at most once. Without an answer to it there is a new session, so that the

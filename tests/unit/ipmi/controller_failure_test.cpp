@@ -236,6 +236,26 @@ TEST_F(ControllerFailure, DeadIdleController_IsFoundByTheKeepAlive) {
     EXPECT_EQ(Own().IsAnswering(), false);
 }
 
+TEST_F(ControllerFailure, OneRequestThatIsNeverAnswered_LeavesTheOthersAndThePowerAlone) {
+    std::promise<void> underWay;
+    bool isTold = false;
+    m_fake->SetHook([&](const std::string& what) {
+        m_fake->SetMute(what == "20:04/77");
+        if (what == "20:04/77" && !std::exchange(isTold, true)) {
+            underWay.set_value();
+        }
+    });
+    StartAndAwait();
+    const auto batch = Own().Begin({Reading(), Reading(0x77), Reading()});
+    EXPECT_EQ(ErrorOf([&] { batch->Await(0); }), "");
+    underWay.get_future().wait();
+    EXPECT_EQ(ErrorOf([&] { Own().Execute({bmc::ipmi::NetFn_e::chassis, 0x02, {0}}, Purpose_e::switching); }), "");
+    EXPECT_THAT(ErrorOf([&] { batch->Await(1); }), HasSubstr("command 0x04/0x77: no answer in time"));
+    EXPECT_EQ(ErrorOf([&] { batch->Await(2); }), "");
+    EXPECT_EQ(Log().size(), 1U) << "the first answer of the controller";
+    m_controller.reset();
+}
+
 TEST_F(ControllerFailure, RefusedAccount_IsToldWithItsReason_AndMayComeRight) {
     m_fake->SetOpening(FakeController::Opening_e::refuses);
     Start();

@@ -150,6 +150,19 @@ TEST_F(ControllerStop, DeadController_CostsTheStopperOneShortTryOnly) {
     EXPECT_EQ(m_fake->Openings(), 2);
 }
 
+TEST_F(ControllerStop, BoardBehindThatCameBack_IsWrittenToAlthoughItsProbeIsUnderWay) {
+    m_options.timeout = milliseconds(300);
+    m_timing.leastBackOff = m_timing.mostBackOff = milliseconds(100);
+    StartAndAwait();
+    m_fake->SetBoardDead(c_boardAddress, true);
+    EXPECT_NE(ErrorOfReading(Bridged()), "");
+    m_fake->ForgetSeen();
+    ASSERT_TRUE(AwaitSeen("86:06/01"));
+    m_fake->SetBoardDead(c_boardAddress, false);
+    LimitAccesses(milliseconds(0));
+    EXPECT_EQ(ErrorOfWriting(Bridged()), "");
+}
+
 TEST_F(ControllerStop, AfterTheDeadline_NobodyIsProbedOrKeptAlive) {
     m_timing = {milliseconds(0), milliseconds(0), milliseconds(0), test::c_patience};
     StartAndAwait();

@@ -128,6 +128,7 @@ TEST_F(DeviceTransportTest, RequestThatMustNotBeRepeated_DriverIsToldSo) {
     m_transport->Open(Late());
     Exchange(c_getReading, Late(), {}, Sending_e::once);
     EXPECT_EQ(m_driver->sent[0].retries, 0);
+    EXPECT_EQ(m_driver->sent[0].retryTime, 1250U) << "the driver may be a second early";
 }
 
 TEST_F(DeviceTransportTest, NobodyAtTheAddress_IsAnAnswerWithThatCode) {
@@ -138,10 +139,16 @@ TEST_F(DeviceTransportTest, NobodyAtTheAddress_IsAnAnswerWithThatCode) {
     EXPECT_THAT(response.data, IsEmpty());
 }
 
-TEST_F(DeviceTransportTest, DriverGivesUp_IsAnAnswerWithThatCode) {
+TEST_F(DeviceTransportTest, DriverGivesUpOnABoardOfTheBus_IsNoAnswer) {
     m_driver->onRequest = [&](const auto& request) { m_driver->Answer(request, {c_timeout}); };
     m_transport->Open(Late());
-    EXPECT_EQ(Exchange(c_getReading, Late(), {0x82, 0}).completionCode, c_timeout);
+    EXPECT_EQ(Exchange(c_getReading, Late()).completionCode, c_timeout) << "that of the controller itself is an answer";
+    try {
+        Exchange(c_getReading, Late(), {0x82, 0});
+        FAIL() << "an answer";
+    } catch (const TransportError& error) {
+        EXPECT_EQ(error.GetFailure(), TransportFailure_e::noAnswer);
+    }
 }
 
 TEST_F(DeviceTransportTest, BusThatTheDriverDoesNotKnow_IsAnAnswerAsOverTheLan) {

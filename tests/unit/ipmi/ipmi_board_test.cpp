@@ -258,6 +258,34 @@ TEST_F(IpmiBoardTest, WriteThatIsLostTwice_IsAnError) {
     EXPECT_EQ(m_link.Count(0x30, 0x11), 2U);
 }
 
+TEST_F(IpmiBoardTest, WriteWithoutAnswer_WhenReadingBackFailsToo_IsNotSentAgain) {
+    m_link.m_losses = {Loss_e::answer};
+    m_link.m_fixed[{0x30, 0x10}] = {0xc0, {}};
+    EXPECT_EQ(test::TextOf([&] { m_board.FpgaSpiWrite(0x0005, 0x0129); }),
+              "io/1: command 0x30/0x11: no answer, and reading back does not show whether it was done: command "
+              "0x30/0x10: 0xC0 (busy)");
+    EXPECT_EQ(m_link.Count(0x30, 0x11), 1U);
+}
+
+TEST_F(IpmiBoardTest, PowerThatStaysOn_IsWaitedForOnce) {
+    m_link.m_obeys = false;
+    EXPECT_THROW(m_board.PowerDown(), qstd::Exception);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_THROW(m_board.PowerDown(), qstd::Exception);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, IpmiBoard::c_powerOffMayTake / 2);
+    EXPECT_EQ(m_link.Count(0x00, 0x02), 2U) << "it is told again all the same";
+    m_link.m_obeys = true;
+    EXPECT_NO_THROW(m_board.PowerDown());
+}
+
+TEST_F(IpmiBoardTest, PowerThatStaysOn_IsNotWaitedForAtTheStop) {
+    m_link.m_obeys = false;
+    const auto begin = std::chrono::steady_clock::now();
+    m_board.EndWaits(begin);
+    EXPECT_THROW(m_board.PowerDown(), qstd::Exception);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, IpmiBoard::c_powerOffMayTake / 2);
+}
+
 TEST_F(IpmiBoardTest, WriteThatWasNeverSent_IsNotTriedAgain) {
     m_link.m_losses = {Loss_e::both};
     EXPECT_THROW(m_board.FpgaSpiWrite(0x0005, 0x0129), bmc::ipmi::NoAnswer);

@@ -97,20 +97,13 @@ TEST(LinkState, Return_StartsTheBackOffAnew) {
     EXPECT_LE(state.NextProbe(), c_now + milliseconds(550));
 }
 
-TEST(LinkState, Refused_IsProbedAtTheLongestPeriodAtOnce) {
+TEST(LinkState, RefusedOnce_IsProbedSoon_RefusedAgain_AtTheLongestPeriod) {
     LinkState state = MakeState();
-    Fail(state, TransportFailure_e::refused);
-    EXPECT_GE(state.NextProbe(), c_now + milliseconds(27'000));
-    EXPECT_LE(state.NextProbe(), c_now + milliseconds(33'000));
-}
-
-TEST(LinkState, RefusedAfterItWasGood_IsProbedOnceMoreSoon) {
-    LinkState state = MakeState();
-    state.Answered();
     Fail(state, TransportFailure_e::refused);
     EXPECT_LE(state.NextProbe(), c_now + milliseconds(550));
     Fail(state, TransportFailure_e::refused);
     EXPECT_GE(state.NextProbe(), c_now + milliseconds(27'000));
+    EXPECT_LE(state.NextProbe(), c_now + milliseconds(33'000));
 }
 
 TEST(LinkState, Silence_KeepsItsBegin_AndTellsTheLastReason) {
