@@ -275,7 +275,7 @@ TEST_F(ControllerFailure, RefusedAccount_IsNotAskedOftenEvenByManyCallers) {
     for (int i = 0; i < 100; ++i) {
         EXPECT_THAT(ErrorOfReading(Own()), HasSubstr("wrong password"));
     }
-    EXPECT_EQ(m_fake->Openings(), 1);
+    EXPECT_LE(m_fake->Openings(), 2) << "once more soon, because it may have been a damaged packet";
 }
 
 TEST_F(ControllerFailure, HostThatCannotSend_IsToldWithItsReason) {
