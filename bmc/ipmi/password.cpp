@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "bmc/ipmi/descriptor.h"
 #include "qstd/exception.h"
 
 namespace bmc::ipmi {
@@ -15,22 +16,6 @@ namespace bmc::ipmi {
 namespace {
 
 constexpr mode_t c_modeBits = 07777;
-
-class Descriptor {
-public:
-    explicit Descriptor(int value) : m_value(value) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (m_value >= 0) {
-            ::close(m_value);
-        }
-    }
-    int Get() const noexcept { return m_value; }
-
-private:
-    int m_value;
-};
 
 /// A buffer that is wiped at the end. Its size is more than any good file has.
 struct Buffer {

@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <boost/crc.hpp>
+#include "bmc/ipmi/descriptor.h"
 
 namespace bmc::ipmi {
 
@@ -84,25 +85,8 @@ private:
     bool m_isGood = true;
 };
 
-/// Closes a file at the end.
-class File {
-public:
-    explicit File(int descriptor) : m_descriptor(descriptor) {}
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-    ~File() {
-        if (m_descriptor >= 0) {
-            ::close(m_descriptor);
-        }
-    }
-    int Get() const { return m_descriptor; }
-
-private:
-    int m_descriptor;
-};
-
 std::optional<std::string> ReadSmallFile(const std::string& path) {
-    const File file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     struct stat status {};
     if (file.Get() < 0 || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode) ||
         (status.st_uid != ::geteuid() && status.st_uid != 0) || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0 ||
@@ -135,7 +119,7 @@ bool WriteAll(int descriptor, std::string_view bytes) {
 /// Writes a file of that name in one step: whoever looks sees the old one or the new one. @return errno, 0 for done
 int ReplaceFile(const std::string& path, std::string_view bytes) {
     std::string temporary = path + ".XXXXXX";
-    const File file(::mkostemp(temporary.data(), O_CLOEXEC));  // mode 0600
+    const Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC));  // mode 0600
     if (file.Get() < 0) {
         return errno;
     }

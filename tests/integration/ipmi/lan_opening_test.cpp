@@ -6,6 +6,7 @@
 #include "bmc/ipmi/make_transport.h"
 #include "tests/integration/ipmi/lan_fixture.h"
 #include "tests/integration/ipmi/refusing_controller.h"
+#include "tests/support/count_entries.h"
 #include "tests/support/file.h"
 #include "tests/support/temp_folder.h"
 
@@ -159,10 +160,6 @@ TEST_F(LanOpening, SettingsDecideOnTheWay) {
     const auto other = MakeTransport(local);
     EXPECT_EQ(Failure([&] { other->Open(In(1s)); }), TransportFailure_e::system);
     EXPECT_THAT(m_text, HasSubstr("/dev/no-such-device"));
-}
-
-std::ptrdiff_t CountEntries(const char* folder) {
-    return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
 }
 
 TEST_F(LanOpening, ThousandSessions_LeaveNothingBehind) {

@@ -3,10 +3,10 @@
 #include <malloc.h>
 
 #include <filesystem>
-#include <iterator>
 
 #include "bmc/ipmi/freeipmi_transport.h"
 #include "tests/integration/ipmi/failure_fixture.h"
+#include "tests/support/count_entries.h"
 
 namespace test {
 
@@ -159,9 +159,6 @@ struct Belongings {
     std::ptrdiff_t threads;
     std::size_t heap;
 
-    static std::ptrdiff_t CountEntries(const char* folder) {
-        return std::distance(std::filesystem::directory_iterator(folder), {});
-    }
     static Belongings Now() {
         return {CountEntries("/proc/self/fd"), CountEntries("/proc/self/task"), ::mallinfo2().uordblks};
     }

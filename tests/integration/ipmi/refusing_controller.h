@@ -14,8 +14,8 @@
 
 namespace test {
 
-/// A controller on 127.0.0.1 that refuses to open sessions with a status code that the simulator never gives (IPMI v2.0
-/// specification, 13.18 and 13.24).
+/// A controller on 127.0.0.1 that refuses to open sessions with a status code that the simulator never gives
+/// (IPMI v2.0 specification, 13.18 and 13.24).
 class RefusingController {
 public:
     explicit RefusingController(std::uint8_t status) : m_thread([this, status] { Serve(status); }) {}
