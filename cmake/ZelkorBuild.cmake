@@ -7,6 +7,11 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 
+# Where CMAKE_UNITY_BUILD is on (the presets that are built from nothing), so many sources go through the compiler
+# together: the headers of the libraries are most of what there is to compile. Sources of one target therefore have no
+# two names alike, anonymous namespaces included.
+set(CMAKE_UNITY_BUILD_BATCH_SIZE 12)
+
 find_program(ZELKOR_CCACHE ccache)
 if(ZELKOR_CCACHE)
   # Precompiled headers are cached, too: their own content counts, not the macros and times that went into them.
@@ -20,6 +25,10 @@ function(zelkor_compile_options target)
   if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     # GCC 12 warns of its own std::string operator+ (GCC bug 105651).
     target_compile_options(${target} PRIVATE -Wno-restrict)
+  endif()
+  if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    # A source's own types count as a header's there, which could be used in more than one object.
+    target_compile_options(${target} PRIVATE -Wno-subobject-linkage)
   endif()
   if(ZELKOR_WERROR)
     target_compile_options(${target} PRIVATE -Werror)

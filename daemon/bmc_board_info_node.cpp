@@ -6,20 +6,20 @@
 
 namespace qstd {
 
-using Data = BmcBoardInfoNode::BoardInfoData_e;
+using BoardDatum = BmcBoardInfoNode::BoardInfoData_e;
 
 template <>
-const BiMap<Data> EnumMap<Data>::items{{Data::device, "device"},
-                                       {Data::type, "type"},
-                                       {Data::firmware_type, "firmware_type"},
-                                       {Data::status, "status"},
-                                       {Data::power_status, "power_status"},
-                                       {Data::fpga_revision, "fpga_revision"},
-                                       {Data::red_light, "red_light"},
-                                       {Data::fw_version, "fw_version"},
-                                       {Data::fw_revision, "fw_revision"},
-                                       {Data::fw_flash_id, "fw_flash_id"},
-                                       {Data::ipmi_version, "ipmi_version"}};
+const BiMap<BoardDatum> EnumMap<BoardDatum>::items{{BoardDatum::device, "device"},
+                                                   {BoardDatum::type, "type"},
+                                                   {BoardDatum::firmware_type, "firmware_type"},
+                                                   {BoardDatum::status, "status"},
+                                                   {BoardDatum::power_status, "power_status"},
+                                                   {BoardDatum::fpga_revision, "fpga_revision"},
+                                                   {BoardDatum::red_light, "red_light"},
+                                                   {BoardDatum::fw_version, "fw_version"},
+                                                   {BoardDatum::fw_revision, "fw_revision"},
+                                                   {BoardDatum::fw_flash_id, "fw_flash_id"},
+                                                   {BoardDatum::ipmi_version, "ipmi_version"}};
 
 }  // namespace qstd
 

@@ -6,13 +6,13 @@
 
 namespace qstd {
 
-using Data = BmcSensorNode::SensorData_e;
+using SensorDatum = BmcSensorNode::SensorData_e;
 
 template <>
-const BiMap<Data> EnumMap<Data>::items{{Data::value, "value"}, {Data::name, "name"},  {Data::hnc, "hnc"},
-                                       {Data::hc, "hc"},       {Data::hnr, "hnr"},    {Data::lnc, "lnc"},
-                                       {Data::lc, "lc"},       {Data::lnr, "lnr"},    {Data::nom, "nom"},
-                                       {Data::type, "type"},   {Data::units, "units"}};
+const BiMap<SensorDatum> EnumMap<SensorDatum>::items{
+    {SensorDatum::value, "value"}, {SensorDatum::name, "name"}, {SensorDatum::hnc, "hnc"},    {SensorDatum::hc, "hc"},
+    {SensorDatum::hnr, "hnr"},     {SensorDatum::lnc, "lnc"},   {SensorDatum::lc, "lc"},      {SensorDatum::lnr, "lnr"},
+    {SensorDatum::nom, "nom"},     {SensorDatum::type, "type"}, {SensorDatum::units, "units"}};
 
 }  // namespace qstd
 

@@ -25,7 +25,7 @@ using std::chrono::steady_clock;
 constexpr unsigned char c_responseBit = 1;  ///< of a network function
 
 /// Completion code with which a controller refuses to bridge to a channel that it does not have.
-constexpr std::uint8_t c_invalidField = 0xcc;
+constexpr std::uint8_t c_noSuchChannel = 0xcc;
 
 union Address {
     ipmi_addr any;
@@ -105,7 +105,7 @@ Response DeviceTransport::Exchange(const Target& target, const Request& request,
     try {
         ThrowIfTooLate(deadline);
         if (!Send(target, request, sending)) {
-            return {c_invalidField, {}, true};
+            return {c_noSuchChannel, {}, true};
         }
         for (;;) {
             Await(deadline);

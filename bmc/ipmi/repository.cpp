@@ -19,7 +19,7 @@ constexpr std::uint16_t c_firstRecord = 0x0000;
 constexpr std::uint16_t c_endOfRecords = 0xffff;
 constexpr std::uint8_t c_wholeRecord = 0xff;
 constexpr std::size_t c_headerSize = 5;
-constexpr std::size_t c_mostRecords = 4096;
+constexpr std::size_t c_mostRecordsRead = 4096;
 constexpr int c_mostReservations = 8;   ///< for one record
 constexpr int c_leastGivingWay = 1000;  ///< microseconds at most after the first cancelled reservation
 constexpr int c_mostReadings = 3;       ///< of a repository that changes while it is read
@@ -86,8 +86,9 @@ public:
                 throw qstd::Exception(
                     fmt::format("{}: the sensor records never end: record 0x{:04x} comes twice", m_who, id));
             }
-            if (records.size() == c_mostRecords) {
-                throw qstd::Exception(fmt::format("{}: there are more than {} sensor records", m_who, c_mostRecords));
+            if (records.size() == c_mostRecordsRead) {
+                throw qstd::Exception(
+                    fmt::format("{}: there are more than {} sensor records", m_who, c_mostRecordsRead));
             }
             seen.set(id);
             RawRecord record = ReadRecord(id);

@@ -22,7 +22,7 @@ namespace {
 
 constexpr std::size_t c_typeOffset = 3;
 constexpr std::size_t c_lengthOffset = 4;
-constexpr std::size_t c_headerSize = 5;
+constexpr std::size_t c_recordHeaderSize = 5;
 
 // Where the type/length byte of the name is, with which the part that every record has ends. The library parses a
 // record that is shorter than that, but has no values for what is missing.
@@ -179,11 +179,11 @@ std::vector<SensorRecord> DecodeCompact(const RawRecord& record, std::size_t siz
 }  // namespace
 
 std::vector<SensorRecord> DecodeRecord(const RawRecord& record) {
-    if (record.size() < c_headerSize) {
+    if (record.size() < c_recordHeaderSize) {
         return {};
     }
     // What follows the length that the header tells is none of the record's.
-    const std::size_t size = std::min<std::size_t>(record.size(), c_headerSize + record[c_lengthOffset]);
+    const std::size_t size = std::min<std::size_t>(record.size(), c_recordHeaderSize + record[c_lengthOffset]);
     if (record[c_typeOffset] == IPMI_SDR_FORMAT_FULL_SENSOR_RECORD && size > c_fullNameOffset) {
         return DecodeFull(record, size);
     }

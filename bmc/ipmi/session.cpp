@@ -9,18 +9,18 @@ namespace bmc::ipmi {
 
 namespace {
 
-SteadyTime Now() {
+SteadyTime SteadyNow() {
     return qstd::Clock::Get().SteadyNow();
 }
 
 SteadyTime HalfWayTo(SteadyTime deadline) {
-    const SteadyTime now = Now();
+    const SteadyTime now = SteadyNow();
     return now + (deadline - now) / 2;
 }
 
 /// Where a session that is opened before @p deadline must be open, so that there is time to use it.
 SteadyTime OpeningEnd(SteadyTime deadline) {
-    const SteadyTime now = Now();
+    const SteadyTime now = SteadyNow();
     return now + (deadline - now) * 3 / 4;
 }
 
@@ -39,7 +39,7 @@ bool SaysSilent(std::uint8_t completionCode) {
 }  // namespace
 
 ExchangeResult Session::Establish(std::chrono::milliseconds time) {
-    const SteadyTime deadline = Now() + time;
+    const SteadyTime deadline = SteadyNow() + time;
     ExchangeResult result = Open(OpeningEnd(deadline));
     if (result.verdict == Verdict_e::answered) {
         result = Try(Target{}, WhoAreYou(), Sending_e::repeated, deadline);
@@ -51,7 +51,7 @@ ExchangeResult Session::Establish(std::chrono::milliseconds time) {
 }
 
 ExchangeResult Session::Read(const Target& target, const Request& request, const TryTimes& times) {
-    const SteadyTime begin = Now();
+    const SteadyTime begin = SteadyNow();
     const SteadyTime end = begin + times.whole;
     ExchangeResult result = Try(target, request, Sending_e::repeated, begin + times.first);
     if (result.verdict == Verdict_e::boardSilent && result.wasSent) {
@@ -81,7 +81,7 @@ ExchangeResult Session::Read(const Target& target, const Request& request, const
 }
 
 ExchangeResult Session::Write(const Target& target, const Request& request, const TryTimes& times) {
-    const SteadyTime begin = Now();
+    const SteadyTime begin = SteadyNow();
     ExchangeResult result = Try(target, request, Sending_e::once, begin + times.first);
     if (result.verdict == Verdict_e::boardSilent && result.wasSent) {
         result.verdict = Verdict_e::undecided;
@@ -98,7 +98,7 @@ ExchangeResult Session::Write(const Target& target, const Request& request, cons
 }
 
 ExchangeResult Session::Probe(const Target& target, std::chrono::milliseconds time) {
-    ExchangeResult result = Try(target, WhoAreYou(), Sending_e::once, Now() + time);
+    ExchangeResult result = Try(target, WhoAreYou(), Sending_e::once, SteadyNow() + time);
     if (result.verdict == Verdict_e::undecided && !result.IsInterrupted()) {
         result.verdict = Verdict_e::boardSilent;
     }
@@ -152,7 +152,7 @@ ExchangeResult Session::Try(const Target& target, const Request& request, Sendin
     } catch (const TransportError& error) {
         if (target.IsBridged() && error.GetFailure() == TransportFailure_e::noAnswer) {
             // Most likely the controller lives: its place for a session is not to be used up.
-            m_transport.Close(Now() + m_politeness);
+            m_transport.Close(SteadyNow() + m_politeness);
         }
         m_isOpen = false;
         return {Verdict_e::undecided, {}, error.GetFailure(), error.what(), true};

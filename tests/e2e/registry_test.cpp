@@ -15,7 +15,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 /// Far above what a stop takes, also under a sanitizer, and far below what a poll may wait.
-constexpr std::chrono::seconds c_stopLimit(5);
+constexpr std::chrono::seconds c_stopUnderReaders(5);
 
 TEST_F(RegistryTest, TreeHasEveryBoardInTheOrderOfTheChassisAndTheFans) {
     Configure("");
@@ -195,7 +195,7 @@ TEST_F(RegistryTest, Stop_DoesNotWaitForWhoWatches) {
     }
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(Stop(), 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, c_stopLimit);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, c_stopUnderReaders);
     for (const auto& watcher : watchers) {
         EXPECT_EQ(watcher->Wait(), 2) << "no server any more";
     }
@@ -217,9 +217,9 @@ TEST_F(RegistryTest, WatcherThatIsKilled_CostsTheOthersNothing) {
 }
 
 /// Sixteen clients that read every leaf, one call after the other, until the server has gone.
-class SixteenReaders {
+class SixteenTreeReaders {
 public:
-    explicit SixteenReaders(const std::function<Result()>& readTree) {
+    explicit SixteenTreeReaders(const std::function<Result()>& readTree) {
         for (int index = 0; index < 16; ++index) {
             m_threads.emplace_back([this, readTree] {
                 Result result;
@@ -238,12 +238,12 @@ public:
             });
         }
     }
-    ~SixteenReaders() {
+    ~SixteenTreeReaders() {
         m_isOver = true;
         Join();
     }
-    SixteenReaders(const SixteenReaders&) = delete;
-    SixteenReaders& operator=(const SixteenReaders&) = delete;
+    SixteenTreeReaders(const SixteenTreeReaders&) = delete;
+    SixteenTreeReaders& operator=(const SixteenTreeReaders&) = delete;
 
     /// Waits for all of them. @pre the server has gone
     void Join() {

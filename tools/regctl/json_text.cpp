@@ -24,7 +24,7 @@ Json ToJson(const qnode::Value& value) {
     return nullptr;
 }
 
-std::string Line(const Json& json) {
+std::string JsonLine(const Json& json) {
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
@@ -49,7 +49,7 @@ std::string ChildrenJson(const std::vector<qreg::NodeInfo>& children) {
     for (const qreg::NodeInfo& child : children) {
         names.push_back(child.name);
     }
-    return Line(names);
+    return JsonLine(names);
 }
 
 std::string ItemJson(const qreg::corba::TreeItem& item) {
@@ -57,7 +57,7 @@ std::string ItemJson(const qreg::corba::TreeItem& item) {
     if (item.outcome.code != qreg::ErrorCode_e::not_readable) {
         PutOutcome(json, item.outcome);
     }
-    return Line(json);
+    return JsonLine(json);
 }
 
 std::string OutcomeJson(const std::string& path, const qreg::Outcome& outcome) {
@@ -66,30 +66,30 @@ std::string OutcomeJson(const std::string& path, const qreg::Outcome& outcome) {
         json["type"] = TypeText(qnode::TypeOf(outcome.value));
     }
     PutOutcome(json, outcome);
-    return Line(json);
+    return JsonLine(json);
 }
 
 std::string AssignmentJson(const std::string& path, const qnode::Value& value) {
-    return Line({{"path", path}, {"type", TypeText(qnode::TypeOf(value))}, {"value", ToJson(value)}});
+    return JsonLine({{"path", path}, {"type", TypeText(qnode::TypeOf(value))}, {"value", ToJson(value)}});
 }
 
 std::string InfoJson(const std::string& path, const qreg::NodeInfo& info) {
-    return Line({{"path", path},
-                 {"name", info.name},
-                 {"type", TypeText(info.type)},
-                 {"size", info.size},
-                 {"flags", info.flags},
-                 {"readable", IsReadable(info.flags)},
-                 {"writable", IsWritable(info.flags)},
-                 {"children", info.children}});
+    return JsonLine({{"path", path},
+                     {"name", info.name},
+                     {"type", TypeText(info.type)},
+                     {"size", info.size},
+                     {"flags", info.flags},
+                     {"readable", IsReadable(info.flags)},
+                     {"writable", IsWritable(info.flags)},
+                     {"children", info.children}});
 }
 
 std::string EventJson(const qreg::Event& event) {
-    return Line({{"time", TimeText(event.time)},
-                 {"sequence", event.sequence},
-                 {"path", event.path},
-                 {"type", EventTypeText(event.type)},
-                 {"value", ToJson(event.value)}});
+    return JsonLine({{"time", TimeText(event.time)},
+                     {"sequence", event.sequence},
+                     {"path", event.path},
+                     {"type", EventTypeText(event.type)},
+                     {"value", ToJson(event.value)}});
 }
 
 }  // namespace regctl

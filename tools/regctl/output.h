@@ -14,6 +14,11 @@ inline constexpr int c_exitNoServer = 2;
 inline constexpr int c_exitNoValue = 3;  ///< the node has no value now
 inline constexpr int c_exitNoNode = 4;
 
+// What a terminal understands as colours.
+inline constexpr const char* c_red = "\x1b[31m";
+inline constexpr const char* c_yellow = "\x1b[33m";
+inline constexpr const char* c_usual = "\x1b[0m";
+
 /// Where and how a command writes.
 struct Output {
     std::ostream& out;

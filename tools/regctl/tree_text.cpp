@@ -14,7 +14,6 @@ namespace {
 
 constexpr std::size_t c_indent = 2;
 constexpr std::size_t c_gap = 2;
-constexpr const char *c_red = "\x1b[31m", *c_yellow = "\x1b[33m", *c_usual = "\x1b[0m";
 
 /// How many columns @p text takes: its UTF-8 characters.
 std::size_t Width(const std::string& text) {

@@ -17,7 +17,6 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds c_wait{15000};  // of one poll; servers grant that much
 constexpr std::chrono::seconds c_lease{60};
 constexpr std::size_t c_batch = 1000;
-constexpr const char *c_yellow = "\x1b[33m", *c_usual = "\x1b[0m";
 
 /// A misspelt path would be watched for ever.
 void CheckPaths(const std::vector<std::string>& patterns, Registry& registry) {

@@ -13,7 +13,7 @@ namespace {
 using qcfg::ElementRule;
 using qcfg::Occurrence_e;
 
-constexpr long long c_maxPort = 65535;
+constexpr long long c_highestPort = 65535;
 constexpr long long c_maxConnections = 100000;
 constexpr long long c_minMessage = 65536;
 constexpr long long c_maxMessage = 1LL << 30;
@@ -56,7 +56,7 @@ ElementRule RegistryRule() {
     ElementRule rule{.name = "registry", .doc = "The registry server, through which other programs read and write."};
     rule.attributes = {
         {.name = "port",
-         .type = qcfg::Whole(0, c_maxPort),
+         .type = qcfg::Whole(0, c_highestPort),
          .defaultValue = "5678",
          .doc = "TCP port; 0 takes any free one, which the log then names. The option --port wins over it."},
         {.name = "listen",

@@ -15,8 +15,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr std::uint8_t c_bmc = 0x20;
-
 class IpmiBoardsTest : public test::IpmiDaemonTest {
 protected:
     static std::string Answers(const BoardAt& board, const std::string& boards) {
@@ -33,7 +31,7 @@ protected:
 
 TEST_F(IpmiBoardsTest, BoardInformation_IsThatOfTheControllerAndFollowsIt) {
     IpmiSimulator simulator;
-    simulator.SetRegister(c_bmc, 0x0010, 7);
+    simulator.SetRegister(test::c_bmc, 0x0010, 7);
     StartOn({test::Icb(simulator)});
     const std::string info = "boards/ICB/board_info/";
     EXPECT_EQ(
@@ -42,14 +40,14 @@ TEST_F(IpmiBoardsTest, BoardInformation_IsThatOfTheControllerAndFollowsIt) {
         "\nicb\nactive\nok\non\n7\noff\n245\n2\n");
     EXPECT_EQ(Ask({"ls", "boards/ICB/sensors"}), "");
 
-    simulator.SetPowerOn(c_bmc, false);
+    simulator.SetPowerOn(test::c_bmc, false);
     Ipmitool(simulator, {"chassis", "identify", "force"});
-    simulator.SetSelfTest(c_bmc, 0x57, 0x08);
+    simulator.SetSelfTest(test::c_bmc, 0x57, 0x08);
     EXPECT_EQ(Ask({"get", info + "power_status", info + "red_light", info + "status"}), "off\nblinking\ndegraded\n");
-    simulator.SetSelfTest(c_bmc, 0x58, 0x01);
-    simulator.SetIdentifySupported(c_bmc, false);
+    simulator.SetSelfTest(test::c_bmc, 0x58, 0x01);
+    simulator.SetIdentifySupported(test::c_bmc, false);
     EXPECT_EQ(Ask({"get", info + "status", info + "red_light"}), "failed\nunknown\n");
-    simulator.SetUpdating(c_bmc, true);
+    simulator.SetUpdating(test::c_bmc, true);
     EXPECT_EQ(Ask({"get", info + "status", info + "firmware_type"}), "updating\nunknown\n");
     EXPECT_EQ(Stop(), 0);
 }
@@ -57,13 +55,13 @@ TEST_F(IpmiBoardsTest, BoardInformation_IsThatOfTheControllerAndFollowsIt) {
 TEST_F(IpmiBoardsTest, ReplyThatIsCutShort_IsAnErrorAndNeverAValue) {
     IpmiSimulator simulator(test::WithSensors(2));
     StartOn({test::Icb(simulator)});
-    simulator.SetReplyLength(c_bmc, test::c_getSensorReading, 2);
-    simulator.SetReplyLength(c_bmc, test::c_getDeviceId, 5);
+    simulator.SetReplyLength(test::c_bmc, test::c_getSensorReading, 2);
+    simulator.SetReplyLength(test::c_bmc, test::c_getDeviceId, 5);
     ExpectFailure({"get", "boards/ICB/sensors/ID_1/value"}, 1,
                   "icb/0 sensor 1 (Temp 1): Get Sensor Reading: the reply has 1 bytes instead of 2");
     ExpectFailure({"get", "boards/ICB/board_info/fw_revision"}, 1, "icb/0: Get Device ID: the reply has 4 bytes");
-    simulator.SetReplyLength(c_bmc, test::c_getSensorReading, std::nullopt);
-    simulator.SetReplyLength(c_bmc, test::c_getDeviceId, std::nullopt);
+    simulator.SetReplyLength(test::c_bmc, test::c_getSensorReading, std::nullopt);
+    simulator.SetReplyLength(test::c_bmc, test::c_getDeviceId, std::nullopt);
     EXPECT_EQ(Get("boards/ICB/sensors/ID_1/value"), "40");
     EXPECT_EQ(Get("boards/ICB/board_info/fw_revision"), "245");
     EXPECT_EQ(Stop(), 0);
@@ -194,8 +192,8 @@ TEST_F(IpmiBoardsTest, AccountOfAUser_ReadsEverythingAndIsRefusedTheRest) {
     EXPECT_TRUE(AwaitLog("WARNING  Sensor value is above HNR (id = io_1[1]:Temp 1; value = 101 degrees C; HNR = 100)"));
     EXPECT_EQ(Stop(), 0);
     EXPECT_TRUE(io.IsPowerOn());
-    EXPECT_EQ(io.CountWrites(c_bmc, test::c_chassisControl), 0U);
-    EXPECT_EQ(io.CountWrites(c_bmc, test::c_setSelTime), 0U);
+    EXPECT_EQ(io.CountWrites(test::c_bmc, test::c_chassisControl), 0U);
+    EXPECT_EQ(io.CountWrites(test::c_bmc, test::c_setSelTime), 0U);
 }
 
 TEST_F(IpmiBoardsTest, CheckConfig_FindsNothingWrongWithTheExampleOnceItsPasswordsAreThere) {

@@ -10,7 +10,6 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-constexpr std::uint8_t c_bmc = 0x20;
 constexpr const char* c_threeBands =
     "<temperature_control><frequency>1</frequency><fans><set lower='40' upper='50' rpm='3000'/>"
     "<set lower='45' upper='60' rpm='4000'/><set lower='55' upper='70' rpm='6500'/></fans></temperature_control>\n";
@@ -32,7 +31,7 @@ protected:
     static std::vector<std::uint16_t> References(const IpmiSimulator& simulator) {
         std::vector<std::uint16_t> values;
         for (const std::uint16_t address : c_addresses) {
-            values.push_back(simulator.GetRegister(c_bmc, address));
+            values.push_back(simulator.GetRegister(test::c_bmc, address));
         }
         return values;
     }
@@ -43,7 +42,7 @@ protected:
         std::vector<ExecutedWrite> writes;
         for (const std::uint16_t value : values) {
             for (const std::uint16_t address : c_addresses) {
-                writes.push_back({c_bmc,
+                writes.push_back({test::c_bmc,
                                   0x30,
                                   0x11,
                                   {0, static_cast<std::uint8_t>(address), static_cast<std::uint8_t>(value >> 8),
@@ -61,14 +60,14 @@ TEST_F(IpmiFansTest, TemperatureControl_WritesTheTablesSpeedsOnceEachAndLeavesTh
     StartOn({test::Icb(simulator)}, Only(c_threeBands));
     ASSERT_TRUE(ChassisTest::AwaitMessage(Changed("0", "4000", "48")));
     EXPECT_EQ(References(simulator), AllAt(483));
-    simulator.SetReading(c_bmc, 1, 42);
+    simulator.SetReading(test::c_bmc, 1, 42);
     ASSERT_TRUE(ChassisTest::AwaitMessage(Changed("4007", "3000", "42")));
     EXPECT_EQ(References(simulator), AllAt(645));
-    simulator.SetReading(c_bmc, 1, 65);
+    simulator.SetReading(test::c_bmc, 1, 65);
     ASSERT_TRUE(ChassisTest::AwaitMessage(Changed("3000", "4000", "65")));
     ASSERT_TRUE(ChassisTest::AwaitMessage(Changed("4007", "6500", "65")));
-    simulator.SetReading(c_bmc, 1, 57);
-    simulator.SetReading(c_bmc, 1, 50);
+    simulator.SetReading(test::c_bmc, 1, 57);
+    simulator.SetReading(test::c_bmc, 1, 50);
     ASSERT_TRUE(ChassisTest::AwaitMessage(Changed("6516", "4000", "50")));
     EXPECT_EQ(References(simulator), AllAt(483));
     EXPECT_EQ(Stop(), 0);
@@ -88,8 +87,8 @@ TEST_F(IpmiFansTest, NoTable_FansAreAtMaximumFromTheStart) {
 TEST_F(IpmiFansTest, Fans_AreReadAndWrittenByClients) {
     IpmiSimulator simulator(WarmAt(20));
     StartOn({test::Icb(simulator)});
-    simulator.SetRegister(c_bmc, 0x42, 967);
-    simulator.SetRegister(c_bmc, 0x6a, 0xffff);
+    simulator.SetRegister(test::c_bmc, 0x42, 967);
+    simulator.SetRegister(test::c_bmc, 0x6a, 0xffff);
     EXPECT_EQ(Ask({"get", "fans/left_front", "fans/right_rear", "fans/left_rear"}), "2001\n29\n0\n");
     Ask({"set", "fans/right_middle", "30"});
     EXPECT_EQ(References(simulator), (std::vector<std::uint16_t>{0, 0, 0, 0, 64516, 0})) << "both bytes of a register";
@@ -104,9 +103,9 @@ TEST_F(IpmiFansTest, Fans_AreReadAndWrittenByClients) {
 TEST_F(IpmiFansTest, CommandThatTheControllerRefuses_HasNoValueAndStopsNothing) {
     IpmiSimulator simulator(WarmAt(20));
     StartOn({test::Icb(simulator)});
-    simulator.SetCompletionCode(c_bmc, {0x30, 0x10}, 0xc1);
+    simulator.SetCompletionCode(test::c_bmc, {0x30, 0x10}, 0xc1);
     ExpectFailure({"get", "fans/left_front"}, 3, "no value");
-    simulator.SetCompletionCode(c_bmc, {0x30, 0x10}, 0);
+    simulator.SetCompletionCode(test::c_bmc, {0x30, 0x10}, 0);
     EXPECT_EQ(Get("fans/left_front"), "0");
     EXPECT_EQ(Stop(), 0);
 }
@@ -138,7 +137,7 @@ TEST_F(IpmiFansTest, FansSafe_SetsTheFansWithAndWithoutADaemonAndDisturbsItNot) 
 TEST_F(IpmiFansTest, FansSafe_ThatCannotSetThem_SaysSoAndEndsSoon) {
     IpmiSimulator simulator(WarmAt(48));
     ConfigureBoards({test::Icb(simulator)}, c_noWorkers, "cache='none' timeout='100' retries='1'");
-    simulator.SetCompletionCode(c_bmc, {0x30, 0x11}, 0xd4);
+    simulator.SetCompletionCode(test::c_bmc, {0x30, 0x11}, 0xd4);
     test::Result result = test::RunProgram(Command({"--fans-safe"}));
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.error, HasSubstr("ERROR    Not all fans are at 6500 RPM: left_front "));

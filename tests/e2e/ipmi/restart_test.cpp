@@ -16,7 +16,6 @@ using testing::IsEmpty;
 using testing::SizeIs;
 using testing::StartsWith;
 
-constexpr std::uint8_t c_bmc = 0x20;
 constexpr const char* c_quickToGiveUp = "cache='cache' timeout='200' retries='1'";
 
 class IpmiRestartTest : public test::IpmiDaemonTest {
@@ -56,14 +55,14 @@ TEST_F(IpmiRestartTest, SecondStart_TakesTheRecordsFromTheCache) {
     const test::BoardAt icb = test::Icb(simulator);
     StartOn({icb, test::Behind(icb, 0x82, "io/2", "IO2"), test::Behind(icb, 0x84, "io/4", "IO4")});
     const Tree before = TreeOf("boards");
-    EXPECT_GE(simulator.CountRequests(c_bmc, test::c_getSdr), 80U);
+    EXPECT_GE(simulator.CountRequests(test::c_bmc, test::c_getSdr), 80U);
     EXPECT_GE(simulator.CountRequests(0x84, c_getDeviceSdr), 10U);
     EXPECT_THAT(CacheFiles(), SizeIs(3));
 
     simulator.ResetCounts();
     StartAgain();
     EXPECT_EQ(TreeOf("boards"), before);
-    EXPECT_EQ(simulator.CountRequests(c_bmc, test::c_getSdr), 0U);
+    EXPECT_EQ(simulator.CountRequests(test::c_bmc, test::c_getSdr), 0U);
     EXPECT_EQ(simulator.CountRequests(0x84, c_getDeviceSdr), 0U);
     EXPECT_EQ(Stop(), 0);
     EXPECT_THAT(Complaints(), IsEmpty());
@@ -77,7 +76,7 @@ TEST_F(IpmiRestartTest, RepositoryThatHasChanged_IsReadAnew) {
     added.number = 9;
     added.name = "added";
     std::string record;
-    for (const std::uint8_t byte : test::ComposeRecord(added, c_bmc, 4)) {
+    for (const std::uint8_t byte : test::ComposeRecord(added, test::c_bmc, 4)) {
         record += " " + std::to_string(byte);
     }
     simulator.Command("main_sdr_add 0x20" + record);
@@ -91,11 +90,11 @@ TEST_F(IpmiRestartTest, RepositoryThatHasChanged_IsReadAnew) {
     StartAgain();
     EXPECT_EQ(Ask({"ls", "boards/ICB/sensors"}), "ID_1\nID_2\nID_3\nID_9\n");
     EXPECT_EQ(Ask({"get", "boards/ICB/sensors/ID_9/name", "boards/ICB/sensors/ID_9/value"}), "added\n33\n");
-    EXPECT_GE(simulator.CountRequests(c_bmc, test::c_getSdr), 4U);
+    EXPECT_GE(simulator.CountRequests(test::c_bmc, test::c_getSdr), 4U);
     simulator.ResetCounts();
     StartAgain();
     EXPECT_EQ(Ask({"ls", "boards/ICB/sensors"}), "ID_1\nID_2\nID_3\nID_9\n");
-    EXPECT_EQ(simulator.CountRequests(c_bmc, test::c_getSdr), 0U) << "and kept anew";
+    EXPECT_EQ(simulator.CountRequests(test::c_bmc, test::c_getSdr), 0U) << "and kept anew";
     EXPECT_EQ(Stop(), 0);
 }
 
@@ -124,7 +123,7 @@ TEST_F(IpmiRestartTest, CacheFileThatIsNotWhatWasWritten_IsReadAnewAndNeverBelie
         icb.ResetCounts();
         StartAgain();
         EXPECT_EQ(TreeOf("boards"), truth);
-        EXPECT_GE(icb.CountRequests(c_bmc, test::c_getSdr), 6U);
+        EXPECT_GE(icb.CountRequests(test::c_bmc, test::c_getSdr), 6U);
         EXPECT_EQ(test::ReadFile(file), good) << "written anew";
     }
     EXPECT_EQ(Stop(), 0);
@@ -146,7 +145,7 @@ TEST_F(IpmiRestartTest, NoCache_LeavesNothingBehindAndReadsEveryTime) {
     StartOn({test::Icb(simulator)}, c_noWorkers, "cache='none'");
     simulator.ResetCounts();
     StartAgain();
-    EXPECT_GE(simulator.CountRequests(c_bmc, test::c_getSdr), 3U);
+    EXPECT_GE(simulator.CountRequests(test::c_bmc, test::c_getSdr), 3U);
     EXPECT_EQ(Get("boards/ICB/sensors/ID_1/value"), "40");
     EXPECT_EQ(Stop(), 0);
     EXPECT_FALSE(test::Exists(m_folder.Path("cache")));

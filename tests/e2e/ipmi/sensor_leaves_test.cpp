@@ -21,8 +21,6 @@ using test::SimulatedSensor;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr std::uint8_t c_bmc = 0x20;
-
 /// The leaves of the six thresholds in the order of a simulated sensor's.
 constexpr std::array<const char*, 6> c_thresholdLeaves{"lnr", "lc", "lnc", "hnc", "hc", "hnr"};
 
@@ -188,7 +186,7 @@ TEST_F(SensorLeavesTest, EveryKindOfSensor_HasTheValuesThatTheControllerWasGiven
     controller.sensors.push_back(gone);
     controller.sensors.push_back(discrete);
     IpmiSimulator simulator({.controllers = {controller}});
-    simulator.SetSensorCompletionCode(c_bmc, gone.number, 0xcb);
+    simulator.SetSensorCompletionCode(test::c_bmc, gone.number, 0xcb);
     StartOn({test::Icb(simulator)});
 
     const Tree tree = TreeOf("boards/ICB");
@@ -214,7 +212,7 @@ TEST_F(SensorLeavesTest, Readings_AreThoseOfTheMomentAndComeAndGo) {
     StartOn({test::Icb(simulator)});
     for (const SimulatedSensor& sensor : EveryKind()) {
         if (sensor.lun == 0 && !sensor.isUnavailable && sensor.isScanned) {
-            simulator.SetRaw(c_bmc, sensor.number, static_cast<std::uint8_t>(sensor.raw + 3));
+            simulator.SetRaw(test::c_bmc, sensor.number, static_cast<std::uint8_t>(sensor.raw + 3));
         }
     }
     const std::string value = "boards/ICB/sensors/ID_1/value";
@@ -224,9 +222,9 @@ TEST_F(SensorLeavesTest, Readings_AreThoseOfTheMomentAndComeAndGo) {
         ExpectSensor(tree, sensor, !sensor.isUnavailable && sensor.isScanned);
     }
     const std::vector<std::function<void(bool)>> ways{
-        [&](bool isGone) { simulator.SetUnavailable(c_bmc, 1, isGone); },
-        [&](bool isGone) { simulator.SetScanning(c_bmc, 1, !isGone); },
-        [&](bool isGone) { simulator.SetSensorCompletionCode(c_bmc, 1, isGone ? 0xcb : 0); }};
+        [&](bool isGone) { simulator.SetUnavailable(test::c_bmc, 1, isGone); },
+        [&](bool isGone) { simulator.SetScanning(test::c_bmc, 1, !isGone); },
+        [&](bool isGone) { simulator.SetSensorCompletionCode(test::c_bmc, 1, isGone ? 0xcb : 0); }};
     for (const auto& setGone : ways) {
         setGone(true);
         ExpectFailure({"get", value}, 3, "no value");

@@ -10,8 +10,6 @@ using test::WithSensors;
 using testing::StartsWith;
 using testing::UnorderedElementsAreArray;
 
-constexpr std::uint8_t c_bmc = 0x20;
-
 class IpmiWholeTest : public test::IpmiDaemonTest {
 protected:
     static std::string Answers(const BoardAt& board, const std::string& boards) {
@@ -89,8 +87,8 @@ TEST_F(IpmiWholeTest, MixedChassis_EachWorkerDoesItsWorkAndSaysNothingElse) {
             EXPECT_EQ(lines[i].find(";40;-3;12.06;-11.9;17.5;6500"), 26U) << lines[i];
         }
     }
-    EXPECT_EQ(icbSimulator.GetRegister(c_bmc, 0x40), 297);
-    EXPECT_EQ(icbSimulator.CountWrites(c_bmc, test::c_chassisControl), 0U);
+    EXPECT_EQ(icbSimulator.GetRegister(test::c_bmc, 0x40), 297);
+    EXPECT_EQ(icbSimulator.CountWrites(test::c_bmc, test::c_chassisControl), 0U);
 }
 
 }  // namespace

@@ -16,7 +16,6 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr std::uint8_t c_bmc = 0x20;
 constexpr std::uint8_t c_satellite = 0x82;
 
 /// A temperature that is beyond its upper non-recoverable limit.
@@ -87,19 +86,20 @@ TEST_F(IpmiWorkersTest, Monitor_WarnsOfEveryCrossingOnceAndSaysWhenItIsOver) {
     IpmiSimulator simulator(WithSensors(6));
     StartOn({test::Icb(simulator)}, Only(c_everySecond));
     const auto become = [&](std::uint8_t sensor, double reading, const std::string& message) {
-        simulator.SetReading(c_bmc, sensor, reading);
+        simulator.SetReading(test::c_bmc, sensor, reading);
         EXPECT_TRUE(AwaitMessage(Worker::monitor, message)) << message;
         return message;
     };
-    simulator.SetReading(c_bmc, 2, -15);
-    simulator.SetReading(c_bmc, 3, 11.1);
-    simulator.SetReading(c_bmc, 5, 52.5);
-    simulator.SetReading(c_bmc, 6, 900);
+    simulator.SetReading(test::c_bmc, 2, -15);
+    simulator.SetReading(test::c_bmc, 3, 11.1);
+    simulator.SetReading(test::c_bmc, 5, 52.5);
+    simulator.SetReading(test::c_bmc, 6, 900);
     std::vector<std::string> expected{become(1, 85, Warned("HNC", "[1]:Temp 1", "85 degrees C", "80")),
                                       become(1, 95, Warned("HC", "[1]:Temp 1", "95 degrees C", "90")),
                                       become(1, 101, Warned("HNR", "[1]:Temp 1", "101 degrees C", "100"))};
-    simulator.SetReading(c_bmc, 2, -3);  // it has no lower non-critical limit, inside which it would be normal again
-    simulator.SetReading(c_bmc, 3, 12.06);
+    simulator.SetReading(test::c_bmc, 2,
+                         -3);  // it has no lower non-critical limit, inside which it would be normal again
+    simulator.SetReading(test::c_bmc, 3, 12.06);
     expected.push_back(
         become(1, 80, "I: Sensor value is is back to normal. (id = icb_0[1] - Temp 1;value = 80 degrees C)"));
     EXPECT_EQ(Stop(), 0);
@@ -122,14 +122,14 @@ TEST_F(IpmiWorkersTest, Pass_AsksForTheSelectedSensorsAndForNoOthers) {
     EXPECT_EQ(Stop(), 0);
     const auto passes = SensorLog("icb_0").size() - 9;
     EXPECT_EQ(SensorLog("icb_0").at(8), "[TIME];[3]-+12V 1;[60]-Fan 10");
-    EXPECT_EQ(simulator.CountRequests(c_bmc, test::c_getSensorReading), 2 * passes);
+    EXPECT_EQ(simulator.CountRequests(test::c_bmc, test::c_getSensorReading), 2 * passes);
 }
 
 TEST_F(IpmiWorkersTest, Monitor_RecordsWhatTheSensorsReadAndTellsClients) {
     IpmiSimulator simulator(WithSensors(6));
     StartOn({test::Icb(simulator)}, Only("<monitor><frequency>1</frequency><filter><absolute enabled='false'/></filter>"
                                          "</monitor>\n"));
-    simulator.SetReading(c_bmc, 1, 85);
+    simulator.SetReading(test::c_bmc, 1, 85);
     const test::Process watch(RegistryCommand({"watch"}), m_folder.Path("watch"), m_folder.Path("watch-err"));
     const auto awaitEvent = [this](const std::string& event) {
         return Await([&] {
@@ -138,11 +138,11 @@ TEST_F(IpmiWorkersTest, Monitor_RecordsWhatTheSensorsReadAndTellsClients) {
         });
     };
     ASSERT_TRUE(awaitEvent("ID_1/hnc threshold 85")) << test::ReadFile(m_folder.Path("watch-err"));
-    simulator.SetReading(c_bmc, 2, -2);
+    simulator.SetReading(test::c_bmc, 2, -2);
     EXPECT_TRUE(awaitEvent("ID_2/value value -2"));
-    simulator.SetReading(c_bmc, 1, 101);
+    simulator.SetReading(test::c_bmc, 1, 101);
     EXPECT_TRUE(awaitEvent("ID_1/hnr threshold 101"));
-    simulator.SetUnavailable(c_bmc, 6, true);
+    simulator.SetUnavailable(test::c_bmc, 6, true);
     const auto awaitRecord = [this](const std::string& values) {
         return Await([&] {
             const auto lines = SensorLog("icb_0");
@@ -164,7 +164,7 @@ TEST_F(IpmiWorkersTest, SensorBeyondItsLimit_PowersItsBoardDownWithOneRequest) {
     ASSERT_TRUE(Await([&] { return !io.IsPowerOn(); }));
     EXPECT_TRUE(AwaitValue("boards/IO1/board_info/power_status", "off"));
     EXPECT_EQ(Stop(), 0);
-    EXPECT_THAT(Actions(io), ElementsAre(ChassisControl(c_bmc, 0)));
+    EXPECT_THAT(Actions(io), ElementsAre(ChassisControl(test::c_bmc, 0)));
     EXPECT_THAT(Actions(icb), IsEmpty());
     EXPECT_THAT(Complaints(), ElementsAre("CRITICAL Value of sensor id: 1 on board io_1 is higher than HNR!!! (value = "
                                           "101; HNC = 100)",
@@ -174,12 +174,12 @@ TEST_F(IpmiWorkersTest, SensorBeyondItsLimit_PowersItsBoardDownWithOneRequest) {
 
 TEST_F(IpmiWorkersTest, SensorOfTheHostBeyondItsLimit_ShutsTheChassisControllerDown) {
     IpmiSimulator icb(WithSensors(1));
-    icb.SetObeysShutdown(c_bmc, true);
+    icb.SetObeysShutdown(test::c_bmc, true);
     const IpmiSimulator host(TooHot());
     StartOn({test::Host(host), test::Icb(icb)}, Only("<damage_protection/>\n"));
     ASSERT_TRUE(Await([&] { return !icb.IsPowerOn(); }));
     EXPECT_EQ(Stop(), 0);
-    EXPECT_THAT(Actions(icb), ElementsAre(ChassisControl(c_bmc, 5)));
+    EXPECT_THAT(Actions(icb), ElementsAre(ChassisControl(test::c_bmc, 5)));
     EXPECT_THAT(Actions(host), IsEmpty());
     EXPECT_THAT(Complaints(), Contains("CRITICAL Sensor source is OS, shut-down the ICB."));
 }
@@ -195,7 +195,7 @@ TEST_F(IpmiWorkersTest, SatelliteThatGetsTooHot_IsPoweredDownAlone) {
     EXPECT_THAT(simulator.GetWrites(), IsEmpty());
     simulator.SetReading(c_satellite, 1, 110);
     ASSERT_TRUE(Await([&] { return !simulator.IsPowerOn(c_satellite); }));
-    EXPECT_TRUE(simulator.IsPowerOn(c_bmc));
+    EXPECT_TRUE(simulator.IsPowerOn(test::c_bmc));
     EXPECT_TRUE(simulator.IsPowerOn(0x84));
     EXPECT_EQ(Stop(), 0);
     EXPECT_THAT(Actions(simulator), testing::Each(ChassisControl(c_satellite, 0)));
@@ -204,14 +204,14 @@ TEST_F(IpmiWorkersTest, SatelliteThatGetsTooHot_IsPoweredDownAlone) {
 TEST_F(IpmiWorkersTest, BoardThatStaysOnWhenPoweredDown_IsAnErrorAndNotASuccess) {
     const IpmiSimulator icb(WithSensors(1));
     IpmiSimulator io(TooHot());
-    io.SetCompletionCode(c_bmc, test::c_chassisControl, 0xd5);
+    io.SetCompletionCode(test::c_bmc, test::c_chassisControl, 0xd5);
     StartOn({test::Icb(icb), test::Io(1, io)}, Only("<damage_protection/>\n"));
     EXPECT_TRUE(
         AwaitLog("ERROR    Problem accessing sensor id: 1 on board io_1. Exception: io/1: Chassis Control: 0xD5 "
                  "(not supported in the present state)\n"));
     EXPECT_EQ(Stop(), 0);
     EXPECT_TRUE(io.IsPowerOn());
-    EXPECT_EQ(io.CountRequests(c_bmc, test::c_chassisControl), 1U) << "it is not repeated within a pass";
+    EXPECT_EQ(io.CountRequests(test::c_bmc, test::c_chassisControl), 1U) << "it is not repeated within a pass";
 }
 
 TEST_F(IpmiWorkersTest, Clocks_AreSetToUtcOnceAndTheHostsIsLeftAlone) {
@@ -229,21 +229,21 @@ TEST_F(IpmiWorkersTest, Clocks_AreSetToUtcOnceAndTheHostsIsLeftAlone) {
     const auto awaitSettings = [&](std::uint8_t controller, std::size_t count) {
         return Await([&] { return icb.CountWrites(controller, test::c_setSelTime) >= count; });
     };
-    ASSERT_TRUE(awaitSettings(c_bmc, 1));
+    ASSERT_TRUE(awaitSettings(test::c_bmc, 1));
     ASSERT_TRUE(awaitSettings(c_satellite, 1));
     expectRight(std::nullopt);
     expectRight(c_satellite);
     // A whole pass later, which finds them right.
     const std::uint64_t asked = icb.CountRequests(c_satellite, test::c_getSelTime);
     ASSERT_TRUE(Await([&] { return icb.CountRequests(c_satellite, test::c_getSelTime) > asked + 1; }));
-    EXPECT_EQ(icb.CountWrites(c_bmc, test::c_setSelTime), 1U);
+    EXPECT_EQ(icb.CountWrites(test::c_bmc, test::c_setSelTime), 1U);
     EXPECT_EQ(icb.CountWrites(c_satellite, test::c_setSelTime), 1U);
     SetClock(icb, std::time(nullptr) + 3600);
-    ASSERT_TRUE(awaitSettings(c_bmc, 3)) << "ours is the first, ipmitool's the second";
+    ASSERT_TRUE(awaitSettings(test::c_bmc, 3)) << "ours is the first, ipmitool's the second";
     expectRight(std::nullopt);
     EXPECT_EQ(Stop(), 0);
-    EXPECT_EQ(host.CountWrites(c_bmc, test::c_setSelTime), 0U);
-    EXPECT_EQ(host.CountRequests(c_bmc, test::c_getSelTime), 0U);
+    EXPECT_EQ(host.CountWrites(test::c_bmc, test::c_setSelTime), 0U);
+    EXPECT_EQ(host.CountRequests(test::c_bmc, test::c_getSelTime), 0U);
     EXPECT_THAT(Complaints(), IsEmpty());
 }
 

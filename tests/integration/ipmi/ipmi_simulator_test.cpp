@@ -23,7 +23,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Optional;
 
-constexpr std::uint8_t c_bmc = 0x20;
 constexpr std::uint8_t c_satellite = 0x82;
 constexpr std::uint8_t c_other = 0x30;
 

@@ -15,7 +15,7 @@ using testing::HasSubstr;
 
 constexpr IpmiCommand c_getDeviceGuid{0x06, 0x08};
 constexpr IpmiCommand c_readRegister{0x30, 0x10};
-constexpr IpmiCommand c_writeRegister{0x30, 0x11};
+constexpr IpmiCommand c_writeFpga{0x30, 0x11};
 constexpr IpmiCommand c_reserveSdrRepository{0x0a, 0x22};
 
 struct NamedCommand {
@@ -40,7 +40,7 @@ constexpr std::array c_commands{
     NamedCommand{"GetSelTime", c_getSelTime, 5},
     NamedCommand{"SetSelTime", c_setSelTime, 1},
     NamedCommand{"ReadRegister", c_readRegister, 3},
-    NamedCommand{"WriteRegister", c_writeRegister, 1},
+    NamedCommand{"WriteRegister", c_writeFpga, 1},
 };
 
 class WrongReplyTest : public IpmiFailureTest, public testing::WithParamInterface<NamedCommand> {

@@ -27,12 +27,12 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-constexpr std::chrono::milliseconds c_timeout{20000};
+constexpr std::chrono::milliseconds c_clientTimeout{20000};
 
 /// A client of a server of the protocol's first version.
 class ClientTest : public testing::Test {
 protected:
-    std::unique_ptr<Client> Connect(std::chrono::milliseconds timeout = c_timeout) const {
+    std::unique_ptr<Client> Connect(std::chrono::milliseconds timeout = c_clientTimeout) const {
         return std::make_unique<Client>("127.0.0.1", m_server.GetPort(), timeout);
     }
     std::string Where() const { return "127.0.0.1:" + std::to_string(m_server.GetPort()); }
@@ -212,7 +212,7 @@ TEST_F(ClientTest, Subscription_EventsLossesAndLease) {
     EXPECT_EQ(lease.id, "s:box/**:speed");
     EXPECT_EQ(lease.lease, std::chrono::seconds(31));
     EXPECT_EQ(lease.queueLimit, 12U);
-    const qreg::Batch batch = m_client->Poll(lease.id, 0, 2, c_timeout);
+    const qreg::Batch batch = m_client->Poll(lease.id, 0, 2, c_clientTimeout);
     EXPECT_EQ(batch.lost, 2U);
     ASSERT_EQ(batch.events.size(), 2U);
     EXPECT_EQ(batch.events[0]->sequence, 3U);
@@ -220,7 +220,7 @@ TEST_F(ClientTest, Subscription_EventsLossesAndLease) {
     EXPECT_EQ(batch.events[0]->path, "box/reading");
     EXPECT_EQ(batch.events[0]->value, qnode::Value(0.3));
     EXPECT_EQ(batch.events[0]->time, std::chrono::system_clock::time_point(std::chrono::seconds(3)));
-    EXPECT_EQ(m_client->Poll(lease.id, 4, 2, c_timeout).events.at(0)->type, 7);
+    EXPECT_EQ(m_client->Poll(lease.id, 4, 2, c_clientTimeout).events.at(0)->type, 7);
     EXPECT_EQ(m_client->Renew(lease.id), std::chrono::seconds(60));
     m_client->Unsubscribe(lease.id);
     EXPECT_EQ(RefusalOf([&] { m_client->Renew(lease.id); }).first, ErrorCode_e::no_such_subscription);
@@ -236,8 +236,8 @@ TEST_F(ClientTest, Poll_WaitsBeyondTheTimeoutOfOtherRequests) {
 
 TEST_F(ClientTest, Poll_EndsWhenAnotherClientEndsTheSubscription) {
     const std::string id = m_client->Subscribe({}).id;
-    auto refusal =
-        std::async(std::launch::async, [&] { return RefusalOf([&] { m_client->Poll(id, 5, 10, c_timeout); }).first; });
+    auto refusal = std::async(std::launch::async,
+                              [&] { return RefusalOf([&] { m_client->Poll(id, 5, 10, c_clientTimeout); }).first; });
     Connect()->Unsubscribe(id);
     EXPECT_EQ(refusal.get(), ErrorCode_e::no_such_subscription);
 }
@@ -308,10 +308,10 @@ TEST(ClientWithoutServer, NobodyListens_ConnectionRefused) {
     ASSERT_EQ(::bind(socket, reinterpret_cast<sockaddr*>(&address), size), 0);
     ASSERT_EQ(::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size), 0);
     const int port = ntohs(address.sin_port);  // bound by us, so nobody else listens there
-    Client client("127.0.0.1", port, c_timeout);
+    Client client("127.0.0.1", port, c_clientTimeout);
     EXPECT_EQ(LossOf([&] { client.Hello(); }),
               "no registry server at 127.0.0.1:" + std::to_string(port) + ": Connection refused");
-    Client byIpv6("::1", port, c_timeout);
+    Client byIpv6("::1", port, c_clientTimeout);
     EXPECT_THAT(LossOf([&] { byIpv6.Hello(); }), StartsWith("no registry server at [::1]:" + std::to_string(port)));
     ::close(socket);
 }
@@ -331,15 +331,17 @@ TEST(ClientWithoutServer, PeerThatNeverSpeaks_TimesOut) {
 }
 
 TEST(ClientWithoutServer, HostThatCannotBeOne_IsRefusedAtOnce) {
-    EXPECT_EQ(test::TextOf([] { Client("a/b", 1, c_timeout); }),
+    EXPECT_EQ(test::TextOf([] { Client("a/b", 1, c_clientTimeout); }),
               "server \"a/b\" is neither a host's name nor an address");
-    EXPECT_EQ(test::TextOf([] { Client("", 1, c_timeout); }), "server \"\" is neither a host's name nor an address");
-    EXPECT_EQ(test::TextOf([] { Client("box", 0, c_timeout); }), "port 0 of server box is not within 1..65535");
-    EXPECT_EQ(test::TextOf([] { Client("box", 65536, c_timeout); }), "port 65536 of server box is not within 1..65535");
+    EXPECT_EQ(test::TextOf([] { Client("", 1, c_clientTimeout); }),
+              "server \"\" is neither a host's name nor an address");
+    EXPECT_EQ(test::TextOf([] { Client("box", 0, c_clientTimeout); }), "port 0 of server box is not within 1..65535");
+    EXPECT_EQ(test::TextOf([] { Client("box", 65536, c_clientTimeout); }),
+              "port 65536 of server box is not within 1..65535");
 }
 
 TEST(ClientWithoutServer, HostNameThatIsNotKnown_IsSaid) {
-    Client client("no-such-host.invalid", 5678, c_timeout);
+    Client client("no-such-host.invalid", 5678, c_clientTimeout);
     EXPECT_THAT(LossOf([&] { client.Hello(); }), AllOf(StartsWith("no registry server at no-such-host.invalid:5678: "),
                                                        testing::Not(HasSubstr("could not be made"))));
 }

@@ -20,17 +20,12 @@ namespace test {
 namespace {
 
 constexpr const char* c_program = ZELKOR_IPMI_SIM;
-constexpr std::uint8_t c_bmc = 0x20;
 constexpr std::chrono::seconds c_patience{20};
 constexpr std::chrono::microseconds c_pollPeriod{200};
 constexpr int c_startAttempts = 5;
 // Below the range from which the system takes ports of clients.
 constexpr int c_firstPort = 20000;
 constexpr int c_lastPort = 31999;
-
-std::uint8_t ToByte(bool value) {
-    return value ? 1 : 0;
-}
 
 CommandState& GetCommand(ControllerState& controller, IpmiCommand command) {
     return controller.commands[command.netFunction / 2 % 32][command.command];

@@ -12,7 +12,7 @@ namespace test {
 
 namespace {
 
-constexpr std::size_t c_maxName = 16;
+constexpr std::size_t c_maxRecordedName = 16;
 
 std::string Folder() {
     return std::string(ZELKOR_TEST_DATA) + "/recordings/csv";
@@ -58,7 +58,7 @@ std::uint8_t UnitOf(const std::string& units) {
 SimulatedSensor Simulate(const chassisctl::SensorRow& row) {
     SimulatedSensor sensor;
     sensor.number = static_cast<std::uint8_t>(row.id);
-    sensor.name = row.name.substr(0, c_maxName);
+    sensor.name = row.name.substr(0, c_maxRecordedName);
     sensor.type = TypeOf(row.type);
     sensor.unit = UnitOf(row.units);
     sensor.isPercent = row.units == "percent";

@@ -9,6 +9,9 @@
 
 namespace test {
 
+/// Address on the IPMB of the controller that a session is opened with.
+inline constexpr std::uint8_t c_bmc = 0x20;
+
 /// Where the records of a controller's sensors are kept.
 enum class Records_e {
     own_repository,     ///< the controller's own main repository
@@ -25,8 +28,8 @@ struct SimulatedUser {
 
 /// One management controller of a simulator.
 struct SimulatedController {
-    std::uint8_t address = 0x20;  ///< on the IPMB: 0x20, 0x82, 0x84 ..
-    bool hasLan = true;           ///< its own UDP port and users; false: a satellite, reached through 0x20 only
+    std::uint8_t address = c_bmc;  ///< on the IPMB: 0x20, 0x82, 0x84 ..
+    bool hasLan = true;            ///< its own UDP port and users; false: a satellite, reached through 0x20 only
     std::vector<SimulatedUser> users{SimulatedUser{}};
     Records_e records = Records_e::own_repository;
     std::vector<SimulatedSensor> sensors;

@@ -11,7 +11,6 @@ namespace test {
 
 namespace {
 
-constexpr std::uint8_t c_bmc = 0x20;
 constexpr int c_maxSessions = 15;
 
 std::string Hexadecimal(const std::vector<std::uint8_t>& bytes) {

@@ -13,10 +13,6 @@ namespace test {
 
 namespace {
 
-std::uint8_t ToByte(bool value) {
-    return value ? 1 : 0;
-}
-
 void ShareFactors(const SimulatedSensor& sensor, SensorState& state) {
     if (sensor.linearization == Linearization_e::non_linear) {
         for (const std::size_t half : {0U, 1U}) {

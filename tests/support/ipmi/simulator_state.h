@@ -86,4 +86,9 @@ struct SimulatorState {
     std::array<ControllerState, c_maxControllers> controllers;
 };
 
+/// A flag as the shared memory holds it.
+inline std::uint8_t ToByte(bool value) {
+    return value ? 1 : 0;
+}
+
 }  // namespace test

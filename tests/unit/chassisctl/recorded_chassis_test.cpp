@@ -24,7 +24,7 @@ std::string Text(const qcfg::Element& element, const std::string& attribute) {
     return text;
 }
 
-double Number(const qcfg::Element& element, const std::string& attribute) {
+double NumberOf(const qcfg::Element& element, const std::string& attribute) {
     double number = std::numeric_limits<double>::quiet_NaN();
     element.GetAttrValue(attribute, number);
     return number;
@@ -34,24 +34,24 @@ double Number(const qcfg::Element& element, const std::string& attribute) {
 std::vector<double> Readings(const qcfg::Element& sensor) {
     constexpr double c_ambient = 25.0;
     if (const auto thermal = sensor.FindChild("thermal")) {
-        return {c_ambient, c_ambient + Number(*thermal, "power") * Number(*thermal, "resistance")};
+        return {c_ambient, c_ambient + NumberOf(*thermal, "power") * NumberOf(*thermal, "resistance")};
     }
     if (const auto wave = sensor.FindChild("wave")) {
-        const double swing = Number(*wave, "amplitude") + Number(*wave, "noise");
-        return {Number(*wave, "mean") - swing, Number(*wave, "mean") + swing};
+        const double swing = NumberOf(*wave, "amplitude") + NumberOf(*wave, "noise");
+        return {NumberOf(*wave, "mean") - swing, NumberOf(*wave, "mean") + swing};
     }
-    return Text(sensor, "value") == "na" ? std::vector<double>{} : std::vector<double>{Number(sensor, "value")};
+    return Text(sensor, "value") == "na" ? std::vector<double>{} : std::vector<double>{NumberOf(sensor, "value")};
 }
 
 bool IsOutside(const qcfg::Element& sensor) {
     for (const double reading : Readings(sensor)) {
         for (const char* lower : {"lnr", "lc", "lnc"}) {
-            if (reading < Number(sensor, lower)) {
+            if (reading < NumberOf(sensor, lower)) {
                 return true;
             }
         }
         for (const char* upper : {"unc", "uc", "unr"}) {
-            if (reading > Number(sensor, upper)) {
+            if (reading > NumberOf(sensor, upper)) {
                 return true;
             }
         }
@@ -123,7 +123,7 @@ TEST_F(RecordedChassis, EightSensorsAreOutsideTheirLimits) {
 TEST_F(RecordedChassis, NoReadingIsAboveItsUpperNonRecoverableLimit) {
     for (const auto& sensor : Sensors()) {
         for (const double reading : Readings(*sensor)) {
-            EXPECT_FALSE(reading > Number(*sensor, "unr")) << Text(*sensor, "name");
+            EXPECT_FALSE(reading > NumberOf(*sensor, "unr")) << Text(*sensor, "name");
         }
     }
 }

@@ -13,7 +13,7 @@
 
 namespace {
 
-using Data = BmcBoardInfoNode::BoardInfoData_e;
+using BoardDatum = BmcBoardInfoNode::BoardInfoData_e;
 using qnode::enums::ValueType_e;
 using testing::Return;
 using testing::Throw;
@@ -38,15 +38,15 @@ protected:
         }
     }
 
-    static qnode::Node Leaf(bmc::Board& board, Data data) {
+    static qnode::Node Leaf(bmc::Board& board, BoardDatum data) {
         return qnode::Node(qnode::factory::Create<qnode::LocalNodeStructure, BmcBoardInfoNode>(data, &board));
     }
-    static std::string Text(bmc::Board& board, Data data) {
+    static std::string Text(bmc::Board& board, BoardDatum data) {
         std::string value;
         EXPECT_TRUE(Leaf(board, data).GetValue(value));
         return value;
     }
-    static int Integer(bmc::Board& board, Data data) {
+    static int Integer(bmc::Board& board, BoardDatum data) {
         int value = -1;
         EXPECT_TRUE(Leaf(board, data).GetValue(value));
         return value;
@@ -56,9 +56,9 @@ protected:
 };
 
 TEST_F(BoardLeaf, IdentityAndStates_AreTexts) {
-    const std::map<Data, std::string> expected{{Data::device, "PSU"},           {Data::type, "power_supply"},
-                                               {Data::firmware_type, "backup"}, {Data::status, "degraded"},
-                                               {Data::power_status, "on"},      {Data::red_light, "blinking"}};
+    const std::map<BoardDatum, std::string> expected{
+        {BoardDatum::device, "PSU"},      {BoardDatum::type, "power_supply"}, {BoardDatum::firmware_type, "backup"},
+        {BoardDatum::status, "degraded"}, {BoardDatum::power_status, "on"},   {BoardDatum::red_light, "blinking"}};
     for (const auto& [data, text] : expected) {
         EXPECT_EQ(Text(m_boards.slot2, data), text);
         EXPECT_EQ(Leaf(m_boards.slot2, data).Get()->OnGetValueType({}), ValueType_e::text);
@@ -66,7 +66,8 @@ TEST_F(BoardLeaf, IdentityAndStates_AreTexts) {
 }
 
 TEST_F(BoardLeaf, Revisions_AreIntegers) {
-    const std::map<Data, int> expected{{Data::fpga_revision, 21}, {Data::fw_revision, 3}, {Data::ipmi_version, 2}};
+    const std::map<BoardDatum, int> expected{
+        {BoardDatum::fpga_revision, 21}, {BoardDatum::fw_revision, 3}, {BoardDatum::ipmi_version, 2}};
     for (const auto& [data, number] : expected) {
         EXPECT_EQ(Integer(m_boards.slot2, data), number);
         EXPECT_EQ(Leaf(m_boards.slot2, data).Get()->OnGetValueType({}), ValueType_e::integer);
@@ -78,7 +79,7 @@ TEST_F(BoardLeaf, EveryLeaf_IsOneReadableValueUnderTheNameOfItsDatum) {
                                          "power_status", "fpga_revision", "red_light",     "fw_version",
                                          "fw_revision",  "fw_flash_id",   "ipmi_version"};
     for (std::size_t number = 0; number < names.size(); ++number) {
-        const auto leaf = Leaf(m_boards.slot2, static_cast<Data>(number)).Get();
+        const auto leaf = Leaf(m_boards.slot2, static_cast<BoardDatum>(number)).Get();
         EXPECT_EQ(leaf->GetName(), names[number]);
         EXPECT_EQ(leaf->OnGetSize({}), 1U);
         EXPECT_EQ(leaf->OnGetFlags(), 2U);
@@ -86,20 +87,21 @@ TEST_F(BoardLeaf, EveryLeaf_IsOneReadableValueUnderTheNameOfItsDatum) {
 }
 
 TEST_F(BoardLeaf, OperatingSystem_HasIdentityNoStatesAndZeroRevisions) {
-    EXPECT_EQ(Text(m_boards.host, Data::device), "PSU");
-    EXPECT_EQ(Text(m_boards.host, Data::type), "os");
-    for (const Data data : {Data::firmware_type, Data::status, Data::power_status, Data::red_light}) {
+    EXPECT_EQ(Text(m_boards.host, BoardDatum::device), "PSU");
+    EXPECT_EQ(Text(m_boards.host, BoardDatum::type), "os");
+    for (const BoardDatum data :
+         {BoardDatum::firmware_type, BoardDatum::status, BoardDatum::power_status, BoardDatum::red_light}) {
         std::string value = "untouched";
         EXPECT_FALSE(Leaf(m_boards.host, data).GetValue(value));
         EXPECT_EQ(value, "untouched");
     }
-    for (const Data data : {Data::fpga_revision, Data::fw_revision, Data::ipmi_version}) {
+    for (const BoardDatum data : {BoardDatum::fpga_revision, BoardDatum::fw_revision, BoardDatum::ipmi_version}) {
         EXPECT_EQ(Integer(m_boards.host, data), 0);
     }
 }
 
 TEST_F(BoardLeaf, ReservedData_AreIntegersThatNeverAnswer) {
-    for (const Data data : {Data::fw_version, Data::fw_flash_id}) {
+    for (const BoardDatum data : {BoardDatum::fw_version, BoardDatum::fw_flash_id}) {
         const qnode::Node leaf = Leaf(m_boards.slot2, data);
         EXPECT_EQ(leaf.Get()->OnGetValueType({}), ValueType_e::integer);
         int integer = 0;
@@ -113,13 +115,13 @@ TEST_F(BoardLeaf, ReservedData_AreIntegersThatNeverAnswer) {
 
 TEST_F(BoardLeaf, DatumReadAsAnotherType_RaisesWithItsNameAndTheMethod) {
     std::string text;
-    for (const Data data : {Data::fpga_revision, Data::fw_revision, Data::ipmi_version}) {
+    for (const BoardDatum data : {BoardDatum::fpga_revision, BoardDatum::fw_revision, BoardDatum::ipmi_version}) {
         EXPECT_EQ(test::TextOf([&] { Leaf(m_boards.slot2, data).GetValue(text); }),
                   "Unsupported type: " + BmcBoardInfoNode::BoardInfoDataTypeToStr(data) + c_textMethod);
     }
     int integer = 0;
-    for (const Data data :
-         {Data::device, Data::type, Data::firmware_type, Data::status, Data::power_status, Data::red_light}) {
+    for (const BoardDatum data : {BoardDatum::device, BoardDatum::type, BoardDatum::firmware_type, BoardDatum::status,
+                                  BoardDatum::power_status, BoardDatum::red_light}) {
         for (bmc::Board* const board :
              {static_cast<bmc::Board*>(&m_boards.slot2), static_cast<bmc::Board*>(&m_boards.host)}) {
             EXPECT_EQ(test::TextOf([&] { Leaf(*board, data).GetValue(integer); }),
@@ -127,7 +129,7 @@ TEST_F(BoardLeaf, DatumReadAsAnotherType_RaisesWithItsNameAndTheMethod) {
         }
     }
     double number = 0.0;
-    EXPECT_THROW(Leaf(m_boards.slot2, Data::fw_revision).GetValue(number), qstd::Exception);
+    EXPECT_THROW(Leaf(m_boards.slot2, BoardDatum::fw_revision).GetValue(number), qstd::Exception);
 }
 
 TEST_F(BoardLeaf, StateWithoutAName_Raises) {
@@ -136,7 +138,8 @@ TEST_F(BoardLeaf, StateWithoutAName_Raises) {
     ON_CALL(m_boards.slot2, GetStatus).WillByDefault(Return(static_cast<bmc::BoardStatus_e>(4711)));
     ON_CALL(m_boards.slot2, GetPowerStatus).WillByDefault(Return(static_cast<bmc::BoardPowerStatus_e>(4711)));
     ON_CALL(m_boards.slot2, GetRedLighStatus).WillByDefault(Return(static_cast<bmc::RedLedStatus_e>(4711)));
-    for (const Data data : {Data::type, Data::firmware_type, Data::status, Data::power_status, Data::red_light}) {
+    for (const BoardDatum data : {BoardDatum::type, BoardDatum::firmware_type, BoardDatum::status,
+                                  BoardDatum::power_status, BoardDatum::red_light}) {
         std::string value = "untouched";
         EXPECT_EQ(test::TextOf([&] { Leaf(m_boards.slot2, data).GetValue(value); }), "invalid value");
         EXPECT_EQ(value, "untouched");
@@ -146,7 +149,7 @@ TEST_F(BoardLeaf, StateWithoutAName_Raises) {
 TEST_F(BoardLeaf, BoardThatCannotTellItsType_RaisesForEveryDatum) {
     ON_CALL(m_boards.slot2, GetType).WillByDefault(Throw(qstd::Exception("bus")));
     for (int number = 0; number <= 10; ++number) {
-        const qnode::Node leaf = Leaf(m_boards.slot2, static_cast<Data>(number));
+        const qnode::Node leaf = Leaf(m_boards.slot2, static_cast<BoardDatum>(number));
         std::string text;
         int integer = 0;
         EXPECT_EQ(test::TextOf([&] { leaf.GetValue(text); }), "bus") << number;
@@ -155,9 +158,9 @@ TEST_F(BoardLeaf, BoardThatCannotTellItsType_RaisesForEveryDatum) {
 }
 
 TEST_F(BoardLeaf, NumberThatIsNoDatum_HasNoNameAndNoType) {
-    EXPECT_EQ(BmcBoardInfoNode::BoardInfoDataTypeToStr(static_cast<Data>(6)), "red_light");
-    EXPECT_EQ(BmcBoardInfoNode::BoardInfoDataTypeToStr(static_cast<Data>(11)), "invalid value");
-    const qnode::Node leaf = Leaf(m_boards.slot2, static_cast<Data>(11));
+    EXPECT_EQ(BmcBoardInfoNode::BoardInfoDataTypeToStr(static_cast<BoardDatum>(6)), "red_light");
+    EXPECT_EQ(BmcBoardInfoNode::BoardInfoDataTypeToStr(static_cast<BoardDatum>(11)), "invalid value");
+    const qnode::Node leaf = Leaf(m_boards.slot2, static_cast<BoardDatum>(11));
     EXPECT_EQ(leaf.Get()->OnGetValueType({}), ValueType_e::empty);
     int integer = 0;
     EXPECT_EQ(test::TextOf([&] { leaf.GetValue(integer); }),
@@ -165,9 +168,9 @@ TEST_F(BoardLeaf, NumberThatIsNoDatum_HasNoNameAndNoType) {
 }
 
 TEST_F(BoardLeaf, Names_AreATwoWayTable) {
-    const auto& items = qstd::EnumMap<Data>::items;
-    EXPECT_EQ(items.FindValue("fw_flash_id"), Data::fw_flash_id);
-    EXPECT_EQ(items.FindNumber(6), Data::red_light);
+    const auto& items = qstd::EnumMap<BoardDatum>::items;
+    EXPECT_EQ(items.FindValue("fw_flash_id"), BoardDatum::fw_flash_id);
+    EXPECT_EQ(items.FindNumber(6), BoardDatum::red_light);
     EXPECT_EQ(items.GetNames().size(), 11U);
 }
 

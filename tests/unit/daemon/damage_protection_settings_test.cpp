@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "damage_protection_fixture.h"
+#include "report_blanks.h"
 #include "tests/support/log_gate.h"
 
 namespace {
@@ -20,14 +21,10 @@ using testing::HasSubstr;
 using testing::Return;
 using testing::Throw;
 
-const std::string c_s35(35, ' ');
-const std::string c_s37(37, ' ');
-const std::string c_s38(38, ' ');
+const std::string c_protectionBoards = c_s37 + "u:a  (icb)\n" + c_s38 + " 12\n" + c_s37 + "u:b  (power_supply)\n" +
+                                       c_s38 + " 5\n" + c_s37 + "u:c  (os)\n" + c_s38 + " 7\n";
 
-const std::string c_threeBoards = c_s37 + "u:a  (icb)\n" + c_s38 + " 12\n" + c_s37 + "u:b  (power_supply)\n" + c_s38 +
-                                  " 5\n" + c_s37 + "u:c  (os)\n" + c_s38 + " 7\n";
-
-std::string Report(const std::string& enabled, const std::string& frequency, const std::string& sensors) {
+std::string ProtectionReport(const std::string& enabled, const std::string& frequency, const std::string& sensors) {
     return "I: Damage Protection settings:\n" + c_s35 + "enabled   = " + enabled + "\n" + c_s35 +
            "frequency = " + frequency + " seconds\n" + c_s35 + "Controlling following sensors\n" + sensors;
 }
@@ -47,7 +44,7 @@ TEST_F(DamageProtectionTest, NoSection_DefaultsHoldAndEveryTemperatureSensorIsWa
         m_log.Messages(),
         ElementsAre("I: *Damage Protection process started.", "I: No settings found for Damage Protection module",
                     "I: Configuration for Damage Protection is not available. Using default values",
-                    Report("true", "60", c_threeBoards)));
+                    ProtectionReport("true", "60", c_protectionBoards)));
 }
 
 TEST_F(DamageProtectionTest, EmptySectionOrTwo_CountAsNone) {
@@ -57,49 +54,49 @@ TEST_F(DamageProtectionTest, EmptySectionOrTwo_CountAsNone) {
         m_log.Clear();
         StartAndPass(sections);
         EXPECT_THAT(m_log.Messages(), ElementsAre(_, "I: No settings found for Damage Protection module", _,
-                                                  Report("true", "60", c_threeBoards)));
+                                                  ProtectionReport("true", "60", c_protectionBoards)));
         m_worker.reset();
     }
 }
 
 TEST_F(DamageProtectionTest, Section_IsReadAndReported) {
     StartAndPass("<damage_protection enabled='true'><frequency>5</frequency></damage_protection>");
-    EXPECT_THAT(m_log.Messages(),
-                ElementsAre("I: *Damage Protection process started.", Report("true", "5", c_threeBoards)));
+    EXPECT_THAT(m_log.Messages(), ElementsAre("I: *Damage Protection process started.",
+                                              ProtectionReport("true", "5", c_protectionBoards)));
 }
 
 TEST_F(DamageProtectionTest, Disabled_ReportsAndEndsWithoutAPass) {
     EXPECT_CALL(m_boards.core, Read).Times(0);
     StartAndEnd("<damage_protection enabled='false'/>");
-    EXPECT_THAT(m_log.Messages(),
-                ElementsAre("I: *Damage Protection process started.", Report("false", "60", c_threeBoards),
-                            "I: *Damage Protection process stopped"));
+    EXPECT_THAT(m_log.Messages(), ElementsAre("I: *Damage Protection process started.",
+                                              ProtectionReport("false", "60", c_protectionBoards),
+                                              "I: *Damage Protection process stopped"));
 }
 
 TEST_F(DamageProtectionTest, EnabledThatIsNoBoolean_IsIgnored) {
     StartAndPass("<damage_protection enabled='maybe'/>");
-    EXPECT_THAT(m_log.Messages(), Contains(Report("true", "60", c_threeBoards)));
+    EXPECT_THAT(m_log.Messages(), Contains(ProtectionReport("true", "60", c_protectionBoards)));
 }
 
 TEST_F(DamageProtectionTest, NothingSelected_SaysSoAndEndsWithoutAPass) {
     EXPECT_CALL(m_boards.core, Read).Times(0);
     StartAndEnd(Enclosed("<exclude>all</exclude>"));
     EXPECT_THAT(m_log.Messages(), ElementsAre("I: *Damage Protection process started.",
-                                              Report("true", "60", c_s37 + "No sensors found!\n"),
+                                              ProtectionReport("true", "60", c_s37 + "No sensors found!\n"),
                                               "I: *Damage Protection process stopped"));
 }
 
 TEST_F(DamageProtectionTest, NoBoards_NothingToProtect) {
     EXPECT_CALL(m_boards.backend, GetAllLocalBoardUris).WillRepeatedly(Return(std::vector<bmc::Uri>()));
     StartAndEnd("");
-    EXPECT_THAT(m_log.Messages(), Contains(Report("true", "60", c_s37 + "No sensors found!\n")));
+    EXPECT_THAT(m_log.Messages(), Contains(ProtectionReport("true", "60", c_s37 + "No sensors found!\n")));
 }
 
 TEST_F(DamageProtectionTest, AnySensorCanBeIncluded_AndTheTemperatureSensorsAreTheStart) {
     StartAndPass(Enclosed("<include board='u:a'>3</include><exclude board='u:c'>all</exclude>"));
-    EXPECT_THAT(m_log.Messages(), Contains(Report("true", "60",
-                                                  c_s37 + "u:a  (icb)\n" + c_s38 + " 3\n" + c_s38 + " 12\n" + c_s37 +
-                                                      "u:b  (power_supply)\n" + c_s38 + " 5\n")));
+    EXPECT_THAT(m_log.Messages(), Contains(ProtectionReport("true", "60",
+                                                            c_s37 + "u:a  (icb)\n" + c_s38 + " 3\n" + c_s38 + " 12\n" +
+                                                                c_s37 + "u:b  (power_supply)\n" + c_s38 + " 5\n")));
 }
 
 TEST_F(DamageProtectionTest, Frequency_IsAnUnsignedNumberAndKeepsItsDefaultOtherwise) {
@@ -110,7 +107,7 @@ TEST_F(DamageProtectionTest, Frequency_IsAnUnsignedNumberAndKeepsItsDefaultOther
         m_log.Clear();
         StartAndEnd(std::string("<damage_protection enabled='false'><frequency>") + text +
                     "</frequency></damage_protection>");
-        EXPECT_THAT(m_log.Messages(), Contains(Report("false", seconds, c_threeBoards))) << text;
+        EXPECT_THAT(m_log.Messages(), Contains(ProtectionReport("false", seconds, c_protectionBoards))) << text;
         m_worker.reset();
     }
 }
@@ -133,7 +130,8 @@ TEST_F(DamageProtectionTest, BoardMissingAtTheSelection_IsToldForEachList) {
             "I: *Damage Protection process started.", "I: No settings found for Damage Protection module",
             "I: Configuration for Damage Protection is not available. Using default values",
             "E: Problem accessing board: SLOT_2",
-            Report("true", "60", c_s37 + "u:a  (icb)\n" + c_s38 + " 12\n" + c_s37 + "u:c  (os)\n" + c_s38 + " 7\n")));
+            ProtectionReport("true", "60",
+                             c_s37 + "u:a  (icb)\n" + c_s38 + " 12\n" + c_s37 + "u:c  (os)\n" + c_s38 + " 7\n")));
 }
 
 TEST_F(DamageProtectionTest, BoardGoneAtTheReport_HasAnEmptyTypeName) {
@@ -198,9 +196,9 @@ TEST_F(DamageProtectionTest, StopBeforeEnabledIsRead_StaysAStop) {
     m_worker->StopThread();
     gate.Open();
     ASSERT_TRUE(m_log.WaitFor("I: *Damage Protection process stopped"));
-    EXPECT_THAT(m_log.Messages(),
-                ElementsAre("I: *Damage Protection process started.", Report("false", "60", c_threeBoards),
-                            "I: *Damage Protection process stopped"));
+    EXPECT_THAT(m_log.Messages(), ElementsAre("I: *Damage Protection process started.",
+                                              ProtectionReport("false", "60", c_protectionBoards),
+                                              "I: *Damage Protection process stopped"));
 }
 
 TEST_F(DamageProtectionTest, Period_RunsFromTheEndOfAPassToTheNext) {

@@ -12,6 +12,7 @@
 #include "qstd/exception.h"
 #include "tests/support/expect_text.h"
 #include "tests/support/mock_boards.h"
+#include "tests/support/special_numbers.h"
 #include "tests/support/trace_capture.h"
 
 namespace {
@@ -19,9 +20,6 @@ namespace {
 using bmc::FpgaReadResult;
 using testing::_;
 using testing::Return;
-
-constexpr double c_untouched = -1234.5;
-constexpr double c_infinity = std::numeric_limits<double>::infinity();
 
 /// The fan left_front of the chassis controller.
 class FanNodeTest : public testing::Test {

@@ -1,4 +1,5 @@
 #include "fan_table.h"
+#include "tests/support/special_numbers.h"
 
 #include <gtest/gtest.h>
 
@@ -11,9 +12,6 @@
 namespace {
 
 using fan_table::FanTable;
-
-constexpr double c_nan = std::numeric_limits<double>::quiet_NaN();
-constexpr double c_infinity = std::numeric_limits<double>::infinity();
 
 const FanTable c_threeBands = {{40, 50, 3000}, {45, 60, 4000}, {55, 70, 6500}};
 const FanTable c_withGap = {{20, 30, 2500}, {40, 50, 3000}};

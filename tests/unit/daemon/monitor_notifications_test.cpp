@@ -8,6 +8,7 @@
 #include "qnode/node.h"
 #include "qstd/exception.h"
 #include "tests/support/notification_capture.h"
+#include "tests/support/special_numbers.h"
 
 namespace {
 
@@ -22,7 +23,6 @@ using testing::Not;
 using testing::Return;
 using testing::Throw;
 
-constexpr double c_nan = std::numeric_limits<double>::quiet_NaN();
 constexpr const char* c_intake = "boards/icb/sensors/ID_12";
 
 class MonitorNotifications : public MonitorTest {

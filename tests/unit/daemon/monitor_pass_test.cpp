@@ -9,6 +9,7 @@
 #include "qstd/exception.h"
 #include "qstd/ver_info.h"
 #include "tests/support/file.h"
+#include "tests/support/special_numbers.h"
 
 namespace {
 
@@ -22,8 +23,6 @@ using testing::MatchesRegex;
 using testing::Not;
 using testing::Return;
 using testing::Throw;
-
-constexpr double c_nan = std::numeric_limits<double>::quiet_NaN();
 
 /// A monitor that has ended, whose operations the test calls itself.
 class MonitorFilter : public MonitorTest {

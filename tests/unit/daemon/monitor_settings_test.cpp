@@ -9,6 +9,7 @@
 
 #include "monitor_fixture.h"
 #include "qstd/exception.h"
+#include "report_blanks.h"
 #include "tests/support/file.h"
 #include "tests/support/log_gate.h"
 
@@ -23,16 +24,12 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::Return;
 
-const std::string c_s35(35, ' ');
-const std::string c_s37(37, ' ');
-const std::string c_s38(38, ' ');
+const std::string c_monitorBoards = c_s35 + "Monitoring following sensors\n" + c_s37 + "u:a  (icb)\n" + c_s38 +
+                                    " 3 12\n" + c_s37 + "u:b  (power_supply)\n" + c_s38 + " 5\n" + c_s37 +
+                                    "u:c  (os)\n" + c_s38 + " 7\n";
 
-const std::string c_threeBoards = c_s35 + "Monitoring following sensors\n" + c_s37 + "u:a  (icb)\n" + c_s38 +
-                                  " 3 12\n" + c_s37 + "u:b  (power_supply)\n" + c_s38 + " 5\n" + c_s37 + "u:c  (os)\n" +
-                                  c_s38 + " 7\n";
-
-std::string Report(const std::string& enabled, const std::string& frequency, const std::string& sensors,
-                   const std::string& absolute, const std::string& relative) {
+std::string MonitorReport(const std::string& enabled, const std::string& frequency, const std::string& sensors,
+                          const std::string& absolute, const std::string& relative) {
     return "I: Monitor settings:\n" + c_s35 + "enabled   = " + enabled + "\n" + c_s35 + "frequency = " + frequency +
            " seconds\n" + sensors + c_s35 + "absolute filter = " + absolute + "\n" + c_s35 +
            "relative filter = " + relative + "\n";
@@ -45,9 +42,10 @@ TEST_F(MonitorTest, ClassName_IsTheSection) {
 
 TEST_F(MonitorTest, NoSection_DefaultsHoldAndAllSensorsAreWatched) {
     StartAndPass("");
-    EXPECT_THAT(m_log.Messages(), ElementsAre("I: *Monitor process started.", "I: No settings found for Monitor module",
-                                              "I: Configuration for Monitor is not available. Using default values",
-                                              Report("true", "60", c_threeBoards, "true", "false (value = 0)")));
+    EXPECT_THAT(m_log.Messages(),
+                ElementsAre("I: *Monitor process started.", "I: No settings found for Monitor module",
+                            "I: Configuration for Monitor is not available. Using default values",
+                            MonitorReport("true", "60", c_monitorBoards, "true", "false (value = 0)")));
 }
 
 TEST_F(MonitorTest, EmptySection_CountsAsNone) {
@@ -57,9 +55,10 @@ TEST_F(MonitorTest, EmptySection_CountsAsNone) {
 
 TEST_F(MonitorTest, TwoSections_CountAsNone) {
     StartAndPass("<monitor><frequency>5</frequency></monitor><monitor><frequency>7</frequency></monitor>");
-    EXPECT_THAT(m_log.Messages(), ElementsAre("I: *Monitor process started.", "I: No settings found for Monitor module",
-                                              "I: Configuration for Monitor is not available. Using default values",
-                                              Report("true", "60", c_threeBoards, "true", "false (value = 0)")));
+    EXPECT_THAT(m_log.Messages(),
+                ElementsAre("I: *Monitor process started.", "I: No settings found for Monitor module",
+                            "I: Configuration for Monitor is not available. Using default values",
+                            MonitorReport("true", "60", c_monitorBoards, "true", "false (value = 0)")));
 }
 
 TEST_F(MonitorTest, NothingSelected_SaysSoAndEndsWithoutAPass) {
@@ -67,34 +66,35 @@ TEST_F(MonitorTest, NothingSelected_SaysSoAndEndsWithoutAPass) {
     StartAndEnd("<monitor><sensors><exclude>all</exclude></sensors></monitor>");
     EXPECT_THAT(m_log.Messages(),
                 ElementsAre("I: *Monitor process started.",
-                            Report("true", "60", c_s37 + "No sensors found!\n", "true", "false (value = 0)"),
+                            MonitorReport("true", "60", c_s37 + "No sensors found!\n", "true", "false (value = 0)"),
                             "I: *Monitor process stopped"));
 }
 
 TEST_F(MonitorTest, Disabled_ReportsAndEndsWithoutAPass) {
     EXPECT_CALL(m_boards.intake, Read).Times(0);
     StartAndEnd("<monitor enabled='false'/>");
-    EXPECT_THAT(m_log.Messages(), ElementsAre("I: *Monitor process started.",
-                                              Report("false", "60", c_threeBoards, "true", "false (value = 0)"),
-                                              "I: *Monitor process stopped"));
+    EXPECT_THAT(m_log.Messages(),
+                ElementsAre("I: *Monitor process started.",
+                            MonitorReport("false", "60", c_monitorBoards, "true", "false (value = 0)"),
+                            "I: *Monitor process stopped"));
     EXPECT_FALSE(test::Exists(m_folder.Path() + "/sensors"));
 }
 
 TEST_F(MonitorTest, EnabledThatIsNoBoolean_IsIgnored) {
     StartAndPass("<monitor enabled='maybe'/>");
-    EXPECT_THAT(m_log.Messages(), Contains(Report("true", "60", c_threeBoards, "true", "false (value = 0)")));
+    EXPECT_THAT(m_log.Messages(), Contains(MonitorReport("true", "60", c_monitorBoards, "true", "false (value = 0)")));
 }
 
 TEST_F(MonitorTest, Filters_AreReported) {
     StartAndPass(
         "<monitor><filter><absolute enabled='false'/><relative enabled='true'>5</relative></filter></monitor>");
-    EXPECT_THAT(m_log.Messages(), Contains(Report("true", "60", c_threeBoards, "false", "true (value = 5)")));
+    EXPECT_THAT(m_log.Messages(), Contains(MonitorReport("true", "60", c_monitorBoards, "false", "true (value = 5)")));
 }
 
 TEST_F(MonitorTest, RelativeValueThatIsNoNumber_IsTracedAndStaysZero) {
     const test::TraceCapture trace(2);
     StartAndPass("<monitor><filter><relative enabled='true'>abc</relative></filter></monitor>");
-    EXPECT_THAT(m_log.Messages(), Contains(Report("true", "60", c_threeBoards, "true", "true (value = 0)")));
+    EXPECT_THAT(m_log.Messages(), Contains(MonitorReport("true", "60", c_monitorBoards, "true", "true (value = 0)")));
     EXPECT_THAT(trace.Texts(), Contains("Cannot cast from config value: Bad cast from abc to double"));
 }
 
@@ -103,7 +103,8 @@ TEST_F(MonitorTest, Frequency_IsDecimalOrHexadecimalAndKeepsItsDefaultOtherwise)
          {std::pair("abc", "60"), std::pair("0x10", "16"), std::pair("7", "7"), std::pair("12abc", "60")}) {
         m_log.Clear();
         StartAndEnd(std::string("<monitor enabled='false'><frequency>") + text + "</frequency></monitor>");
-        EXPECT_THAT(m_log.Messages(), Contains(Report("false", seconds, c_threeBoards, "true", "false (value = 0)")));
+        EXPECT_THAT(m_log.Messages(),
+                    Contains(MonitorReport("false", seconds, c_monitorBoards, "true", "false (value = 0)")));
         m_monitor.reset();
     }
 }
@@ -222,7 +223,7 @@ TEST_F(MonitorTest, StopBeforeEnabledIsRead_StaysAStop) {
     m_monitor->StopThread();
     gate.Open();
     EXPECT_TRUE(m_log.WaitFor("I: *Monitor process stopped"));
-    EXPECT_THAT(m_log.Messages(), Contains(Report("false", "60", c_threeBoards, "true", "false (value = 0)")));
+    EXPECT_THAT(m_log.Messages(), Contains(MonitorReport("false", "60", c_monitorBoards, "true", "false (value = 0)")));
 }
 
 TEST_F(MonitorTest, StopDuringAPass_WaitsForItAndNoPassFollows) {

@@ -24,8 +24,8 @@ using testing::Throw;
 constexpr std::uint32_t c_noNode = 0xFFFFFFFF;
 
 const char* const c_stopped = "I: *Temperature Control process stopped";
-const char* const c_noReading = "W: Can not read value from any temperature sensor.";
-const char* const c_noTable = "W: User did not specify valid temperature ranges.";
+const char* const c_noReadingWarning = "W: Can not read value from any temperature sensor.";
+const char* const c_noTableWarning = "W: User did not specify valid temperature ranges.";
 
 class TemperatureControlCycle : public TemperatureControlTest {
 protected:
@@ -117,11 +117,11 @@ TEST_F(TemperatureControlCycle, NoReadableSensor_WarnsEveryCycleAndFansGoToMaxim
         EXPECT_CALL(*sensor, Read).WillRepeatedly(Return(bmc::SensorReading()));
     }
     StartAt(48);
-    EXPECT_THAT(m_log.Messages(), Contains(c_noReading));
+    EXPECT_THAT(m_log.Messages(), Contains(c_noReadingWarning));
     EXPECT_EQ(LastChange(), "I: Fans changed from 0 RPM to 6500 RPM. (Max temperature is -1)");
     EXPECT_EQ(m_fans.TakeWrites(), "297");
     for (int cycle = 0; cycle < 2; ++cycle) {
-        EXPECT_THAT(CycleAt(48), ElementsAre(c_noReading));
+        EXPECT_THAT(CycleAt(48), ElementsAre(c_noReadingWarning));
         EXPECT_EQ(m_fans.TakeWrites(), "-");
     }
 }
@@ -131,8 +131,8 @@ TEST_F(TemperatureControlCycle, NoReadableSensorAndNoTable_OnlyTheSensorsAreTold
         EXPECT_CALL(*sensor, Read).WillRepeatedly(Return(bmc::SensorReading()));
     }
     StartAndCycle("");
-    EXPECT_THAT(m_log.Messages(), Contains(c_noReading));
-    EXPECT_THAT(m_log.Messages(), Not(Contains(c_noTable)));
+    EXPECT_THAT(m_log.Messages(), Contains(c_noReadingWarning));
+    EXPECT_THAT(m_log.Messages(), Not(Contains(c_noTableWarning)));
     EXPECT_EQ(m_fans.TakeWrites(), "297");
 }
 
@@ -142,24 +142,24 @@ TEST_F(TemperatureControlCycle, SensorsBackFromUnreadable_TheBandIsStillTheOneBe
     m_boards.cpu.Hold(nan);
     m_boards.core.Hold(nan);
     EXPECT_THAT(CycleAt(nan),
-                ElementsAre(c_noReading, "I: Fans changed from 4007 RPM to 6500 RPM. (Max temperature is -1)"));
+                ElementsAre(c_noReadingWarning, "I: Fans changed from 4007 RPM to 6500 RPM. (Max temperature is -1)"));
     EXPECT_THAT(CycleAt(48), ElementsAre("I: Fans changed from 6516 RPM to 4000 RPM. (Max temperature is 48)"));
 }
 
 TEST_F(TemperatureControlCycle, NoTable_WarnsEveryCycleAndFansGoToMaximumOnce) {
     StartAndCycle("");
-    EXPECT_THAT(m_log.Messages(), Contains(c_noTable));
+    EXPECT_THAT(m_log.Messages(), Contains(c_noTableWarning));
     EXPECT_EQ(LastChange(), "I: Fans changed from 0 RPM to 6500 RPM. (Max temperature is 48)");
     EXPECT_EQ(m_fans.TakeWrites(), "297");
     for (int cycle = 0; cycle < 2; ++cycle) {
-        EXPECT_THAT(CycleAt(48), ElementsAre(c_noTable));
+        EXPECT_THAT(CycleAt(48), ElementsAre(c_noTableWarning));
         EXPECT_EQ(m_fans.TakeWrites(), "-");
     }
 }
 
 TEST_F(TemperatureControlCycle, TableWithErrors_IsAsNone) {
     StartAndCycle(Section("<fans><set lower='40' upper='50' rpm='2000'/></fans>"));
-    EXPECT_THAT(m_log.Messages(), Contains(c_noTable));
+    EXPECT_THAT(m_log.Messages(), Contains(c_noTableWarning));
     EXPECT_EQ(m_fans.TakeWrites(), "297");
 }
 

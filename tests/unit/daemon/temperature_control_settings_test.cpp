@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "qstd/exception.h"
+#include "report_blanks.h"
 #include "temperature_control_fixture.h"
 #include "tests/support/log_gate.h"
 #include "tests/support/trace_capture.h"
@@ -23,23 +24,19 @@ using testing::Return;
 using testing::StartsWith;
 using testing::Throw;
 
-const char* const c_started = "I: *Temperature Control process started.";
-const char* const c_stopped = "I: *Temperature Control process stopped";
+const char* const c_controlStarted = "I: *Temperature Control process started.";
+const char* const c_controlStopped = "I: *Temperature Control process stopped";
 const char* const c_noSettings = "I: No settings found for Temperature Control module";
 const char* const c_defaults = "I: Configuration for Temperature Control is not available. Using default values";
 const char* const c_tableErrors = "E: Errors in temperature to fans conversion table!";
 
-const std::string c_s35(35, ' ');
-const std::string c_s37(37, ' ');
-const std::string c_s38(38, ' ');
-
-const std::string c_threeBoards = c_s37 + "u:a\n" + c_s38 + " 12  (Intake)\n" + c_s37 + "u:b\n" + c_s38 +
-                                  " 5  (Core)\n" + c_s37 + "u:c\n" + c_s38 + " 7  (CPU)\n";
+const std::string c_controlBoards = c_s37 + "u:a\n" + c_s38 + " 12  (Intake)\n" + c_s37 + "u:b\n" + c_s38 +
+                                    " 5  (Core)\n" + c_s37 + "u:c\n" + c_s38 + " 7  (CPU)\n";
 const std::string c_noRows = c_s37 + "Fans are set to maximum speed\n";
 const std::string c_threeRows = c_s37 + "40, 50 -> 3000\n" + c_s37 + "45, 60 -> 4000\n" + c_s37 + "55, 70 -> 6500\n";
 
-std::string Report(const std::string& enabled, const std::string& frequency, const std::string& sensors,
-                   const std::string& rows) {
+std::string ControlReport(const std::string& enabled, const std::string& frequency, const std::string& sensors,
+                          const std::string& rows) {
     return "I: Temperature Control settings:\n" + c_s35 + "enabled   = " + enabled + "\n" + c_s35 +
            "frequency = " + frequency + " seconds\n" + c_s35 + "Controlling following sensors\n" + sensors + c_s35 +
            "Temperature to fans conversion table\n" + rows;
@@ -71,7 +68,9 @@ TEST_F(TemperatureControlSettings, Table_IsCheckedAndReported) {
     const test::TraceCapture trace(1);
     StartAndEnd("<temperature_control enabled='false'><frequency>60</frequency>" + std::string(c_threeBands) +
                 "</temperature_control>");
-    EXPECT_THAT(m_log.Messages(), ElementsAre(c_started, Report("false", "60", c_threeBoards, c_threeRows), c_stopped));
+    EXPECT_THAT(
+        m_log.Messages(),
+        ElementsAre(c_controlStarted, ControlReport("false", "60", c_controlBoards, c_threeRows), c_controlStopped));
     const auto records = trace.Records();
     ASSERT_EQ(records.size(), 1U);
     EXPECT_EQ(records[0].text, "Lowest HNC found: 75");
@@ -81,14 +80,16 @@ TEST_F(TemperatureControlSettings, Table_IsCheckedAndReported) {
 
 TEST_F(TemperatureControlSettings, Enabled_IsReportedAndRuns) {
     StartAndCycle(Section(c_threeBands));
-    EXPECT_THAT(m_log.Messages(), ElementsAre(c_started, Report("true", "60", c_threeBoards, c_threeRows),
-                                              "I: Fans changed from 0 RPM to 4000 RPM. (Max temperature is 48)"));
+    EXPECT_THAT(m_log.Messages(),
+                ElementsAre(c_controlStarted, ControlReport("true", "60", c_controlBoards, c_threeRows),
+                            "I: Fans changed from 0 RPM to 4000 RPM. (Max temperature is 48)"));
 }
 
 TEST_F(TemperatureControlSettings, NoSection_DefaultsHoldAndTheTemperatureSensorsAreWatched) {
     StartAndCycle("");
-    EXPECT_THAT(m_log.Messages(), ElementsAre(c_started, c_noSettings, c_defaults,
-                                              Report("true", "60", c_threeBoards, c_noRows), StartsWith("W: "), _));
+    EXPECT_THAT(m_log.Messages(),
+                ElementsAre(c_controlStarted, c_noSettings, c_defaults,
+                            ControlReport("true", "60", c_controlBoards, c_noRows), StartsWith("W: "), _));
 }
 
 TEST_F(TemperatureControlSettings, EmptySection_CountsAsNone) {
@@ -98,28 +99,31 @@ TEST_F(TemperatureControlSettings, EmptySection_CountsAsNone) {
 
 TEST_F(TemperatureControlSettings, TwoSections_CountAsNone) {
     StartAndCycle(Section("<frequency>5</frequency>") + Section(c_threeBands));
-    EXPECT_THAT(m_log.Messages(), ElementsAre(c_started, c_noSettings, c_defaults,
-                                              Report("true", "60", c_threeBoards, c_noRows), StartsWith("W: "), _));
+    EXPECT_THAT(m_log.Messages(),
+                ElementsAre(c_controlStarted, c_noSettings, c_defaults,
+                            ControlReport("true", "60", c_controlBoards, c_noRows), StartsWith("W: "), _));
 }
 
 TEST_F(TemperatureControlSettings, BoardTypeWithoutAName_EndsNothing) {
     EXPECT_CALL(m_boards.slot2, GetType).WillRepeatedly(Return(static_cast<bmc::BoardType_e>(200)));
     StartAndCycle("");
-    EXPECT_THAT(m_log.Messages(), Contains(Report("true", "60", c_threeBoards, c_noRows)));
-    EXPECT_EQ(m_log.Count(c_stopped), 0);
+    EXPECT_THAT(m_log.Messages(), Contains(ControlReport("true", "60", c_controlBoards, c_noRows)));
+    EXPECT_EQ(m_log.Count(c_controlStopped), 0);
 }
 
 TEST_F(TemperatureControlSettings, DisabledWithABadTable_ChecksReportsAndEndsWithoutACycle) {
     StartAndEnd(Disabled("<fans><set lower='50' upper='40' rpm='1000'/></fans>"));
-    EXPECT_THAT(m_log.Messages(), ElementsAre(c_started, "W: Temperature limits are invalid: 50 > 40", c_tableErrors,
-                                              Report("false", "60", c_threeBoards, c_noRows), c_stopped));
+    EXPECT_THAT(m_log.Messages(),
+                ElementsAre(c_controlStarted, "W: Temperature limits are invalid: 50 > 40", c_tableErrors,
+                            ControlReport("false", "60", c_controlBoards, c_noRows), c_controlStopped));
     EXPECT_EQ(m_fans.TakeWrites(), "-");
 }
 
 TEST_F(TemperatureControlSettings, NothingSelected_SaysSoAndEndsWithoutACycle) {
     StartAndEnd(Section("<sensors><exclude>all</exclude></sensors>"));
     EXPECT_THAT(m_log.Messages(),
-                ElementsAre(c_started, Report("true", "60", c_s37 + "No sensors found!\n", c_noRows), c_stopped));
+                ElementsAre(c_controlStarted, ControlReport("true", "60", c_s37 + "No sensors found!\n", c_noRows),
+                            c_controlStopped));
     EXPECT_EQ(m_fans.TakeWrites(), "-");
 }
 
@@ -128,19 +132,20 @@ TEST_F(TemperatureControlSettings, NoTemperatureSensorAtAll_EndsWithoutACycle) {
         EXPECT_CALL(*sensor, GetType).WillRepeatedly(Return(bmc::SensorType_e::voltage));
     }
     StartAndEnd("");
-    EXPECT_THAT(m_log.Messages(), Contains(Report("true", "60", c_s37 + "No sensors found!\n", c_noRows)));
+    EXPECT_THAT(m_log.Messages(), Contains(ControlReport("true", "60", c_s37 + "No sensors found!\n", c_noRows)));
 }
 
 TEST_F(TemperatureControlSettings, SensorOfAnotherType_CannotBeIncluded) {
     StartAndEnd(
         Disabled("<sensors><exclude>all</exclude><include board='u:a'>3</include>"
                  "<include board='u:b'>5</include></sensors>"));
-    EXPECT_THAT(m_log.Messages(), Contains(Report("false", "60", c_s37 + "u:b\n" + c_s38 + " 5  (Core)\n", c_noRows)));
+    EXPECT_THAT(m_log.Messages(),
+                Contains(ControlReport("false", "60", c_s37 + "u:b\n" + c_s38 + " 5  (Core)\n", c_noRows)));
 }
 
 TEST_F(TemperatureControlSettings, EnabledThatIsNoBoolean_IsIgnored) {
     StartAndCycle("<temperature_control enabled='maybe'/>");
-    EXPECT_THAT(m_log.Messages(), Contains(Report("true", "60", c_threeBoards, c_noRows)));
+    EXPECT_THAT(m_log.Messages(), Contains(ControlReport("true", "60", c_controlBoards, c_noRows)));
 }
 
 TEST_F(TemperatureControlSettings, Frequency_IsDecimalOrHexadecimalAndKeepsItsDefaultOtherwise) {
@@ -148,7 +153,7 @@ TEST_F(TemperatureControlSettings, Frequency_IsDecimalOrHexadecimalAndKeepsItsDe
                                         std::pair("12abc", "60"), std::pair("-5", "-5")}) {
         m_log.Clear();
         StartAndEnd(Disabled(std::string("<frequency>") + text + "</frequency>"));
-        EXPECT_THAT(m_log.Messages(), Contains(Report("false", seconds, c_threeBoards, c_noRows)));
+        EXPECT_THAT(m_log.Messages(), Contains(ControlReport("false", seconds, c_controlBoards, c_noRows)));
         m_control.reset();
     }
 }
@@ -157,8 +162,8 @@ TEST_F(TemperatureControlSettings, UpperLimitAboveTheLowestThreshold_FailsBefore
     EXPECT_CALL(m_boards.intake, GetUpperNonCritical).WillRepeatedly(Return(bmc::SensorReading(65)));
     StartAndEnd(Disabled(c_threeBands));
     EXPECT_THAT(m_log.Messages(),
-                ElementsAre(c_started, "W: Upper temperature limit is invalid: 70 > 65", c_tableErrors,
-                            Report("false", "60", c_threeBoards, c_noRows), c_stopped));
+                ElementsAre(c_controlStarted, "W: Upper temperature limit is invalid: 70 > 65", c_tableErrors,
+                            ControlReport("false", "60", c_controlBoards, c_noRows), c_controlStopped));
 }
 
 TEST_F(TemperatureControlSettings, NoThresholdAvailable_NoTableWithAnUpperLimitPasses) {
@@ -177,13 +182,13 @@ TEST_F(TemperatureControlSettings, EmptyTable_PassesWithoutLookingAtTheThreshold
 
 TEST_F(TemperatureControlSettings, OtherChildrenOfTheTable_AreSkipped) {
     StartAndEnd(Disabled("<fans><fan lower='50' upper='40' rpm='1'/><set lower='40' upper='50' rpm='3000'/></fans>"));
-    EXPECT_THAT(m_log.Messages(), Contains(Report("false", "60", c_threeBoards, c_s37 + "40, 50 -> 3000\n")));
+    EXPECT_THAT(m_log.Messages(), Contains(ControlReport("false", "60", c_controlBoards, c_s37 + "40, 50 -> 3000\n")));
 }
 
 TEST_F(TemperatureControlSettings, LimitThatIsNoNumber_IsTracedAndBecomesZero) {
     const test::TraceCapture trace(2);
     StartAndEnd(Disabled("<fans><set lower='0x28' upper='50' rpm='3000'/></fans>"));
-    EXPECT_THAT(m_log.Messages(), Contains(Report("false", "60", c_threeBoards, c_s37 + "0, 50 -> 3000\n")));
+    EXPECT_THAT(m_log.Messages(), Contains(ControlReport("false", "60", c_controlBoards, c_s37 + "0, 50 -> 3000\n")));
     EXPECT_THAT(trace.Texts(), Contains("Cannot cast from config value: Bad cast from 0x28 to unsigned int"));
 }
 
@@ -208,7 +213,7 @@ TEST_F(TemperatureControlSettings, MissingSpeed_IsZeroAndFailsTheCheck) {
 
 TEST_F(TemperatureControlSettings, MissingLowerLimit_IsZero) {
     StartAndEnd(Disabled("<fans><set upper='50' rpm='3000'/></fans>"));
-    EXPECT_THAT(m_log.Messages(), Contains(Report("false", "60", c_threeBoards, c_s37 + "0, 50 -> 3000\n")));
+    EXPECT_THAT(m_log.Messages(), Contains(ControlReport("false", "60", c_controlBoards, c_s37 + "0, 50 -> 3000\n")));
 }
 
 TEST_F(TemperatureControlSettings, LowestThreshold_IsTheLowestValidOneOfTheWatchedSensors) {
@@ -256,19 +261,19 @@ TEST_F(TemperatureControlSettings, SensorWithoutAName_IsAnInvalidValueInTheRepor
     EXPECT_CALL(m_boards.icb, GetSensor(_)).WillRepeatedly(Return(nullptr));
     EXPECT_CALL(m_boards.cpu, GetName).WillRepeatedly(Throw(42));
     m_control->LogProperties();
-    EXPECT_THAT(m_log.Messages(),
-                ElementsAre(Report("false", "60",
-                                   c_s37 + "u:a\n" + c_s38 + " 12  (invalid value)\n" + c_s37 + "u:b\n" + c_s38 +
-                                       " 5  (invalid value)\n" + c_s37 + "u:c\n" + c_s38 + " 7  (invalid value)\n",
-                                   c_noRows)));
+    EXPECT_THAT(m_log.Messages(), ElementsAre(ControlReport("false", "60",
+                                                            c_s37 + "u:a\n" + c_s38 + " 12  (invalid value)\n" + c_s37 +
+                                                                "u:b\n" + c_s38 + " 5  (invalid value)\n" + c_s37 +
+                                                                "u:c\n" + c_s38 + " 7  (invalid value)\n",
+                                                            c_noRows)));
 }
 
 TEST_F(TemperatureControlSettings, BadSensorId_EndsTheWorkerWithItsErrorAndNothingElse) {
     const test::TraceCapture trace(1);
     StartAndEnd(Section("<sensors><include>x</include></sensors>"));
-    EXPECT_THAT(
-        m_log.Messages(),
-        ElementsAre(c_started, "E: Problem in Temperature Control process - Bad cast from x to int", c_stopped));
+    EXPECT_THAT(m_log.Messages(),
+                ElementsAre(c_controlStarted, "E: Problem in Temperature Control process - Bad cast from x to int",
+                            c_controlStopped));
     const auto records = trace.Records();
     ASSERT_FALSE(records.empty());
     EXPECT_EQ(records.back().level, 1);
@@ -282,8 +287,8 @@ TEST_F(TemperatureControlSettings, ExceptionOfAnotherKind_EndsTheWorkerAsUnknown
     EXPECT_CALL(m_boards.backend, GetAllLocalBoardUris).WillRepeatedly(Throw(42));
     StartAndEnd("");
     EXPECT_THAT(m_log.Messages(),
-                ElementsAre(c_started, c_noSettings, c_defaults,
-                            "E: Problem in Temperature Control process - Unknown Exception", c_stopped));
+                ElementsAre(c_controlStarted, c_noSettings, c_defaults,
+                            "E: Problem in Temperature Control process - Unknown Exception", c_controlStopped));
     ASSERT_FALSE(trace.Records().empty());
     EXPECT_EQ(trace.Records().back().text, "Unknown Exception");
     EXPECT_EQ(trace.Records().back().function, "void TemperatureControl::operator()()");
@@ -293,8 +298,8 @@ TEST_F(TemperatureControlSettings, StopWhileAsleep_EndsAtOnceAndASecondStopDoesN
     StartAndCycle("");
     m_control->StopThread();
     m_control->StopThread();
-    ASSERT_TRUE(m_log.WaitFor(c_stopped));
-    EXPECT_EQ(m_log.Count(c_stopped), 1);
+    ASSERT_TRUE(m_log.WaitFor(c_controlStopped));
+    EXPECT_EQ(m_log.Count(c_controlStopped), 1);
 }
 
 TEST_F(TemperatureControlSettings, StopBeforeTheSettingsAreRead_StaysAStopWhateverTheySay) {
@@ -305,9 +310,10 @@ TEST_F(TemperatureControlSettings, StopBeforeTheSettingsAreRead_StaysAStopWhatev
         Start(section);
         m_control->StopThread();
         gate.Open();
-        ASSERT_TRUE(m_log.WaitFor(c_stopped));
-        EXPECT_THAT(m_log.Messages(),
-                    ElementsAre(c_started, Report("false", "60", c_threeBoards, c_noRows), c_stopped));
+        ASSERT_TRUE(m_log.WaitFor(c_controlStopped));
+        EXPECT_THAT(
+            m_log.Messages(),
+            ElementsAre(c_controlStarted, ControlReport("false", "60", c_controlBoards, c_noRows), c_controlStopped));
         EXPECT_EQ(m_fans.TakeWrites(), "-");
         m_control.reset();
     }
@@ -334,7 +340,7 @@ TEST_F(TemperatureControlSettings, StopDuringACycle_WaitsForItAndNoCycleFollows)
     });
     mayGoOn.set_value();
     stopper.join();
-    EXPECT_TRUE(m_log.WaitFor(c_stopped));
+    EXPECT_TRUE(m_log.WaitFor(c_controlStopped));
 }
 
 TEST_F(TemperatureControlSettings, Period_RunsFromTheEndOfACycleToTheNext) {
@@ -356,7 +362,7 @@ TEST_F(TemperatureControlSettings, ZeroOrNegativePeriod_CyclesWithoutPauseAndSti
         }
         m_clock.WaitForSleeps(++m_cycles);
         m_control->StopThread();
-        EXPECT_TRUE(m_log.WaitFor(c_stopped));
+        EXPECT_TRUE(m_log.WaitFor(c_controlStopped));
         m_control.reset();
     }
 }
@@ -375,8 +381,8 @@ TEST_F(TemperatureControlSettings, Instance_IsOneWhoeverAsksFirst) {
         instances.insert(answer.get());
     }
     EXPECT_EQ(instances.size(), 1U);
-    ASSERT_TRUE(constructions == 0 || m_log.WaitFor(c_stopped));
-    EXPECT_EQ(m_log.Count(c_started), constructions);
+    ASSERT_TRUE(constructions == 0 || m_log.WaitFor(c_controlStopped));
+    EXPECT_EQ(m_log.Count(c_controlStarted), constructions);
     EXPECT_EQ(&TemperatureControl::GetInstance(nullptr), *instances.begin());
 }
 

@@ -12,6 +12,7 @@
 #include "qcfg/document.h"
 #include "qstd/exception.h"
 #include "qstd/trace_file.h"
+#include "report_blanks.h"
 #include "time_sync_fixture.h"
 
 namespace {
@@ -24,9 +25,7 @@ using testing::ElementsAre;
 using testing::Return;
 using testing::Throw;
 
-const std::string c_s35(35, ' ');
-
-std::string Report(const std::string& enabled, const std::string& frequency, const std::string& delta) {
+std::string TimeSyncReport(const std::string& enabled, const std::string& frequency, const std::string& delta) {
     return "I: Time Synchronization settings:\n" + c_s35 + "enabled   = " + enabled + "\n" + c_s35 +
            "frequency = " + frequency + " seconds\n" + c_s35 + "delta     = " + delta + " seconds";
 }
@@ -41,7 +40,7 @@ TEST_F(TimeSyncTest, NoSection_DefaultsHoldAndAllBoardsButTheHostAreSynchronized
     EXPECT_THAT(m_log.Messages(),
                 ElementsAre("I: No settings found for Time Synchronization module",
                             "I: Configuration for time synchronization is not available. Using default values",
-                            Report("true", "3600", "2"), "I: *Time synchronization process started.",
+                            TimeSyncReport("true", "3600", "2"), "I: *Time synchronization process started.",
                             "I: Reference for time synchronization is board HOST_0.",
                             "I: Board SLOT_2 will be synchronized.", "I: Board ICB_1 will be synchronized."));
 }
@@ -52,7 +51,7 @@ TEST_F(TimeSyncTest, EmptySectionOrTwo_CountAsNone) {
         m_log.Clear();
         StartAndPass(sections);
         EXPECT_THAT(m_log.Messages(), Contains("I: No settings found for Time Synchronization module"));
-        EXPECT_THAT(m_log.Messages(), Contains(Report("true", "3600", "2")));
+        EXPECT_THAT(m_log.Messages(), Contains(TimeSyncReport("true", "3600", "2")));
         m_worker.reset();
     }
 }
@@ -60,12 +59,12 @@ TEST_F(TimeSyncTest, EmptySectionOrTwo_CountAsNone) {
 TEST_F(TimeSyncTest, Section_IsReadAndReported) {
     StartAndPass("<timesync enabled='true'><frequency>60</frequency><delta>0x5</delta></timesync>");
     EXPECT_THAT(m_log.Messages(),
-                ElementsAre(Report("true", "60", "5"), "I: *Time synchronization process started.", _, _, _));
+                ElementsAre(TimeSyncReport("true", "60", "5"), "I: *Time synchronization process started.", _, _, _));
 }
 
 TEST_F(TimeSyncTest, ValuesThatAreNoNumbers_KeepTheirDefaults) {
     StartAndPass("<timesync enabled='maybe'><frequency>abc</frequency><delta>5s</delta></timesync>");
-    EXPECT_THAT(m_log.Messages(), Contains(Report("true", "3600", "2")));
+    EXPECT_THAT(m_log.Messages(), Contains(TimeSyncReport("true", "3600", "2")));
 }
 
 TEST_F(TimeSyncTest, Disabled_ReportsOnlyAndTouchesNoBoard) {
@@ -73,7 +72,7 @@ TEST_F(TimeSyncTest, Disabled_ReportsOnlyAndTouchesNoBoard) {
     EXPECT_CALL(m_boards.backend, GetBoard).Times(0);
     Start("<timesync enabled='false'/>");
     m_worker.reset();  // waits for the end
-    EXPECT_THAT(m_log.Messages(), ElementsAre(Report("false", "3600", "2")));
+    EXPECT_THAT(m_log.Messages(), ElementsAre(TimeSyncReport("false", "3600", "2")));
 }
 
 TEST_F(TimeSyncTest, StopBeforeTheLoop_ReportsOnly) {
@@ -86,7 +85,7 @@ TEST_F(TimeSyncTest, StopBeforeTheLoop_ReportsOnly) {
     stop.set_value();
     m_worker.reset();
     qstd::TraceFile::GetInstance().Listen(nullptr, 0);
-    EXPECT_THAT(m_log.Messages(), ElementsAre(Report("false", "3600", "2")));
+    EXPECT_THAT(m_log.Messages(), ElementsAre(TimeSyncReport("false", "3600", "2")));
 }
 
 TEST_F(TimeSyncTest, EnabledReadAfterAStop_StaysAStop) {
@@ -96,7 +95,7 @@ TEST_F(TimeSyncTest, EnabledReadAfterAStop_StaysAStop) {
     m_log.Clear();
     EXPECT_TRUE(m_worker->Deserialize({qcfg::ReadXmlText("<timesync enabled='true'/>", "test")}));
     m_worker->LogProperties();
-    EXPECT_THAT(m_log.Messages(), ElementsAre(Report("false", "3600", "2")));
+    EXPECT_THAT(m_log.Messages(), ElementsAre(TimeSyncReport("false", "3600", "2")));
 }
 
 TEST_F(TimeSyncTest, StopWhileAsleep_EndsAtOnceAndASecondStopDoesNothing) {

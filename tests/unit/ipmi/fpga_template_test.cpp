@@ -49,7 +49,7 @@ TEST(FpgaTemplate, RevisionRegister_IsUnknownUntilSet) {
     EXPECT_EQ(fpga.GetRevisionRegister(), 0xffff);
 }
 
-struct Case {
+struct RefusedTemplate {
     std::string read;
     std::string write;
     std::string reply;
@@ -65,7 +65,7 @@ TEST(FpgaTemplate, WhatIsWrong_IsNamedWithItsText) {
         tooLong += "1 ";
     }
     const std::string both = " {addr:hi} {addr:lo}";
-    const std::vector<Case> cases = {
+    const std::vector<RefusedTemplate> cases = {
         {"6 1 {adr:hi}", c_write, c_reply, "\"read\" of <fpga>: \"{adr:hi}\"" + noToken},
         {"6 256" + both, c_write, c_reply, "\"read\" of <fpga>: \"256\"" + noToken},
         {"6 0x100" + both, c_write, c_reply, "\"read\" of <fpga>: \"0x100\"" + noToken},
@@ -95,7 +95,7 @@ TEST(FpgaTemplate, WhatIsWrong_IsNamedWithItsText) {
         {c_read, c_write, "{addr:hi} {value:hi} {value:lo}", "\"reply\" of <fpga>: {addr:hi} has no meaning there"},
         {c_read, c_write, tooLong, "\"reply\" of <fpga>: has 33 bytes, the limit is 32"},
     };
-    for (const Case& each : cases) {
+    for (const RefusedTemplate& each : cases) {
         EXPECT_EQ(test::TextOf([&] { FpgaTemplate(each.read, each.write, each.reply); }), "attribute " + each.text);
     }
 }

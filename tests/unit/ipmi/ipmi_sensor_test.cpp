@@ -10,9 +10,10 @@
 #include <thread>
 #include <vector>
 
-#include "fake_controller.h"
+#include "fake_link.h"
 #include "record_builder.h"
 #include "tests/support/expect_text.h"
+#include "tests/support/special_numbers.h"
 
 namespace {
 
@@ -20,8 +21,6 @@ using bmc::SensorReading;
 using bmc::ipmi::DecodeRecord;
 using bmc::ipmi::IpmiSensor;
 using test::TextOf;
-
-constexpr double c_infinity = std::numeric_limits<double>::infinity();
 
 class IpmiSensorTest : public testing::Test {
 protected:
@@ -40,7 +39,7 @@ protected:
         return values;
     }
 
-    FakeController m_controller;
+    FakeLink m_controller;
 };
 
 TEST_F(IpmiSensorTest, Accessors_OfTheRecord_AskNobody) {

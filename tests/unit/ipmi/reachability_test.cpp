@@ -23,7 +23,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 const SteadyTime c_begin{std::chrono::hours(1)};
-const qstd::Time c_calendar(1795269787, 512000);
+const qstd::Time c_timeOfDay(1795269787, 512000);
 constexpr std::size_t c_bridged = 1;  // the port of io/3
 
 class ReachabilityOfThree : public testing::Test {
@@ -35,7 +35,7 @@ protected:
 
     void Take(std::size_t port, Verdict_e verdict, TransportFailure_e failure = TransportFailure_e::noAnswer,
               const std::string& text = "no answer within 3000 ms") {
-        m_reachability.Take(port, ExchangeResult{verdict, {}, failure, text}, m_now, c_calendar);
+        m_reachability.Take(port, ExchangeResult{verdict, {}, failure, text}, m_now, c_timeOfDay);
     }
 
     /// What was logged, "warning: " before warnings.
@@ -81,9 +81,9 @@ TEST_F(ReachabilityOfThree, SilentController_MakesAllSilent_LoggedOnceEachWay) {
     EXPECT_EQ(m_reachability.IsAnswering(c_bridged), false);
     EXPECT_EQ(m_reachability.IsAnswering(2), false);
     EXPECT_EQ(m_reachability.WhySilent(0).text,
-              "no answer since " + c_calendar.ToString() + ": no answer within 3000 ms");
+              "no answer since " + c_timeOfDay.ToString() + ": no answer within 3000 ms");
     EXPECT_EQ(m_reachability.WhySilent(c_bridged).text,
-              "the controller: no answer since " + c_calendar.ToString() + ": no answer within 3000 ms");
+              "the controller: no answer since " + c_timeOfDay.ToString() + ": no answer within 3000 ms");
 
     m_now += milliseconds(12'340);
     Take(0, Verdict_e::answered);
@@ -139,7 +139,7 @@ class ReachabilityReasons : public testing::TestWithParam<Reason> {};
 TEST_P(ReachabilityReasons, SilentController_IsLoggedInItsWords) {
     Reachability reachability("/dev/ipmi0", "system interface", {{"os/0", Target{}}}, milliseconds(500),
                               milliseconds(30'000));
-    reachability.Take(0, {Verdict_e::controllerSilent, {}, GetParam().failure, "REASON"}, c_begin, c_calendar);
+    reachability.Take(0, {Verdict_e::controllerSilent, {}, GetParam().failure, "REASON"}, c_begin, c_timeOfDay);
     const auto messages = reachability.TakeMessages();
     ASSERT_EQ(messages.size(), 1U);
     EXPECT_EQ(messages[0].second, std::string("Controller /dev/ipmi0 ") + GetParam().words + ": REASON (board os/0)");

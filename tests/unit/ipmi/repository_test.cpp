@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "fake_controller.h"
+#include "fake_link.h"
 #include "record_builder.h"
 #include "tests/support/expect_text.h"
 
@@ -38,7 +38,7 @@ protected:
     }
     FakeRepository& Main() { return *m_controller.m_main; }
 
-    FakeController m_controller;
+    FakeLink m_controller;
 };
 
 TEST_F(RepositoryTest, WholeRecords_OneTransactionEach) {

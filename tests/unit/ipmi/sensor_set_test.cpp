@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "bmc/broken_off.h"
-#include "fake_controller.h"
+#include "fake_link.h"
 #include "record_builder.h"
 #include "tests/support/expect_text.h"
 #include "tests/support/file.h"
@@ -48,7 +48,7 @@ protected:
         m_controller.m_thresholds[3] = {0, {0x3f, 10, 5, 1, 61, 71, 81}};
     }
 
-    std::unique_ptr<SensorSet> Make(FakeController& own, Target target = {}, const std::string& label = "io/1") {
+    std::unique_ptr<SensorSet> Make(FakeLink& own, Target target = {}, const std::string& label = "io/1") {
         return std::make_unique<SensorSet>(
             bmc::ipmi::SensorSetPlace{label, "10.0.0.11:623", target}, own, m_store, m_cache,
             [this](qstd::LogLevel_e, const std::string& text) { m_log.push_back(text); });
@@ -70,7 +70,7 @@ protected:
 
     test::TempFolder m_folder;
     std::vector<std::string> m_log;
-    FakeController m_controller;
+    FakeLink m_controller;
     RepositoryStore m_store{m_controller, "10.0.0.11:623"};
     RecordCache m_cache{m_folder.Path(), [this](qstd::LogLevel_e, const std::string& text) { m_log.push_back(text); }};
 };
@@ -102,7 +102,7 @@ TEST_F(SensorSetTest, RecordsOfOthers_NotTheBoards) {
 TEST_F(SensorSetTest, Satellite_ItsRecordsInTheControllersRepository) {
     m_controller.m_main->Add(Record(20, "Satellite", 0x84));
     m_controller.m_main->Add(Record(21, "Other bus", 0x84, 1));
-    FakeController satellite;
+    FakeLink satellite;
     satellite.m_readings[20] = {0, {33, 0x40}};
     auto set = Make(satellite, {0x84, 0});
     set->Load();
@@ -115,7 +115,7 @@ TEST_F(SensorSetTest, Satellite_ItsRecordsInTheControllersRepository) {
 }
 
 TEST_F(SensorSetTest, SatelliteWithoutRecordsThere_ItsDeviceRecords) {
-    FakeController satellite;
+    FakeLink satellite;
     satellite.m_deviceId[1] |= 0x80U;
     satellite.m_device.emplace();
     satellite.m_device->Add(Record(30, "Device", 0x84));
@@ -127,7 +127,7 @@ TEST_F(SensorSetTest, SatelliteWithoutRecordsThere_ItsDeviceRecords) {
 }
 
 TEST_F(SensorSetTest, SatelliteThatProvidesNoDeviceRecords_ItsOwnMainRepository) {
-    FakeController satellite;
+    FakeLink satellite;
     satellite.m_main.emplace();
     satellite.m_main->Add(Record(31, "Main", 0x84));
     satellite.m_main->Add(Record(32, "Self", 0x20));
@@ -308,7 +308,7 @@ TEST_F(SensorSetTest, NumberTwice_FirstHolds_WarningNamesTheOther) {
 
 TEST_F(SensorSetTest, ServiceStops_NoProblemOfTheBoard) {
     Loaded();
-    class Stopping : public FakeController {
+    class Stopping : public FakeLink {
     public:
         Response Execute(const Request&, bmc::ipmi::Purpose_e) override { throw bmc::BrokenOff("io/1"); }
     } stopping;

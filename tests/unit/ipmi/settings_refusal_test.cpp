@@ -12,7 +12,7 @@ namespace {
 
 using test::SettingsTest;
 
-struct Case {
+struct RefusedSettings {
     std::string attributes;
     std::string text;
 };
@@ -22,15 +22,15 @@ constexpr const char* c_account = "user='ops' password-file='a.pass' ";
 
 class SettingsRefusal : public SettingsTest {
 protected:
-    void ExpectRefusals(const std::string& common, const std::vector<Case>& cases) const {
-        for (const Case& each : cases) {
+    void ExpectRefusals(const std::string& common, const std::vector<RefusedSettings>& cases) const {
+        for (const RefusedSettings& each : cases) {
             EXPECT_EQ(ErrorOf(Section(Board(common + each.attributes))), At(3) + each.text) << each.attributes;
         }
     }
 };
 
 TEST_F(SettingsRefusal, AttributeOfTheSection) {
-    const std::vector<Case> cases = {
+    const std::vector<RefusedSettings> cases = {
         {"timeout='9'", "attribute \"timeout\" of <boards>: \"9\" is below the limit of 10"},
         {"timeout='60001'", "attribute \"timeout\" of <boards>: \"60001\" is above the limit of 60000"},
         {"timeout='1s'", "attribute \"timeout\" of <boards>: \"1s\" is not a whole number"},
@@ -39,7 +39,7 @@ TEST_F(SettingsRefusal, AttributeOfTheSection) {
         {"timout='10'", "unknown attribute \"timout\" of <boards>; did you mean \"timeout\"?"},
         {"chassis='c.xml'", "unknown attribute \"chassis\" of <boards>"},
     };
-    for (const Case& each : cases) {
+    for (const RefusedSettings& each : cases) {
         EXPECT_EQ(ErrorOf("<boards backend='ipmi' " + each.attributes + ">\n" + LanBoard() + "</boards>"),
                   At(2) + each.text);
     }

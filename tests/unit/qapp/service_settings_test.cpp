@@ -9,7 +9,7 @@ namespace {
 
 using qapp::Watchdog_e;
 
-qapp::ServiceSettings Read(const std::string& sections) {
+qapp::ServiceSettings ReadService(const std::string& sections) {
     qcfg::Configuration configuration;
     configuration.LoadText("<zelkor>\n" + sections + "</zelkor>", "config.xml");
     return qapp::ReadServiceSettings(configuration);
@@ -17,7 +17,7 @@ qapp::ServiceSettings Read(const std::string& sections) {
 
 void ExpectRefusal(const std::string& sections, const std::string& text) {
     try {
-        Read(sections);
+        ReadService(sections);
         ADD_FAILURE() << sections << " was taken";
     } catch (const qstd::Exception& error) {
         EXPECT_EQ(std::string(error.what()), text);
@@ -25,13 +25,13 @@ void ExpectRefusal(const std::string& sections, const std::string& text) {
 }
 
 TEST(ServiceSettings, NothingSaid_TheWatchdogIsForTheProcess) {
-    EXPECT_EQ(Read("").watchdog, Watchdog_e::process);
-    EXPECT_EQ(Read("<service/>").watchdog, Watchdog_e::process);
+    EXPECT_EQ(ReadService("").watchdog, Watchdog_e::process);
+    EXPECT_EQ(ReadService("<service/>").watchdog, Watchdog_e::process);
 }
 
 TEST(ServiceSettings, Watchdog_IsTaken) {
-    EXPECT_EQ(Read("<service watchdog='process'/>").watchdog, Watchdog_e::process);
-    EXPECT_EQ(Read("<service watchdog='workers'/>").watchdog, Watchdog_e::workers);
+    EXPECT_EQ(ReadService("<service watchdog='process'/>").watchdog, Watchdog_e::process);
+    EXPECT_EQ(ReadService("<service watchdog='workers'/>").watchdog, Watchdog_e::workers);
 }
 
 TEST(ServiceSettings, UnknownWatchdog_IsRefusedWithItsLine) {

@@ -16,7 +16,7 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 using test::SimChassis;
 
-constexpr std::chrono::seconds c_patience{30};
+constexpr std::chrono::seconds c_longEnough{30};
 
 TEST(AccessGate, ManyThreads_OneAccessAtATime) {
     AccessGate gate("io/1");
@@ -67,7 +67,7 @@ TEST(AccessGate, SlowBoard_DoesNotDelayAnotherNorLimitsNorTheOperator) {
     EXPECT_NE(chassis.Do({"list"}).find("slow 3600000"), std::string::npos);
     EXPECT_EQ(slow.wait_for(milliseconds(0)), std::future_status::timeout) << "still in its delay";
     EXPECT_EQ(chassis.Do({"heal", "icb/0", ""}), "");
-    ASSERT_EQ(slow.wait_for(c_patience), std::future_status::ready) << "healing ends the delay";
+    ASSERT_EQ(slow.wait_for(c_longEnough), std::future_status::ready) << "healing ends the delay";
     EXPECT_EQ(slow.get(), 48);
 }
 
@@ -76,7 +76,7 @@ TEST(AccessGate, DelayShortened_RunningAccessTakesTheNewOne) {
     chassis.Do({"slow", "icb/0", "3600000"});
     auto slow = std::async(std::launch::async, [&] { chassis.Board("icb/0").GetStatus(); });
     chassis.Do({"slow", "icb/0", "1"});
-    EXPECT_EQ(slow.wait_for(c_patience), std::future_status::ready);
+    EXPECT_EQ(slow.wait_for(c_longEnough), std::future_status::ready);
 }
 
 TEST(AccessGate, FailureDuringADelay_RaisesAtItsEnd) {
@@ -86,7 +86,7 @@ TEST(AccessGate, FailureDuringADelay_RaisesAtItsEnd) {
         std::async(std::launch::async, [&] { return test::ErrorOf([&] { chassis.Board("icb/0").GetTime(); }); });
     chassis.Do({"fail", "icb/0", "", "cable out"});
     chassis.Do({"slow", "icb/0", "0"});
-    ASSERT_EQ(slow.wait_for(c_patience), std::future_status::ready);
+    ASSERT_EQ(slow.wait_for(c_longEnough), std::future_status::ready);
     EXPECT_EQ(slow.get(), "cable out");
 }
 

@@ -24,7 +24,7 @@ namespace qreg::corba {
 namespace {
 
 constexpr unsigned long c_stackSize = 256UL * 1024;  ///< of the thread of each connection
-constexpr std::size_t c_leastMessage = 8192;         ///< what the ORB allows
+constexpr std::size_t c_leastOrbMessage = 8192;      ///< what the ORB allows
 constexpr std::size_t c_messagesPerMinute = 5;       ///< of the ORB
 
 LimitedLog* g_orbLog = nullptr;
@@ -77,7 +77,7 @@ Orb::Orb(const ServerSettings& settings) : m_log(c_messagesPerMinute) {
 }
 
 void Orb::Initialise(const ServerSettings& settings, const Endpoint& endpoint) {
-    const std::string message = std::to_string(std::max(settings.maxMessage, c_leastMessage));
+    const std::string message = std::to_string(std::max(settings.maxMessage, c_leastOrbMessage));
     const std::string callTimeOut = std::to_string(c_callTimeOut.count());
     const std::string idle = std::to_string(std::max<long long>(settings.idleTime.count(), 1));
     const std::string scan = std::to_string(std::clamp<long long>(settings.idleTime.count(), 1, 5));

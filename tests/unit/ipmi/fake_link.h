@@ -101,7 +101,7 @@ private:
 };
 
 /// A management controller behind a link, with repositories and sensors.
-class FakeController : public bmc::ipmi::Link {
+class FakeLink : public bmc::ipmi::Link {
 public:
     using Request = bmc::ipmi::Request;
     using Response = bmc::ipmi::Response;
@@ -147,14 +147,14 @@ public:
 private:
     class FakeBatch : public bmc::ipmi::Batch {
     public:
-        FakeBatch(FakeController& controller, std::vector<Request> requests)
+        FakeBatch(FakeLink& controller, std::vector<Request> requests)
             : m_controller(controller), m_requests(std::move(requests)) {}
         Response Await(std::size_t index) override {
             return m_controller.Execute(m_requests.at(index), bmc::ipmi::Purpose_e::sweeping);
         }
 
     private:
-        FakeController& m_controller;
+        FakeLink& m_controller;
         std::vector<Request> m_requests;
     };
 
