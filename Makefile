@@ -7,12 +7,13 @@ JOBS := $(shell nproc)
 # Most tests wait for programs, clocks and sockets most of the time.
 TEST_JOBS := $(shell expr 3 \* $(JOBS))
 
-.PHONY: help deps build run demo test bench asan tsan tidy format fuzz install clean
+.PHONY: help deps build run demo test test-i386 bench asan tsan tidy format fuzz install clean
 
 help:
 	@echo "make run      install what is missing, build, start the daemon on the example chassis"
 	@echo "make demo     install what is missing, build, play what the daemon does in about a minute"
 	@echo "make test     install what is missing, build, run every test"
+	@echo "make test-i386  build and run unit and integration tests on 32 bits, in a root of its own (needs root)"
 	@echo "make bench    build and run the benchmarks"
 	@echo "make asan     every test under the address and undefined behaviour sanitizers"
 	@echo "make tsan     every test under the thread sanitizer"
@@ -50,6 +51,10 @@ demo: build
 
 test: build
 	@ctest --preset release -j $(TEST_JOBS)
+
+test-i386:
+	@.ci/install-packages .ci/packages-i386
+	@.ci/test-i386
 
 bench: build
 	@.ci/install-packages .ci/packages-bench

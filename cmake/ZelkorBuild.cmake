@@ -11,6 +11,16 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 # together: the headers of the libraries are most of what there is to compile. Sources of one target therefore have no
 # two names alike, anonymous namespaces included.
 set(CMAKE_UNITY_BUILD_BATCH_SIZE 12)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  # Files of any size, and times beyond 2038: what the C library is asked for then is its 64-bit form. No library that
+  # this system calls is handed a time_t, a timespec or an off_t: those would still be compiled for 32 bits.
+  add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES 86)
+    # Numbers come out as on 64 bits: the old floating-point unit holds intermediate results in more digits than the
+    # type has, and rounds twice.
+    add_compile_options(-msse2 -mfpmath=sse)
+  endif()
+endif()
 
 find_program(ZELKOR_CCACHE ccache)
 if(ZELKOR_CCACHE)

@@ -50,7 +50,7 @@ timespec ToTimespec(CallGuard::Time time) {
     using std::chrono::seconds;
     const auto sinceBoot = std::max<nanoseconds>(time.time_since_epoch(), nanoseconds(1));
     const auto whole = std::chrono::floor<seconds>(sinceBoot);
-    return {.tv_sec = whole.count(), .tv_nsec = (sinceBoot - whole).count()};
+    return {.tv_sec = whole.count(), .tv_nsec = static_cast<long>((sinceBoot - whole).count())};
 }
 
 }  // namespace

@@ -160,7 +160,7 @@ void DeviceTransport::Await(SteadyTime deadline) const {
         ThrowIfTooLate(deadline);
         const auto left = std::max<std::chrono::nanoseconds>(deadline - steady_clock::now(), {});
         const auto seconds = std::chrono::floor<std::chrono::seconds>(left);
-        const timespec limit{.tv_sec = seconds.count(), .tv_nsec = (left - seconds).count()};
+        const timespec limit{.tv_sec = seconds.count(), .tv_nsec = static_cast<long>((left - seconds).count())};
         std::array<pollfd, 2> sources{pollfd{m_device, POLLIN, 0}, pollfd{m_interruption, POLLIN, 0}};
         const int ready = ::ppoll(sources.data(), sources.size(), &limit, nullptr);
         if (ready < 0 && errno != EINTR) {

@@ -1,9 +1,7 @@
 #include "bmc/ipmi/sensor_record.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
-#include <limits>
 #include <memory>
 #include <span>
 #include <type_traits>
@@ -11,7 +9,6 @@
 #include <freeipmi/record-format/ipmi-sdr-record-format.h>
 #include <freeipmi/sdr/ipmi-sdr.h>
 #include <freeipmi/spec/ipmi-event-reading-type-code-spec.h>
-#include <freeipmi/util/ipmi-sensor-util.h>
 
 #include "bmc/ipmi/id_string.h"
 #include "bmc/ipmi/sensor_units.h"
@@ -29,7 +26,6 @@ constexpr std::size_t c_recordHeaderSize = 5;
 constexpr std::size_t c_fullNameOffset = 47;
 constexpr std::size_t c_compactNameOffset = 31;
 
-constexpr std::uint8_t c_lastFunction = 11;  ///< of the linear ones: the cube root
 constexpr unsigned int c_mostShared = 15;
 
 struct ContextDeleter {
@@ -191,40 +187,6 @@ std::vector<SensorRecord> DecodeRecord(const RawRecord& record) {
         return DecodeCompact(record, size);
     }
     return {};
-}
-
-namespace {
-
-/// A linear value has as many decimals as its exponents give it; what binary arithmetic leaves behind them is cut, so
-/// that 13.2 is 13.2 and not 13.200000000000001.
-double CutBehindDecimals(const ConversionFactors& factors, double value) {
-    constexpr double c_exactIntegers = 9007199254740992.0;  // 2^53
-    const int decimals = -(factors.rExponent + std::min<int>(factors.bExponent, 0));
-    const double scale = std::pow(10.0, decimals);
-    return decimals <= 0 || std::abs(value) * scale >= c_exactIntegers ? value : std::round(value * scale) / scale;
-}
-
-}  // namespace
-
-std::optional<double> Convert(const ConversionFactors& factors, std::uint8_t count) {
-    if (factors.linearization > c_lastFunction) {
-        return std::nullopt;
-    }
-    const auto decode = [&](std::uint8_t linearization) {
-        double value = std::numeric_limits<double>::quiet_NaN();
-        ipmi_sensor_decode_value(factors.rExponent, factors.bExponent, factors.m, factors.b, linearization,
-                                 factors.format, count, &value);
-        return linearization == IPMI_SDR_LINEARIZATION_LINEAR ? CutBehindDecimals(factors, value) : value;
-    };
-    double value = 0.0;
-    if (factors.linearization == IPMI_SDR_LINEARIZATION_INVERSE) {
-        value = 1.0 / decode(IPMI_SDR_LINEARIZATION_LINEAR);  // the library takes the inverse of 0 for 0
-    } else if (factors.linearization == IPMI_SDR_LINEARIZATION_CUBERT) {
-        value = std::cbrt(decode(IPMI_SDR_LINEARIZATION_LINEAR));  // version 1.6.10 takes the power of -3
-    } else {
-        value = decode(factors.linearization);
-    }
-    return std::isfinite(value) ? std::optional(value) : std::nullopt;
 }
 
 }  // namespace bmc::ipmi

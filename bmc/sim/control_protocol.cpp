@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "qstd/exception.h"
+#include "qstd/from_chars.h"
 #include "qstd/strings.h"
 
 namespace bmc::sim {
@@ -18,7 +19,7 @@ constexpr std::size_t c_numberSize = 40;
 template <class T, class... Format>
 std::optional<T> Parse(const char* begin, const char* end, Format... format) {
     T value{};
-    const auto [stop, error] = std::from_chars(begin, end, value, format...);
+    const auto [stop, error] = qstd::FromChars(begin, end, value, format...);
     return error == std::errc() && stop == end ? std::optional<T>(value) : std::nullopt;
 }
 

@@ -3,13 +3,15 @@
 #include <algorithm>
 #include <cmath>
 
+#include "qstd/portable_math.h"
+
 namespace bmc::sim {
 
 namespace {
 
 /// Where a speed that follows @p to with the lag has got after @p elapsed seconds.
 double Follow(double from, double to, double elapsed) {
-    return elapsed <= 0 || from == to ? from : to + (from - to) * std::exp(-elapsed / FanBank::c_lag);
+    return elapsed <= 0 || from == to ? from : to + (from - to) * qstd::Exp(-elapsed / FanBank::c_lag);
 }
 
 double ToRpm(std::uint16_t raw) {

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <span>
 
+#include "qstd/portable_math.h"
+
 namespace bmc::sim {
 
 namespace {
@@ -32,7 +34,7 @@ double ThermalModel::Target(double meanRpm) const {
 }
 
 void ThermalModel::AdvanceTo(std::int64_t step) {
-    static const double decay = std::exp(-1.0 / c_stepsPerTau);
+    static const double decay = qstd::Exp(-1.0 / c_stepsPerTau);
     m_steps = std::max(m_steps, step - c_memory);
     std::array<double, c_stepsPerTau> speeds{};
     while (m_steps < step) {
@@ -60,7 +62,7 @@ SensorReading ThermalModel::At(double time) {
         m_fans->MeanRpm(begin + rest / 2, 0, std::span<double>(&speed, 1));
     }
     const double target = Target(speed);
-    return SensorReading(target + (m_temperature - target) * std::exp(-rest / m_description.tau));
+    return SensorReading(target + (m_temperature - target) * qstd::Exp(-rest / m_description.tau));
 }
 
 }  // namespace bmc::sim

@@ -3,6 +3,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "qstd/portable_math.h"
+
 namespace bmc::sim {
 
 namespace {
@@ -26,7 +28,7 @@ double Noise(std::uint64_t seed, std::uint64_t index) {
 
 SensorReading WaveModel::At(double time) {
     const double phase = 2 * std::numbers::pi * std::fmod(time / m_description.period, 1.0);
-    double value = m_description.mean + m_description.amplitude * std::sin(phase);
+    double value = m_description.mean + m_description.amplitude * qstd::Sin(phase);
     if (m_description.noise > 0) {
         const auto index = static_cast<std::uint64_t>(static_cast<std::int64_t>(std::floor(time / c_noisePeriod)));
         value += m_description.noise * Noise(m_seed, index);

@@ -3,16 +3,11 @@
 
 #include "tests/support/clock_shim.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/mman.h>
-#include <sys/syscall.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <cstdlib>
-#include <ctime>
 
 namespace {
 
@@ -32,48 +27,12 @@ __attribute__((constructor)) void MapStep() {
     }
 }
 
-std::int64_t Step() {
+}  // namespace
+
+std::int64_t test::GetClockStep() {
     return __atomic_load_n(g_step, __ATOMIC_SEQ_CST);
 }
 
-}  // namespace
-
 void test::SetClockStep(std::int64_t seconds) {
     __atomic_store_n(&g_ownStep, seconds, __ATOMIC_SEQ_CST);
-}
-
-extern "C" {
-
-int clock_gettime(clockid_t clock, timespec* time) noexcept {
-    const auto result = static_cast<int>(::syscall(SYS_clock_gettime, clock, time));
-    if (result == 0 && (clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE)) {
-        time->tv_sec += Step();
-    }
-    return result;
-}
-
-int gettimeofday(timeval* time, void* /*zone*/) noexcept {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    time->tv_sec = now.tv_sec;
-    time->tv_usec = now.tv_nsec / 1000;
-    return 0;
-}
-
-int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* moment) {
-    using Function = int (*)(pthread_cond_t*, pthread_mutex_t*, const timespec*);
-    static const auto s_next = reinterpret_cast<Function>(::dlsym(RTLD_NEXT, "pthread_cond_timedwait"));
-    timespec kernels = *moment;
-    kernels.tv_sec -= Step();
-    return s_next(condition, mutex, &kernels);
-}
-
-time_t time(time_t* result) noexcept {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    if (result != nullptr) {
-        *result = now.tv_sec;
-    }
-    return now.tv_sec;
-}
 }

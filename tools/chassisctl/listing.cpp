@@ -1,13 +1,13 @@
 #include "tools/chassisctl/listing.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <nlohmann/json.hpp>
 #include <optional>
 
 #include "qstd/convert.h"
 #include "qstd/exception.h"
+#include "qstd/from_chars.h"
 #include "tools/chassisctl/sensor_table.h"
 
 namespace chassisctl {
@@ -35,7 +35,7 @@ std::vector<std::string> ReadState(std::string state) {
 
 std::optional<double> ReadDouble(const std::string& text) {
     double number = 0.0;
-    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const auto [stop, error] = qstd::FromChars(text.data(), text.data() + text.size(), number);
     return error == std::errc() && stop == text.data() + text.size() ? std::optional<double>(number) : std::nullopt;
 }
 
@@ -55,7 +55,7 @@ Json NumberJson(const std::string& text) {
 
 Json IntegerJson(const std::string& text) {
     long long number = 0;
-    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const auto [stop, error] = qstd::FromChars(text.data(), text.data() + text.size(), number);
     return error == std::errc() && stop == text.data() + text.size() ? Json(number) : Json(text);
 }
 

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <system_error>
 
+#include "qstd/from_chars.h"
+
 namespace chassisctl {
 
 namespace {
@@ -82,7 +84,7 @@ NumberCell ReadNumber(std::string_view cell) {
     }
     const std::size_t sign = text.front() == '+' && text.size() > 1 && text[1] != '-' ? 1 : 0;
     double number = 0.0;
-    const auto [stop, error] = std::from_chars(text.data() + sign, text.data() + text.size(), number);
+    const auto [stop, error] = qstd::FromChars(text.data() + sign, text.data() + text.size(), number);
     if (stop != text.data() + text.size() || error == std::errc::invalid_argument) {
         return {Cell_e::malformed, 0.0};
     }

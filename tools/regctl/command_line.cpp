@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <boost/program_options.hpp>
-#include <charconv>
 #include <limits>
 
 #include "qstd/exception.h"
+#include "qstd/from_chars.h"
 
 namespace regctl {
 
@@ -16,7 +16,7 @@ namespace {
 template <class T>
 std::optional<T> ParseNumber(const std::string& text) {
     T number{};
-    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const auto [stop, error] = qstd::FromChars(text.data(), text.data() + text.size(), number);
     if (error != std::errc() || stop != text.data() + text.size()) {
         return std::nullopt;
     }

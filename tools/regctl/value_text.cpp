@@ -1,10 +1,9 @@
 #include "tools/regctl/value_text.h"
 
-#include <charconv>
-
 #include "qnode/notification.h"
 #include "qreg/reg_node.h"
 #include "qreg/subscriptions.h"
+#include "qstd/from_chars.h"
 #include "qstd/strings.h"
 #include "qstd/time.h"
 
@@ -36,7 +35,7 @@ qnode::Value ParseValue(const std::string& word) {
     const char* const end = word.data() + word.size();
     const bool hasPlus = word.size() > 1 && word[0] == '+' && word[1] != '-';
     double number = 0;
-    const auto [stop, error] = std::from_chars(word.data() + (hasPlus ? 1 : 0), end, number);
+    const auto [stop, error] = qstd::FromChars(word.data() + (hasPlus ? 1 : 0), end, number);
     if (error == std::errc() && stop == end) {
         return number;
     }

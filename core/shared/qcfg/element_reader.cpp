@@ -1,7 +1,6 @@
 #include "qcfg/element_reader.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <limits>
 #include <memory>
@@ -10,6 +9,7 @@
 #include "qcfg/document.h"
 #include "qcfg/suggestion.h"
 #include "qstd/exception.h"
+#include "qstd/from_chars.h"
 #include "qstd/strings.h"
 
 namespace qcfg {
@@ -23,7 +23,7 @@ template <class T>
 std::optional<T> Parse(const std::string& text) {
     T value{};
     const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, value);
+    const auto [stop, error] = qstd::FromChars(text.data(), end, value);
     return error == std::errc() && stop == end ? std::optional<T>(value) : std::nullopt;
 }
 

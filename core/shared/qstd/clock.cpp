@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <ctime>
 #include <list>
 #include <thread>
 
@@ -42,7 +43,11 @@ std::chrono::microseconds LengthOfSleep(std::chrono::seconds period) noexcept {
 }
 
 std::chrono::system_clock::time_point Clock::SystemNow() const {
-    return std::chrono::system_clock::now();
+    // Not system_clock's own now(): on 32 bits the C++ library asks in a form that ends in 2038.
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    return std::chrono::system_clock::time_point(std::chrono::seconds(now.tv_sec) +
+                                                 std::chrono::nanoseconds(now.tv_nsec));
 }
 
 std::chrono::steady_clock::time_point Clock::SteadyNow() const {

@@ -21,8 +21,8 @@ constexpr int c_tmYearBase = 1900;
 
 using Limits = std::numeric_limits<std::int64_t>;
 
-std::int64_t Saturated(unsigned long number) {
-    return static_cast<std::int64_t>(std::min(number, static_cast<unsigned long>(Limits::max())));
+std::int64_t Saturated(std::uint64_t number) {
+    return static_cast<std::int64_t>(std::min(number, static_cast<std::uint64_t>(Limits::max())));
 }
 
 /// The sum, or the nearest number that there is.
@@ -47,7 +47,7 @@ Time::Time(int kind) : m_seconds(0), m_microseconds(0) {
     }
 }
 
-Time::Time(unsigned long seconds, unsigned long microseconds)
+Time::Time(std::uint64_t seconds, std::uint64_t microseconds)
     : m_seconds(SaturatedSum(Saturated(seconds), Saturated(microseconds / c_microsecondsPerSecond))),
       m_microseconds(static_cast<std::int32_t>(microseconds % c_microsecondsPerSecond)) {}
 

@@ -21,7 +21,7 @@ public:
 
     /// @param seconds whole seconds
     /// @param microseconds sub-second part; a million and more is carried into the seconds
-    Time(unsigned long seconds, unsigned long microseconds);
+    Time(std::uint64_t seconds, std::uint64_t microseconds);
 
     /// A time from a signed count of microseconds, for example one before 1970 or a negative duration.
     static Time FromMicroseconds(std::int64_t microseconds);

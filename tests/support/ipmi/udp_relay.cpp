@@ -163,7 +163,7 @@ private:
         }
         const auto rest = std::max(Clock::duration::zero(), *next - Clock::now());
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(rest);
-        return timespec{seconds.count(), std::chrono::nanoseconds(rest - seconds).count()};
+        return timespec{seconds.count(), static_cast<long>(std::chrono::nanoseconds(rest - seconds).count())};
     }
 
     void ReceiveFromClients(const Socket& listener) {

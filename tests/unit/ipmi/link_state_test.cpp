@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -31,9 +32,9 @@ Change_e Fail(LinkState& state, TransportFailure_e failure = TransportFailure_e:
 }
 
 /// The first waits, in milliseconds.
-std::vector<long> Waits(const std::string& seed, int count) {
+std::vector<std::int64_t> Waits(const std::string& seed, int count) {
     BackOff backOff(milliseconds(500), milliseconds(30'000), seed);
-    std::vector<long> waits;
+    std::vector<std::int64_t> waits;
     for (int i = 0; i < count; ++i) {
         waits.push_back(backOff.Next().count());
     }
@@ -41,8 +42,8 @@ std::vector<long> Waits(const std::string& seed, int count) {
 }
 
 TEST(BackOff, Next_DoublesFromLeastToMostGiveOrTakeTenPercent) {
-    const std::vector<long> plain{500, 1000, 2000, 4000, 8000, 16'000, 30'000, 30'000, 30'000};
-    const std::vector<long> waits = Waits("10.0.0.11:623", static_cast<int>(plain.size()));
+    const std::vector<std::int64_t> plain{500, 1000, 2000, 4000, 8000, 16'000, 30'000, 30'000, 30'000};
+    const std::vector<std::int64_t> waits = Waits("10.0.0.11:623", static_cast<int>(plain.size()));
     for (std::size_t i = 0; i < plain.size(); ++i) {
         EXPECT_GE(waits[i], plain[i] * 9 / 10) << i;
         EXPECT_LE(waits[i], plain[i] * 11 / 10) << i;

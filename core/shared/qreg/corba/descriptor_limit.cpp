@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <limits>
 #include <set>
 #include <string>
 #include <system_error>
@@ -51,7 +52,7 @@ std::size_t RaiseTo(std::size_t wanted) {
             limit.rlim_cur = old;
         }
     }
-    return limit.rlim_cur;
+    return static_cast<std::size_t>(std::min<rlim_t>(limit.rlim_cur, std::numeric_limits<std::size_t>::max()));
 }
 
 /// 0 for what is no address of the internet.
