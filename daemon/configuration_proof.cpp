@@ -30,7 +30,7 @@ public:
         const bool protects = IsEnabled(FindSection("damage_protection"));
         // Without the section the fans run at maximum speed, the safe default, and nobody counts on more.
         if (const ElementPtr section = FindSection("temperature_control")) {
-            ProveTable(*section, NameSensors(watched, protects ? isProtected : Module::Selection()));
+            ProveTable(section, NameSensors(watched, protects ? isProtected : Module::Selection()));
         }
     }
 
@@ -75,8 +75,7 @@ private:
 
     Module::Selection ProveList(const std::string& worker, const Module::Selection& available,
                                 const Module::Selection& starting) {
-        return ProveSensorList(FindSection(worker), {worker, &available, &starting, &m_survey.all}, m_survey,
-                               m_findings);
+        return ProveSensorList(FindSection(worker), {worker, &available, &starting}, m_survey, m_findings);
     }
 
     /// The sensors in the order in which the temperature control goes through them.
@@ -106,8 +105,8 @@ private:
         return sensors;
     }
 
-    void ProveTable(const qcfg::Element& section, const std::vector<fan_table::WatchedSensor>& sensors) {
-        const ElementPtr fans = section.FindChild("fans");
+    void ProveTable(const ElementPtr& section, const std::vector<fan_table::WatchedSensor>& sensors) {
+        const ElementPtr fans = section->FindChild("fans");
         std::vector<ElementPtr> rows;
         fan_table::FanTable table;
         if (fans != nullptr) {
@@ -116,23 +115,22 @@ private:
                            [](const ElementPtr& row) { return TemperatureControl::ReadRow(*row); });
         }
         if (table.empty()) {
-            bool isEnabled = true;
-            section.GetAttrValue("enabled", isEnabled);
-            if (isEnabled) {
-                m_findings.push_back({Severity_e::warning, (fans ? *fans : section).GetLine(),
-                                      "<" + (fans ? *fans : section).GetName() +
-                                          "> has no row of a table: the fans always run at maximum speed"});
+            const ElementPtr& place = fans == nullptr ? section : fans;
+            if (IsEnabled(section)) {
+                m_findings.push_back(
+                    {Severity_e::warning, place->GetLine(),
+                     "<" + place->GetName() + "> has no row of a table: the fans always run at maximum speed"});
             }
             return;
         }
-        // Of a worker that watches nothing that was said, and not by the limits of sensors.
+        // That nothing is watched was said before; then there are no limits to prove the table by.
         const bool areAllKnown = m_survey.IsComplete() && !sensors.empty();
         for (const fan_table::RowFinding& finding : fan_table::Prove(table, sensors, areAllKnown)) {
             m_findings.push_back({finding.severity, rows[finding.row]->GetLine(), finding.text});
         }
         const bool hasLimit = std::any_of(sensors.begin(), sensors.end(),
                                           [](const auto& sensor) { return sensor.highNonCritical.IsValid(); });
-        if (!hasLimit && !m_survey.IsComplete()) {
+        if (!hasLimit && !sensors.empty() && !m_survey.IsComplete()) {
             m_findings.push_back({Severity_e::warning, fans->GetLine(),
                                   "<fans>: the table cannot be proved: no watched sensor that answers has an upper "
                                   "non-critical limit. As long as that is so the fans run at maximum speed"});

@@ -101,7 +101,7 @@ private:
         return IsForAllBoards() ? "no board has a " + what : "board " + Quoted(m_entry.board) + " has no " + what;
     }
 
-    std::string KindOfSensor() const { return m_use.available == m_use.everything ? "sensor" : "temperature sensor"; }
+    std::string KindOfSensor() const { return m_use.available == &m_survey.all ? "sensor" : "temperature sensor"; }
 
     /// An "exclude" may take out what is not there, to be on the safe side, and so may one that is for all boards.
     void ProveAll() {
@@ -126,7 +126,7 @@ private:
             if (FindBoardWith(*m_use.available, id) != nullptr) {
                 continue;
             }
-            if (const ChassisSurvey::Board* const board = FindBoardWith(*m_use.everything, id)) {
+            if (const ChassisSurvey::Board* const board = FindBoardWith(m_survey.all, id)) {
                 ReportNotForWorker(token, id, *board);
             } else if (m_silent.empty()) {
                 AddFault(NoneHas("sensor " + token));

@@ -10,10 +10,9 @@
 
 /// What a worker does with its list of sensors.
 struct SensorListUse {
-    std::string worker;                             ///< name of its section
-    const Module::Selection* available = nullptr;   ///< what entries may choose from, of the boards that answer
-    const Module::Selection* starting = nullptr;    ///< the selection before the first entry
-    const Module::Selection* everything = nullptr;  ///< every sensor of the boards that answer
+    std::string worker;                            ///< name of its section
+    const Module::Selection* available = nullptr;  ///< of the survey: what entries may choose from
+    const Module::Selection* starting = nullptr;   ///< the selection before the first entry
 };
 
 /// Proves the worker's list of sensors on the chassis: boards, types of boards and ids that are not there or that the
