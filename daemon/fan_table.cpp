@@ -19,32 +19,34 @@ std::string Contradiction(const char* subject, std::uint32_t left, const char* r
     return text;
 }
 
-/// What is wrong with a row by itself.
-std::optional<std::string> FindRowError(const TempFansElem& row, double highNonCritical) {
+/// Adds what is wrong with the row of that number by itself.
+void AddRowErrors(const FanTable& table, std::size_t number, double highNonCritical, std::vector<RowError>& errors) {
+    const TempFansElem& row = table[number];
     if (row.upper < row.lower) {
-        return Contradiction("Temperature limits are invalid: ", row.lower, " > ", row.upper);
+        errors.push_back(
+            {number, false, Contradiction("Temperature limits are invalid: ", row.lower, " > ", row.upper)});
     }
     if (static_cast<double>(row.upper) > highNonCritical) {
-        return Contradiction("Upper temperature limit is invalid: ", row.upper, " > ", highNonCritical);
+        errors.push_back(
+            {number, true, Contradiction("Upper temperature limit is invalid: ", row.upper, " > ", highNonCritical)});
     }
     if (row.rpm < c_minSpeed || row.rpm > c_maxSpeed) {
-        return "RPM value is out of range  [2500..6500]: " + std::to_string(row.rpm);
+        errors.push_back({number, false, "RPM value is out of range  [2500..6500]: " + std::to_string(row.rpm)});
     }
-    return std::nullopt;
 }
 
-/// What is wrong with a row after the one before it.
-std::optional<std::string> FindSequenceError(const TempFansElem& row, const TempFansElem& before) {
-    if (row.lower <= before.lower) {
-        return Contradiction("Lower temperature limits are not in sequence: ", row.lower, " <= ", before.lower);
-    }
-    if (row.upper <= before.upper) {
-        return Contradiction("Upper temperature limits are not in sequence: ", row.upper, " <= ", before.upper);
-    }
-    if (row.rpm <= before.rpm) {
-        return Contradiction("RPM values are not in sequence: ", row.rpm, " <= ", before.rpm);
-    }
-    return std::nullopt;
+/// Adds what is wrong with the row of that number after the one before it.
+void AddSequenceErrors(const FanTable& table, std::size_t number, std::vector<RowError>& errors) {
+    const TempFansElem& row = table[number];
+    const TempFansElem& before = table[number - 1];
+    const auto add = [&](const char* subject, std::uint32_t value, std::uint32_t valueBefore) {
+        if (value <= valueBefore) {
+            errors.push_back({number, false, Contradiction(subject, value, " <= ", valueBefore)});
+        }
+    };
+    add("Lower temperature limits are not in sequence: ", row.lower, before.lower);
+    add("Upper temperature limits are not in sequence: ", row.upper, before.upper);
+    add("RPM values are not in sequence: ", row.rpm, before.rpm);
 }
 
 /// "Temperature: 30 is below min fan speed range: 3000."
@@ -57,17 +59,24 @@ std::string BeyondText(double temperature, const char* where, std::uint32_t rpm)
 
 }  // namespace
 
-std::optional<std::string> FindError(const FanTable& table, double highNonCritical) {
-    for (std::size_t index = 0; index < table.size(); ++index) {
-        std::optional<std::string> error = FindRowError(table[index], highNonCritical);
-        if (!error && index > 0) {
-            error = FindSequenceError(table[index], table[index - 1]);
-        }
-        if (error) {
-            return error;
+double LowerLimit(double lowest, const bmc::SensorReading& next) {
+    return next.IsValid() && (qstd::Equal(lowest, 0.0) || next.Converted() < lowest) ? next.Converted() : lowest;
+}
+
+std::vector<RowError> FindErrors(const FanTable& table, double highNonCritical) {
+    std::vector<RowError> errors;
+    for (std::size_t number = 0; number < table.size(); ++number) {
+        AddRowErrors(table, number, highNonCritical, errors);
+        if (number > 0) {
+            AddSequenceErrors(table, number, errors);
         }
     }
-    return std::nullopt;
+    return errors;
+}
+
+std::optional<std::string> FindError(const FanTable& table, double highNonCritical) {
+    const std::vector<RowError> errors = FindErrors(table, highNonCritical);
+    return errors.empty() ? std::nullopt : std::optional(errors.front().text);
 }
 
 Step TakeStep(const FanTable& table, std::uint32_t band, double temperature) {

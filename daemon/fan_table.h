@@ -1,9 +1,12 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "bmc/sensor_reading.h"
 
 /// The table from temperature to fan speed, and its rules. All pure: no board, no log, no state; any thread.
 namespace fan_table {
@@ -23,9 +26,22 @@ using FanTable = std::vector<TempFansElem>;
 inline constexpr std::uint32_t c_minSpeed = 2500;
 inline constexpr std::uint32_t c_maxSpeed = 6500;
 
-/// Looks for a row that must not be: limits the wrong way round or above @p highNonCritical, a speed out of range, a
+/// The lower one of @p lowest and the valid threshold @p next, degrees Celsius; 0 as @p lowest stands for "none yet".
+double LowerLimit(double lowest, const bmc::SensorReading& next);
+
+/// Something that must not be in a table.
+struct RowError {
+    std::size_t row = 0;
+    bool isAboveNonCritical = false;  ///< it is the sensors' limits that the row does not fit
+    std::string text;
+};
+
+/// Looks for rows that must not be: limits the wrong way round or above @p highNonCritical, a speed out of range, a
 /// limit or speed that does not rise from the row before. An empty table has no error.
 /// @param highNonCritical the lowest upper non-critical threshold of the watched sensors, degrees Celsius
+/// @return the errors, those of the first row first.
+std::vector<RowError> FindErrors(const FanTable& table, double highNonCritical);
+
 /// @return the text of the first error; nothing when the table can be used.
 std::optional<std::string> FindError(const FanTable& table, double highNonCritical);
 

@@ -13,8 +13,8 @@
 
 namespace {
 
-/// Calls @p visit with each local board that can be reached and its label; a failure is logged and costs the rest of
-/// that board. @throws bmc::BrokenOff
+/// Calls @p visit with each local board that can be reached; a failure is logged and costs the rest of that board.
+/// @throws bmc::BrokenOff
 template <class Visit>
 void ForEachLocalBoard(const Visit& visit) {
     for (const bmc::Uri& uri : bmc::BoardPool::Instance().GetAllLocalBoardUris()) {
@@ -25,7 +25,7 @@ void ForEachLocalBoard(const Visit& visit) {
             continue;
         }
         try {
-            visit(*board, name);
+            visit(*board);
         } catch (const bmc::BrokenOff&) {
             throw;
         } catch (const qstd::Exception& error) {
@@ -36,42 +36,54 @@ void ForEachLocalBoard(const Visit& visit) {
     }
 }
 
-/// The board type that an entry names; nothing, and a log message, when there is no such type.
-bool ReadBoardType(const qcfg::Element& entry, bmc::BoardType_e& boardType) {
-    std::shared_ptr<qcfg::Attribute> attribute;
-    if (!entry.FindAttr("boardType", attribute)) {
-        return true;
+}  // namespace
+
+std::optional<Module::ListEntry> Module::ReadEntry(const qcfg::Element& element) {
+    ListEntry entry;
+    entry.isInclude = element.GetName() == "include";
+    if (!entry.isInclude && element.GetName() != "exclude") {
+        return std::nullopt;
     }
-    try {
-        boardType = qstd::EnumFromString<bmc::BoardType_e>(attribute->GetValue());
-        return true;
-    } catch (const qstd::Exception& error) {
-        qstd::LogError(std::string("Unknown board type used in the include/exclude list. ") + error.what());
-        return false;
+    entry.sensors = element.GetValue();
+    std::shared_ptr<qcfg::Attribute> attribute;
+    if (element.FindAttr("board", attribute)) {
+        entry.board = attribute->GetValue();
+    }
+    if (element.FindAttr("boardType", attribute)) {
+        try {
+            entry.boardType = qstd::EnumFromString<bmc::BoardType_e>(attribute->GetValue());
+        } catch (const qstd::Exception& error) {
+            qstd::LogError(std::string("Unknown board type used in the include/exclude list. ") + error.what());
+            return std::nullopt;
+        }
+    }
+    return entry;
+}
+
+void Module::AddSensors(bmc::Board& board, Selection& out) {
+    for (const bmc::SensorId& id : board.GetSensorsIds()) {
+        out[&board].insert(id);
     }
 }
 
-}  // namespace
-
-void Module::GetAllSensors(Selection& out) {
-    ForEachLocalBoard([&out](bmc::Board& board, const std::string& /*name*/) {
-        for (const bmc::SensorId& id : board.GetSensorsIds()) {
+void Module::AddTemperatureSensors(bmc::Board& board, Selection& out) {
+    for (const bmc::SensorId& id : board.GetSensorsIds()) {
+        const bmc::Sensor* const sensor = board.GetSensor(id);
+        if (sensor == nullptr) {
+            qstd::LogError("Problem accessing sensor id: " + bmc::ToString(id) + " on board " +
+                           bmc::BoardLabel(board.GetUri()));
+        } else if (sensor->GetType() == bmc::SensorType_e::temperature) {
             out[&board].insert(id);
         }
-    });
+    }
+}
+
+void Module::GetAllSensors(Selection& out) {
+    ForEachLocalBoard([&out](bmc::Board& board) { AddSensors(board, out); });
 }
 
 void Module::GetTemperatureSensors(Selection& out) {
-    ForEachLocalBoard([&out](bmc::Board& board, const std::string& name) {
-        for (const bmc::SensorId& id : board.GetSensorsIds()) {
-            const bmc::Sensor* const sensor = board.GetSensor(id);
-            if (sensor == nullptr) {
-                qstd::LogError("Problem accessing sensor id: " + bmc::ToString(id) + " on board " + name);
-            } else if (sensor->GetType() == bmc::SensorType_e::temperature) {
-                out[&board].insert(id);
-            }
-        }
-    });
+    ForEachLocalBoard([&out](bmc::Board& board) { AddTemperatureSensors(board, out); });
 }
 
 Module::Selection Module::HandleSensorsList(const std::shared_ptr<qcfg::Element>& section, const Selection& available,
@@ -79,16 +91,9 @@ Module::Selection Module::HandleSensorsList(const std::shared_ptr<qcfg::Element>
     SensorListHelper helper(available, starting);
     const std::shared_ptr<qcfg::Element> sensors = section->FindChild("sensors");
     if (sensors != nullptr) {
-        for (const std::shared_ptr<qcfg::Element>& entry : sensors->GetChildren()) {
-            const bool include = entry->GetName() == "include";
-            if (!include && entry->GetName() != "exclude") {
-                continue;
-            }
-            std::shared_ptr<qcfg::Attribute> attribute;
-            const std::string board = entry->FindAttr("board", attribute) ? attribute->GetValue() : "all";
-            auto boardType = SensorListHelper::c_noBoardType;
-            if (ReadBoardType(*entry, boardType)) {
-                helper.AddToSensorList(board, boardType, entry->GetValue(), include);
+        for (const std::shared_ptr<qcfg::Element>& element : sensors->GetChildren()) {
+            if (const auto entry = ReadEntry(*element)) {
+                helper.AddToSensorList(entry->board, entry->boardType, entry->sensors, entry->isInclude);
             }
         }
     }

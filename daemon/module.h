@@ -2,10 +2,13 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
+#include <string>
 #include <vector>
 
 #include "bmc/board.h"
+#include "bmc/enums.h"
 #include "bmc/sensor_id.h"
 #include "bmc/sweep.h"
 #include "qcfg/element.h"
@@ -17,6 +20,24 @@ class Module : public qcfg::ISerializable {
 public:
     /// Chosen sensors of each board. The pool owns the boards.
     using Selection = std::map<bmc::Board*, std::set<bmc::SensorId>>;
+
+    /// An "include" or "exclude" entry of a list of sensors.
+    struct ListEntry {
+        bool isInclude = false;
+        std::string board = "all";                            ///< or a board's uri
+        bmc::BoardType_e boardType = bmc::BoardType_e::none;  ///< none: board tells which
+        std::string sensors;                                  ///< "all" or ids separated by commas
+    };
+
+    /// The entry that a child of "sensors" is; nothing for another element, and, with a log message, for an entry whose
+    /// board type does not exist.
+    static std::optional<ListEntry> ReadEntry(const qcfg::Element& element);
+
+    /// Adds the sensors of @p board to @p out. @throws what the board raises; sensors added before that stay.
+    static void AddSensors(bmc::Board& board, Selection& out);
+
+    /// The same for its temperature sensors; one that cannot be found is logged and left out.
+    static void AddTemperatureSensors(bmc::Board& board, Selection& out);
 
     /// Adds every sensor of every local board to @p out. A board that cannot be reached is logged and left out.
     static void GetAllSensors(Selection& out);

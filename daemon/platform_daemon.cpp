@@ -12,6 +12,7 @@
 #include "bmc_board_info_node.h"
 #include "bmc_sensor_node.h"
 #include "build_info.h"
+#include "configuration_proof.h"
 #include "configuration_rules.h"
 #include "damage_protection.h"
 #include "fans_node.h"
@@ -155,6 +156,10 @@ qapp::ZelkorBoard* PlatformDaemon::CreateBoard(const bmc::Board* /*board*/) {
 
 std::vector<qcfg::ElementRule> PlatformDaemon::GetSectionRules() const {
     return WorkerSectionRules();
+}
+
+void PlatformDaemon::OnCheckConfig(qcfg::Findings& findings) {
+    ProveConfiguration(GetConfig(), findings);
 }
 
 void PlatformDaemon::OnPostInit() {

@@ -25,6 +25,9 @@ public:
     /// The rules of the workers' sections.
     std::vector<qcfg::ElementRule> GetSectionRules() const override;
 
+    /// Proves the workers' sections on the chassis.
+    void OnCheckConfig(qcfg::Findings& findings) override;
+
     /// Builds the registry tree, writes it to the trace and starts the workers.
     void OnPostInit() override;
 

@@ -7,17 +7,13 @@
 #include "qstd/convert.h"
 #include "qstd/strings.h"
 
-namespace {
-
-bmc::SensorId ToSensorId(const std::string& token) {
+bmc::SensorId SensorListHelper::ToSensorId(const std::string& token) {
     constexpr std::size_t c_leastHexSize = 3;
     if (token.size() >= c_leastHexSize && token[0] == '0' && token[1] == 'x') {
         return bmc::SensorId(static_cast<int>(qstd::HexTo<unsigned int>(token)));
     }
     return bmc::SensorId(qstd::FromString<int>(token));
 }
-
-}  // namespace
 
 SensorListHelper::SensorListHelper(const Module::Selection& available, const Module::Selection& starting)
     : m_result(starting), m_all(available) {

@@ -5,6 +5,7 @@
 
 #include "bmc/board.h"
 #include "bmc/enums.h"
+#include "bmc/sensor_id.h"
 #include "module.h"
 
 /// Builds a selection of sensors from "include" and "exclude" entries, applied one after the other, so that a later
@@ -13,6 +14,10 @@ class SensorListHelper {
 public:
     /// Stands for "no board type given".
     static constexpr bmc::BoardType_e c_noBoardType = bmc::BoardType_e::none;
+
+    /// The id that a token of a list stands for: decimal, or hexadecimal with "0x" and at least a digit.
+    /// @throws qstd::Exception naming the token when it is no number.
+    static bmc::SensorId ToSensorId(const std::string& token);
 
     /// @param available what entries may choose from
     /// @param starting the selection before the first entry

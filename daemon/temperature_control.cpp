@@ -141,6 +141,14 @@ bool TemperatureControl::Deserialize(const std::vector<std::shared_ptr<qcfg::Ele
     return true;
 }
 
+TemperatureControl::TempFansElem TemperatureControl::ReadRow(const qcfg::Element& set) {
+    TempFansElem row;  // what is missing or no number stays 0, which the check of the table does not let pass
+    set.GetAttrValue("upper", row.upper);
+    set.GetAttrValue("lower", row.lower);
+    set.GetAttrValue("rpm", row.rpm);
+    return row;
+}
+
 void TemperatureControl::ReadTable(const qcfg::Element& section) {
     const std::shared_ptr<qcfg::Element> fans = section.FindChild("fans");
     if (fans == nullptr) {
@@ -150,11 +158,7 @@ void TemperatureControl::ReadTable(const qcfg::Element& section) {
         if (set->GetName() != "set") {
             continue;
         }
-        TempFansElem row;  // what is missing or no number stays 0, which the check of the table does not let pass
-        set->GetAttrValue("upper", row.upper);
-        set->GetAttrValue("lower", row.lower);
-        set->GetAttrValue("rpm", row.rpm);
-        m_table.push_back(row);
+        m_table.push_back(ReadRow(*set));
     }
 }
 
@@ -203,10 +207,7 @@ bool TemperatureControl::VerifyTempFansTable() {
 double TemperatureControl::LowestHighNonCritical() const {
     double lowest = 0.0;
     ForEachSensor(m_sensors, [&lowest](const bmc::Sensor& sensor) {
-        const bmc::SensorReading threshold = sensor.GetUpperNonCritical();
-        if (threshold.IsValid() && (qstd::Equal(lowest, 0.0) || threshold.Converted() < lowest)) {
-            lowest = threshold.Converted();
-        }
+        lowest = fan_table::LowerLimit(lowest, sensor.GetUpperNonCritical());
     });
     return lowest;
 }

@@ -44,6 +44,9 @@ public:
     bool Deserialize(const std::vector<std::shared_ptr<qcfg::Element>>& elements) override;
     std::string GetClassName() override;
 
+    /// The row of the table that a "set" of "fans" is; what it lacks, or what is no number, is 0.
+    static TempFansElem ReadRow(const qcfg::Element& set);
+
     /// Logs the settings in force as one message.
     void LogProperties() const;
 

@@ -21,7 +21,7 @@ std::string SessionText(const ControllerSettings& settings) {
 
 IpmiBackend::IpmiBackend(const Settings& settings, const TransportMaker& makeTransport, const LogFunction& log,
                          const ControllerTiming& controllerTiming, const SensorsTiming& sensorsTiming)
-    : m_cache(settings.cacheFolder, log) {
+    : m_cache(settings.cacheFolder, log, settings.isCacheReadOnly) {
     OpenControllers(settings, makeTransport, log, controllerTiming);
     for (const BoardSettings& board : settings.boards) {
         ControllerEntry& reached = m_controllers[board.controller];

@@ -73,6 +73,12 @@ std::unique_ptr<Backend> Create(const qcfg::Element& section, const std::string&
     return AtSection(section, configFile, [&] { return LoadBackend(settings, PluginPath()); });
 }
 
+std::unique_ptr<Backend> CreateToLook(const qcfg::Element& section, const std::string& configFile) {
+    Settings settings = ReadSettings(section, configFile);
+    settings.isCacheReadOnly = true;
+    return AtSection(section, configFile, [&] { return LoadBackend(settings, PluginPath()); });
+}
+
 void Check(const qcfg::Element& section, const std::string& configFile) {
     ReadSettings(section, configFile);
     AtSection(section, configFile, [] { ProvePlugin(PluginPath()); });

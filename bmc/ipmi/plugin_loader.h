@@ -17,6 +17,9 @@ namespace bmc::ipmi {
 /// @throws qstd::Exception "FILE:LINE: text"; nothing was started then.
 std::unique_ptr<Backend> Create(const qcfg::Element& section, const std::string& configFile);
 
+/// As Create, for a process that only looks: the boards' sensor records that are kept on disk are read, never written.
+std::unique_ptr<Backend> CreateToLook(const qcfg::Element& section, const std::string& configFile);
+
 /// Proves the section as Create would, its passwords and that the shared object fits included, and asks no controller.
 /// @throws qstd::Exception as Create
 void Check(const qcfg::Element& section, const std::string& configFile);

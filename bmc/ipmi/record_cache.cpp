@@ -174,8 +174,9 @@ std::optional<BoardRecords> DecodeCacheFile(std::string_view bytes, const std::s
     return taker.IsAtEnd() ? std::optional(std::move(records)) : std::nullopt;
 }
 
-RecordCache::RecordCache(std::string folder, LogFunction log) : m_folder(std::move(folder)), m_log(std::move(log)) {
-    if (!m_folder.empty()) {
+RecordCache::RecordCache(std::string folder, LogFunction log, bool isReadOnly)
+    : m_folder(std::move(folder)), m_log(std::move(log)), m_isReadOnly(isReadOnly) {
+    if (!m_folder.empty() && !m_isReadOnly) {
         ::mkdir(m_folder.c_str(), S_IRWXU);  // one that cannot be made shows at the first Store
     }
 }
@@ -189,7 +190,7 @@ std::optional<BoardRecords> RecordCache::Load(const std::string& label, const st
 }
 
 void RecordCache::Store(const std::string& label, const std::string& place, const BoardRecords& records) {
-    if (m_folder.empty()) {
+    if (m_folder.empty() || m_isReadOnly) {
         return;
     }
     const std::string path = PathOf(label);

@@ -22,7 +22,8 @@ std::optional<BoardRecords> DecodeCacheFile(std::string_view bytes, const std::s
 class RecordCache {
 public:
     /// @param folder made when it is not there (its parent has to be); empty: nothing is kept
-    RecordCache(std::string folder, LogFunction log);
+    /// @param isReadOnly what is kept is given, and nothing is made, written or logged
+    RecordCache(std::string folder, LogFunction log, bool isReadOnly = false);
 
     /// What is kept of a board. @param place how it was reached: records of another place are not given
     std::optional<BoardRecords> Load(const std::string& label, const std::string& place) const;
@@ -35,6 +36,7 @@ private:
 
     const std::string m_folder;
     const LogFunction m_log;
+    const bool m_isReadOnly;
     std::atomic<bool> m_isProblemTold{false};
 };
 

@@ -54,6 +54,7 @@ struct Settings {
     std::vector<ControllerSettings> controllers;  ///< each once
     std::vector<BoardSettings> boards;            ///< in the file's order
     std::string cacheFolder;                      ///< where sensor records are kept over restarts; empty: nowhere
+    bool isCacheReadOnly = false;                 ///< nothing is kept that was not; no setting of the file
 };
 
 /// Reads and proves the section, the files with the passwords included; relative paths are relative to the folder of

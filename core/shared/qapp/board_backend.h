@@ -26,6 +26,11 @@ struct BoardBackend {
     /// nothing that a running service holds. Without it the action's boards come from `create`.
     std::function<std::unique_ptr<bmc::Backend>(const qcfg::Element& section, const std::string& configFile)>
         createForAction{};
+
+    /// As `createForAction`, for a process that only reads: what it makes leaves nothing behind. Without it the boards
+    /// come from `createForAction`.
+    std::function<std::unique_ptr<bmc::Backend>(const qcfg::Element& section, const std::string& configFile)>
+        createForCheck{};
 };
 
 }  // namespace qapp

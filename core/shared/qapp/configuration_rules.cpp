@@ -45,12 +45,12 @@ constexpr const char* c_preface =
 The configuration is one XML file. Sections and their children may come in any order. Relative paths are relative to
 the file. Options on the command line win over the file. No external entity is ever loaded.
 
-`--check-config` proves a file by the rules below and prints each finding as `FILE:LINE: error: text` or
-`FILE:LINE: warning: text`. The service itself goes on with the default where a worker's setting is wrong.
+`--check-config` proves a file by the rules below, then on the boards (see the operation guide), and prints each finding as
+`FILE:LINE: error: text` or `FILE:LINE: warning: text`. The service itself goes on with the default where a worker's setting is wrong.
 `--print-schema` prints the same rules as an XML schema for editors and `xmllint --schema`. The schema is a little weaker
 than the check: it does not tell the backends of `<boards>` apart, passes over blanks around numbers, holds hexadecimal
-numbers to 32 bits but not to their range, counts children only where none may repeat, and looks at IPv6 addresses and
-the numbers of a list only letter by letter.
+numbers to 32 bits but not to their range, takes a fraction beyond all numbers (1e999), counts children only where none
+may repeat, and looks at IPv6 addresses and the numbers of a list only letter by letter.
 
 A value has no blanks around it. Numbers are decimal; in the text of an element they may also be hexadecimal with `0x`.
 )";

@@ -14,6 +14,7 @@
 #include "qapp/zelkor_board.h"
 #include "qapp/zelkor_object.h"
 #include "qcfg/configuration.h"
+#include "qcfg/finding.h"
 #include "qcfg/schema.h"
 #include "qfeature/local_timing_sync.h"
 #include "qnode/tree_node.h"
@@ -100,6 +101,10 @@ public:
     /// Timing hooks: a synchronisation of the instrument's timing is announced; is done.
     virtual void OnSyncAnnounced(qfeature::LocalTimingSync& /*sync*/) {}
     virtual void OnSynchronized(qfeature::LocalTimingSync& /*sync*/) {}
+    /// --check-config: adds what the application finds wrong with a configuration that keeps all rules. The boards are
+    /// behind the pool for nothing but reading; accesses to them raise bmc::BrokenOff once the check has lasted too
+    /// long, see bmc::Backend::LimitAccesses. There is no log.
+    virtual void OnCheckConfig(qcfg::Findings& /*findings*/) {}
     /// May change the name of the log file.
     virtual void OnInitLogFileName(std::string& /*name*/) const {}
     /// May change the default folder of the log files.
@@ -120,6 +125,7 @@ private:
     Options ReadCommandLine(int argc, char** argv);
     bool RunUnguarded(int argc, char** argv, Detacher& detacher);
     bool CheckAndPrint(const Options& options);
+    void ProveOnBoards(qcfg::Findings& findings);
     qcfg::ElementRule GetRules() const;
     void LoadConfiguration(const Options& options);
     void OpenLogs(const Options& options);

@@ -1,6 +1,7 @@
 // The command line of an application, and what it can be asked for in place of serving: to check a configuration, to
 // print its schema, an action on the boards.
 
+#include <chrono>
 #include <csignal>
 #include <ctime>
 #include <exception>
@@ -8,6 +9,7 @@
 #include <iostream>
 #include <sstream>
 
+#include "bmc/board_pool.h"
 #include "qapp/configuration_rules.h"
 #include "qapp/zelkor_application.h"
 #include "qcfg/checker.h"
@@ -16,6 +18,14 @@
 #include "qstd/log.h"
 
 namespace qapp {
+
+namespace {
+
+/// How long --check-config may wait for boards, all of them together: longer than a controller that does not answer
+/// takes to be given up with the default time-outs, and short enough for a check before the start of a service.
+constexpr std::chrono::seconds c_checkMayTake{15};
+
+}  // namespace
 
 Options ZelkorApplication::ReadCommandLine(int argc, char** argv) {
     Options defaults;
@@ -55,26 +65,44 @@ Options ZelkorApplication::ReadCommandLine(int argc, char** argv) {
 }
 
 bool ZelkorApplication::CheckAndPrint(const Options& options) {
+    qcfg::Findings findings;
     try {
         LoadConfiguration(options);
-        const qcfg::Findings findings = qcfg::CheckConfiguration(m_config.GetRoot(), GetRules());
-        for (const qcfg::Finding& finding : findings) {
-            std::cout << qcfg::ToText(finding, m_config.GetFileName()) << '\n';
+        findings = qcfg::CheckConfiguration(m_config.GetRoot(), GetRules());
+        if (!qcfg::HasError(findings)) {
+            ProveOnBoards(findings);
         }
-        std::cout.flush();
-        if (qcfg::HasError(findings)) {
-            return false;
-        }
-        const std::shared_ptr<qcfg::Element> section = FindBoardsSection();
+    } catch (const std::exception& error) {
+        findings.push_back(qcfg::ErrorFrom(error.what(), options.configFile, 0));
+    }
+    bmc::BoardPool::Instance().Open(nullptr);
+    qcfg::SortByLine(findings);
+    for (const qcfg::Finding& finding : findings) {
+        std::cout << qcfg::ToText(finding, options.configFile) << '\n';
+    }
+    std::cout.flush();
+    return !qcfg::HasError(findings);
+}
+
+void ZelkorApplication::ProveOnBoards(qcfg::Findings& findings) {
+    ::tzset();
+    const auto deadline = std::chrono::steady_clock::now() + c_checkMayTake;
+    const std::shared_ptr<qcfg::Element> section = FindBoardsSection();
+    try {
         const BoardBackend& backend = FindBackend(*section);
         if (backend.check) {
             backend.check(*section, m_config.GetFileName());
         }
-        return true;
+        const auto& create = backend.createForCheck    ? backend.createForCheck
+                             : backend.createForAction ? backend.createForAction
+                                                       : backend.create;
+        bmc::BoardPool::Instance().Open(create(*section, m_config.GetFileName()));
     } catch (const std::exception& error) {
-        std::cout << error.what() << std::endl;
-        return false;
+        findings.push_back(qcfg::ErrorFrom(error.what(), m_config.GetFileName(), section->GetLine()));
+        return;
     }
+    bmc::BoardPool::Instance().LimitAccesses(deadline);
+    OnCheckConfig(findings);
 }
 
 qcfg::ElementRule ZelkorApplication::GetRules() const {

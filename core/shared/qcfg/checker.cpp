@@ -57,8 +57,7 @@ public:
     Findings Check(const Element& root, const ElementRule& rule) {
         m_root = &root;
         CheckElement(root, rule);
-        std::stable_sort(m_findings.begin(), m_findings.end(),
-                         [](const Finding& left, const Finding& right) { return left.line < right.line; });
+        SortByLine(m_findings);
         return std::move(m_findings);
     }
 

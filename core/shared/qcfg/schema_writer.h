@@ -14,6 +14,7 @@ namespace qcfg {
 /// - blanks around a number are passed over;
 /// - hexadecimal numbers are held to 32 bits but not to their range, IPv6 addresses and ids of a list only to their
 ///   letters;
+/// - numbers with a fraction are passed over that are too large for any number;
 /// - the rules' own checks (ElementRule::check) are not in it.
 /// Any thread.
 /// @throws qstd::Exception when two different value types have one name, or when memory runs out.

@@ -196,8 +196,16 @@ TEST_F(IpmiBoardsTest, AccountOfAUser_ReadsEverythingAndIsRefusedTheRest) {
     EXPECT_EQ(io.CountWrites(test::c_bmc, test::c_setSelTime), 0U);
 }
 
+/// The example's controllers are elsewhere: here nobody answers at their addresses, which is all there is to say.
 TEST_F(IpmiBoardsTest, CheckConfig_FindsNothingWrongWithTheExampleOnceItsPasswordsAreThere) {
-    std::filesystem::copy_file(std::string(ZELKOR_EXAMPLES) + "/config/ipmi.xml", m_folder.Path("config.xml"));
+    std::string example = test::ReadFile(std::string(ZELKOR_EXAMPLES) + "/config/ipmi.xml");
+    for (std::size_t at = example.find("10.0.0."); at != std::string::npos; at = example.find("10.0.0.", at)) {
+        example.replace(at, 3, "127.");
+    }
+    for (const std::string device = "/dev/ipmi0"; example.find("\"" + device) != std::string::npos;) {
+        example.replace(example.find("\"" + device) + 1, device.size(), m_folder.Path("no-device"));
+    }
+    test::WriteFile(m_folder.Path("config.xml"), example);
     const auto check = [this] {
         return test::RunProgram(Command({"--check-config"}), {{"CREDENTIALS_DIRECTORY", m_folder.Path()}});
     };
@@ -211,12 +219,36 @@ TEST_F(IpmiBoardsTest, CheckConfig_FindsNothingWrongWithTheExampleOnceItsPasswor
     }
     const test::Result with = check();
     EXPECT_EQ(with.status, 0) << with.output << with.error;
-    EXPECT_EQ(with.output + with.error, "");
+    EXPECT_EQ(with.error, "");
+    std::istringstream lines(with.output);
+    int boards = 0;
+    for (std::string line; std::getline(lines, line); ++boards) {
+        EXPECT_THAT(line, HasSubstr(": warning: board "));
+        EXPECT_THAT(line, HasSubstr(" does not answer, nothing is proved of its sensors: "));
+    }
+    EXPECT_EQ(boards, 5);
+    EXPECT_THAT(with.output, Not(HasSubstr("a-password")));
     ASSERT_EQ(::chmod(m_folder.Path("icb.pass").c_str(), S_IRUSR | S_IWUSR | S_IROTH), 0);
     const test::Result open = check();
     EXPECT_EQ(open.status, 1);
     EXPECT_THAT(open.output + open.error, HasSubstr(m_folder.Path("icb.pass")));
     EXPECT_THAT(open.output + open.error, Not(HasSubstr("a-password")));
+}
+
+TEST_F(IpmiBoardsTest, CheckConfig_ReadsWhatTheServiceKeepsAndKeepsNothing) {
+    const IpmiSimulator icb(test::WithSensors(3));
+    ConfigureBoards({test::Icb(icb)}, "<monitor><sensors>\n<include>99</include></sensors></monitor>\n");
+    const std::string finding = ":6: error: <include>: no board has a sensor 99\n";
+    EXPECT_EQ(test::RunProgram(Command({"--check-config"})).output, m_folder.Path("config.xml") + finding);
+    EXPECT_FALSE(test::Exists(m_folder.Path("cache")));
+    StartOn({test::Icb(icb)});
+    EXPECT_EQ(Stop(), 0);
+    const std::string kept = test::ReadFile(m_folder.Path("cache/icb_0.sdr"));
+    EXPECT_NE(kept, "");
+    const auto written = std::filesystem::last_write_time(m_folder.Path("cache/icb_0.sdr"));
+    EXPECT_EQ(test::RunProgram(Command({"--check-config"})).output, "");
+    EXPECT_EQ(test::ReadFile(m_folder.Path("cache/icb_0.sdr")), kept);
+    EXPECT_EQ(std::filesystem::last_write_time(m_folder.Path("cache/icb_0.sdr")), written);
 }
 
 }  // namespace

@@ -84,6 +84,20 @@ TEST_F(RecordCacheTest, CannotBeWritten_ToldOnce) {
                                              ": Not a directory")));
 }
 
+TEST_F(RecordCacheTest, ReadOnly_GivesWhatIsKeptAndMakesNothing) {
+    Make(m_folder.Path("cache")).Store("io/1", c_place, Some());
+    const auto log = [this](qstd::LogLevel_e, const std::string& text) { m_log.push_back(text); };
+    RecordCache cache(m_folder.Path("cache"), log, true);
+    EXPECT_EQ(cache.Load("io/1", c_place), Some());
+    cache.Store("io/1", c_place, {});
+    cache.Store("io/2", c_place, Some());
+    EXPECT_EQ(cache.Load("io/1", c_place), Some());
+    EXPECT_FALSE(cache.Load("io/2", c_place));
+    RecordCache(m_folder.Path("other"), log, true).Store("io/1", c_place, Some());
+    EXPECT_FALSE(std::filesystem::exists(m_folder.Path("other")));
+    EXPECT_THAT(m_log, IsEmpty());
+}
+
 TEST_F(RecordCacheTest, NoFolder_NothingKept) {
     RecordCache cache = Make("");
     cache.Store("io/1", c_place, Some());

@@ -44,6 +44,11 @@ public:
     void OnStartRunning() override { Note("OnStartRunning"); }
     void OnAcceptRequests() override { Note("OnAcceptRequests"); }
     void OnShutdown() override { Note("OnShutdown"); }
+    void OnCheckConfig(qcfg::Findings& findings) override {
+        Note("OnCheckConfig on " + std::to_string(bmc::BoardPool::Instance().GetAllLocalBoardUris().size()) +
+             " boards");
+        findings.insert(findings.end(), m_findings.begin(), m_findings.end());
+    }
     qapp::ZelkorBoard* CreateBoard(const bmc::Board* board) override {
         Note("CreateBoard " + board->GetShortName());
         return board->GetShortName() == "IO1" ? new qapp::ZelkorBoard(board) : nullptr;
@@ -83,6 +88,7 @@ public:
     }
 
     std::vector<std::string> m_calls;
+    qcfg::Findings m_findings;                         ///< of its own proof of a configuration
     std::chrono::steady_clock::time_point m_deadline;  ///< of accesses to boards
     std::map<std::string, std::function<void()>> m_inHook;
 
@@ -334,14 +340,63 @@ TEST_F(Application, ActionWithoutAConfigurationOrBoards_IsRefusedLikeTheService)
     EXPECT_THAT(m_application->m_calls, testing::Not(Contains(HasSubstr("(rest"))));
 }
 
-TEST_F(Application, CheckConfig_PrintsWhatIsWrongAndTouchesNoBoard) {
+TEST_F(Application, CheckConfig_ReadsBoardsForALimitedTimeAndStartsNothing) {
     Make();
+    m_application->AddServer();
+    const auto begin = std::chrono::steady_clock::now();
     EXPECT_TRUE(Run({"--check-config"}));
     EXPECT_EQ(m_output, "");
+    EXPECT_THAT(m_application->m_calls, ElementsAre("OnPreConfig", "OnPostConfig", "(boards for an action)",
+                                                    "(accesses limited)", "OnCheckConfig on 2 boards"));
+    EXPECT_GT(m_application->m_deadline, begin + std::chrono::seconds(10));
+    EXPECT_LT(m_application->m_deadline, std::chrono::steady_clock::now() + std::chrono::seconds(16));
+    EXPECT_THAT(bmc::BoardPool::Instance().GetAllLocalBoardUris(), IsEmpty());
+    EXPECT_FALSE(test::Exists(m_folder.Path("log")));
+}
+
+TEST_F(Application, CheckConfig_BoardsOfTheirOwnForIt) {
+    Make();
+    m_application->AddBoardBackend(
+        {{.name = "other", .doc = "boards of a test"}, {}, {}, {}, [](const auto& /*section*/, const auto& /*file*/) {
+             auto backend = std::make_unique<testing::NiceMock<test::MockBackend>>();
+             backend->Add(bmc::Uri("io", "7"), "IO7", bmc::BoardType_e::io);
+             return backend;
+         }});
+    EXPECT_TRUE(Run({"--check-config"}, "<zelkor><boards backend='other'/></zelkor>"));
+    EXPECT_THAT(m_application->m_calls, Contains("OnCheckConfig on 1 boards"));
+}
+
+TEST_F(Application, CheckConfig_FindingsOfTheApplication_InTheOrderOfTheFile) {
+    Make();
+    m_application->m_findings = {{qcfg::Severity_e::warning, 4, "late"}, {qcfg::Severity_e::warning, 2, "early"}};
+    const std::string config = "<zelkor>\n\n<service/>\n</zelkor>";
+    const std::string place = m_folder.Path("c.xml");
+    EXPECT_TRUE(Run({"--check-config"}, config));
+    EXPECT_EQ(m_output, place + ":2: warning: early\n" + place +
+                            ":3: warning: <service> is empty and counts as absent\n" + place + ":4: warning: late\n");
+    m_application->m_findings = {{qcfg::Severity_e::error, 4, "wrong"}};
+    EXPECT_FALSE(Run({"--check-config"}, config));
+    EXPECT_THAT(m_output, HasSubstr(place + ":4: error: wrong\n"));
+}
+
+TEST_F(Application, CheckConfig_BoardsThatCannotBeMadeOrAProofThatRaises_AreErrors) {
+    Make();
+    const std::string place = m_folder.Path("c.xml");
+    m_application->m_inHook["OnCheckConfig on 2 boards"] = [] { throw qstd::Exception("no proof"); };
+    EXPECT_FALSE(Run({"--check-config"}));
+    EXPECT_EQ(m_output, place + ": error: no proof\n");
+    EXPECT_THAT(bmc::BoardPool::Instance().GetAllLocalBoardUris(), IsEmpty());
+    m_application->m_inHook["(boards for an action)"] = [] { throw qstd::Exception("no bus"); };
+    EXPECT_FALSE(Run({"--check-config"}, "<zelkor>\n<boards backend='mock'/></zelkor>"));
+    EXPECT_EQ(m_output, place + ":2: error: no bus\n");
+}
+
+TEST_F(Application, CheckConfig_ErrorsOfTheRules_KeepItFromTheBoards) {
+    Make();
     EXPECT_FALSE(Run({"--check-config"}, "<zelkor>\n\n<boards backend='smoke'/></zelkor>"));
     EXPECT_EQ(m_output, m_folder.Path("c.xml") +
                             ":3: error: attribute \"backend\" of <boards>: \"smoke\" is not known (known: mock)\n");
-    EXPECT_THAT(m_application->m_calls, testing::Not(Contains("(boards)")));
+    EXPECT_THAT(m_application->m_calls, ElementsAre("OnPreConfig", "OnPostConfig"));
     EXPECT_FALSE(test::Exists(m_folder.Path("log")));
 }
 
