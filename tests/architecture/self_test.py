@@ -127,6 +127,26 @@ class Planted(unittest.TestCase):
         self.write("docs/page.md", "<!-- quote: b.cpp -->\n```cpp\nint a;\n```\n")
         self.refused("check_quotes.py", "docs/page.md: b.cpp is not there")
 
+    def test_links_that_lead_somewhere_pass(self):
+        self.write("docs/other.md", "# One `page`: a way\n")
+        self.write("README.md", "[a](docs/other.md#one-page-a-way) `daemon/{main.cpp,*.h}` `main.cpp` [b](https://c.d)\n")
+        self.assertEqual(self.check("check_links.py"), (0, "2 links in 2 documents lead somewhere\n"))
+
+    def test_link_that_leads_nowhere(self):
+        self.write("README.md", "\n[a](docs/none.md)\n")
+        self.refused("check_links.py", "README.md:2: the link leads nowhere: docs/none.md")
+
+    def test_link_to_a_heading_that_is_not_there(self):
+        self.write("docs/other.md", "# Title\n```\n# no heading\n```\n")
+        self.write("README.md", "[a](docs/other.md#no-heading)\n")
+        self.refused("check_links.py", "README.md:1: there is no such heading: docs/other.md#no-heading")
+
+    def test_name_of_a_file_that_is_not_there(self):
+        self.write("README.md", "[a](README.md) `daemon/none.cpp`\n")
+        self.refused("check_links.py", "README.md:1: there is no daemon/none.cpp")
+        self.write("README.md", "[a](README.md) `none.h`\n")
+        self.refused("check_links.py", "README.md:1: there is no file none.h anywhere")
+
     def guide(self, *messages):
         """A guide with these messages, a row each."""
         rows = "".join(f"| {message} | | |\n" for message in messages)
