@@ -77,6 +77,9 @@ A simulated chassis, fans that follow the temperatures, and clients of this host
       <set lower="30" upper="45" rpm="4000"/>
       <set lower="40" upper="60" rpm="6500"/>
     </fans>
+    <sensors>
+      <exclude board="icb/0">all</exclude>
+    </sensors>
   </temperature_control>
 </zelkor>
 .EE
