@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Checks what an installation puts where: installs the build into a folder of its own and looks.
+"""Checks what an installation puts where: installs the build below a folder of its own and looks.
 
-Usage: check_installed.py CMAKE BUILD [FILE]...
-FILE: what has to be there, too, below the prefix.
+Usage: check_installed.py CMAKE BUILD PREFIX [FILE]...
+PREFIX is the one that the build was configured with. FILE: what has to be there, too, below it.
 Exit status 1 when something is missing, or does not work where it was put."""
 
 import os
@@ -21,10 +21,10 @@ EXPECTED = [
     "share/bash-completion/completions/zelkor-chassisctl",
     "share/bash-completion/completions/zelkor-platformd",
     "share/bash-completion/completions/zelkor-regctl",
-    "share/man/man1/zelkor-chassisctl.1",
-    "share/man/man1/zelkor-regctl.1",
-    "share/man/man5/zelkor-platformd.xml.5",
-    "share/man/man8/zelkor-platformd.8",
+    "share/man/man1/zelkor-chassisctl.1.gz",
+    "share/man/man1/zelkor-regctl.1.gz",
+    "share/man/man5/zelkor-platformd.xml.5.gz",
+    "share/man/man8/zelkor-platformd.8.gz",
 ]
 PAGES = ("zelkor-platformd", "zelkor-platformd.xml", "zelkor-regctl", "zelkor-chassisctl")
 
@@ -51,12 +51,13 @@ def problems_in(prefix, expected):
 
 
 def main():
-    cmake, build, *others = sys.argv[1:]
+    cmake, build, prefix, *others = sys.argv[1:]
     expected = EXPECTED + [name for name in others if name]
     with tempfile.TemporaryDirectory() as folder:
-        prefix = pathlib.Path(folder) / "usr"
-        status, text = output_of(cmake, "--install", build, "--prefix", str(prefix), DESTDIR="")
-        problems = [f"status {status} of the installation: {text}"] if status != 0 else problems_in(prefix, expected)
+        # Whatever stands outside of the prefix goes below the folder, too.
+        status, text = output_of(cmake, "--install", build, DESTDIR=folder)
+        there = pathlib.Path(folder) / prefix.lstrip("/")
+        problems = [f"status {status} of the installation: {text}"] if status != 0 else problems_in(there, expected)
     print("\n".join(problems) if problems else f"all {len(expected)} files are where they belong")
     return 1 if problems else 0
 
