@@ -11,6 +11,7 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 # together: the headers of the libraries are most of what there is to compile. Sources of one target therefore have no
 # two names alike, anonymous namespaces included.
 set(CMAKE_UNITY_BUILD_BATCH_SIZE 12)
+
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   # Files of any size, and times beyond 2038: what the C library is asked for then is its 64-bit form. No library that
   # this system calls is handed a time_t, a timespec or an off_t: those would still be compiled for 32 bits.
