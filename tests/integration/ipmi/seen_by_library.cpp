@@ -16,8 +16,8 @@
 
 namespace {
 
-std::atomic<long> g_offset = 0;  // s
-std::atomic<long> g_step = 0;    // s
+std::atomic<std::int64_t> g_offset = 0;  // s
+std::atomic<std::int64_t> g_step = 0;    // s
 std::atomic<long> g_looks = 0;
 std::atomic<int> g_sent = 0;
 std::atomic<int> g_toLose = 0;
@@ -82,7 +82,7 @@ Spoiler g_spoiler;
 extern "C" int gettimeofday(timeval* time, void* /*zone*/) noexcept {
     timespec now{};
     ::clock_gettime(CLOCK_REALTIME, &now);
-    time->tv_sec = now.tv_sec + g_offset.fetch_add(g_step);
+    time->tv_sec = static_cast<time_t>(now.tv_sec + g_offset.fetch_add(g_step));
     time->tv_usec = now.tv_nsec / 1000;
     ++g_looks;
     return 0;

@@ -50,7 +50,7 @@ struct ControllerState {
     std::uint8_t isUpdating;
     std::uint8_t selfTest[2];
     std::uint32_t serviceMicroseconds;
-    std::uint64_t busyNanoseconds;
+    alignas(8) std::uint64_t busyNanoseconds;
     SensorState sensors[256];
     CommandState commands[32][256];  ///< by half of the network function and command
     std::uint16_t registers[65536];
@@ -79,9 +79,9 @@ struct SimulatorState {
 
     FpgaState fpga;
     std::uint8_t hasCipherSuite17;
-    std::uint64_t executedCommand;  ///< number of the last console command that is done
-    std::uint32_t sessionCount;     ///< when it was last counted
-    std::uint32_t writeCount;       ///< may exceed what is kept
+    alignas(8) std::uint64_t executedCommand;  ///< number of the last console command that is done
+    std::uint32_t sessionCount;                ///< when it was last counted
+    std::uint32_t writeCount;                  ///< may exceed what is kept
     std::array<WriteState, c_maxWrites> writes;
     std::array<ControllerState, c_maxControllers> controllers;
 };

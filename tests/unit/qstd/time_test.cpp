@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <ctime>
 #include <limits>
 #include <sstream>
@@ -72,9 +73,9 @@ TEST(Time, MicrosecondsThereAndBack) {
 
 TEST(Time, WhatNoCountOfSecondsHolds_StaysAtTheNearest) {
     constexpr auto c_most = std::numeric_limits<std::int64_t>::max();
-    const Time longest(std::numeric_limits<unsigned long>::max(), 0);
+    const Time longest(std::numeric_limits<std::uint64_t>::max(), 0);
     ExpectTime(longest, c_most, 0);
-    ExpectTime(Time(static_cast<unsigned long>(c_most), 1000000), c_most, 0);
+    ExpectTime(Time(static_cast<std::uint64_t>(c_most), 1000000), c_most, 0);
     ExpectTime(longest + Time(1, 0), c_most, 0);
     EXPECT_EQ(longest.ToMicroseconds(), c_most);
     const Time least = Time(0, 0) - longest - longest - longest;
@@ -136,7 +137,7 @@ TEST(Time, PrintsInTheZoneOfTheProcess) {
 }
 
 TEST(Time, PrintsSecondsWhereNoCalendarReaches) {
-    EXPECT_EQ(Time(std::numeric_limits<unsigned long>::max(), 0).ToString(), "9223372036854775807 s");
+    EXPECT_EQ(Time(std::numeric_limits<std::uint64_t>::max(), 0).ToString(), "9223372036854775807 s");
 }
 
 }  // namespace
