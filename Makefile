@@ -7,7 +7,7 @@ JOBS := $(shell nproc)
 # Most tests wait for programs, clocks and sockets most of the time.
 TEST_JOBS := $(shell expr 3 \* $(JOBS))
 
-.PHONY: help deps build run demo test bench asan tsan tidy format fuzz install deb clean
+.PHONY: help deps build run demo test bench asan tsan tidy format fuzz install deb test-deb clean
 
 help:
 	@echo "make run      install what is missing, build, start the daemon on the example chassis"
@@ -21,6 +21,7 @@ help:
 	@echo "make fuzz     every fuzz target for a minute"
 	@echo "make install  install (honours DESTDIR and PREFIX)"
 	@echo "make deb      the Debian packages, in $(BUILD)/packages"
+	@echo "make test-deb the packages in a clean root: installed, used, upgraded, removed (needs root)"
 
 deps:
 	@.ci/install-packages
@@ -88,6 +89,11 @@ deb: deps
 	@rm -rf $(BUILD)/packages
 	@umask 022 && cd $(BUILD) && cpack > cpack.log 2>&1 || { cat cpack.log; exit 1; }
 	@ls $(BUILD)/packages/*.deb
+
+# Status 77: this machine cannot do it, and says why.
+test-deb: deb
+	@cmake --build --preset release -j $(JOBS) --target e2e_programs
+	@python3 tests/packaging/check_clean_root.py $(BUILD)
 
 clean:
 	@rm -rf build build-*

@@ -205,9 +205,9 @@ class Restrictions(ServiceTest):
 
     def test_what_the_service_needs_is_missed_when_it_is_taken_away(self):
         for lines in ("LogsDirectory=", "RuntimeDirectory=", f"InaccessiblePaths={os.path.dirname(CONFIGURATION)}",
-                      "RestrictAddressFamilies=\nRestrictAddressFamilies=AF_UNIX",
-                      "RestrictAddressFamilies=\nRestrictAddressFamilies=AF_INET AF_INET6",
-                      "SystemCallFilter=~timerfd_create", "SystemCallFilter=~clone clone3", "SystemCallFilter=~rename"):
+                      "RestrictAddressFamilies=~AF_INET AF_INET6", "RestrictAddressFamilies=~AF_UNIX",
+                      "RestrictAddressFamilies=~AF_NETLINK",
+                      "SystemCallFilter=~timerfd_create", "SystemCallFilter=~clone clone3"):
             with self.subTest(lines):
                 self.end_service()
                 MANAGER.run("rm", "-rf", "/var/log/zelkor")
@@ -303,7 +303,8 @@ def main():
     try:
         own_systemd.require_machine()
         with install(sys.argv[1]) as files, own_systemd.OwnSystemd(binds=[files, HERE]) as MANAGER:
-            MANAGER.run("cp", "-a", f"{files}/.", "/")
+            # Where /lib is a link it stays one.
+            MANAGER.run("sh", "-c", f"tar -C '{files}' -c . | tar -C / -x --keep-directory-symlink --no-overwrite-dir")
             MANAGER.run("systemd-sysusers")
             MANAGER.run("systemctl", "daemon-reload")
             UNIT_FILE = MANAGER.run("systemctl", "show", "--value", "-p", "FragmentPath", UNIT).stdout.strip()

@@ -152,7 +152,8 @@ def own_root(plan):
     root = folder / "root"
     # Of the machine's own services none is started.
     mount("-t", "tmpfs", "-o", "mode=755", "tmpfs", root / "etc/systemd/system")
-    (root / "etc/fstab").write_text("", encoding="utf-8")
+    for name in ("fstab", "hosts"):
+        (root / "etc" / name).write_text("", encoding="utf-8")
     return root
 
 

@@ -64,7 +64,7 @@ FORBIDDEN = {
     "open a device": lambda: open("/dev/zelkor-probe", "rb").close(),
     "see other processes": lambda: os.listdir("/proc/1"),
     "see the kernel's settings": lambda: os.listdir("/proc/sys/kernel"),
-    "talk to the kernel's network": lambda: socket.socket(socket.AF_NETLINK, socket.SOCK_RAW, 0).close(),
+    "see packets of others": lambda: socket.socket(socket.AF_PACKET, socket.SOCK_DGRAM, 0).close(),
     "send raw packets": lambda: socket.socket(socket.AF_INET, socket.SOCK_RAW, 1).close(),
     "mount": lambda: libc("mount", b"none", b"/tmp", b"tmpfs", 0, None),
     "have namespaces": lambda: libc("unshare", CLONE_NEWUTS),
