@@ -22,8 +22,8 @@ SOURCE = pathlib.Path(__file__).resolve().parents[2]
 UNIT = "zelkor-platformd.service"
 CONFIGURATION = "/etc/zelkor/zelkor-platformd.xml"
 PACKAGES = ("zelkor-platformd", "zelkor-bmc-ipmi")
-# The service manager, and the controllers that the end-to-end tests simulate.
-INCLUDED = "systemd,openipmi,ipmitool,tzdata"
+# The service manager, what is recommended, and what the end-to-end tests need: simulated controllers, time zones.
+INCLUDED = "systemd,logrotate,openipmi,ipmitool,tzdata"
 SHARDS = 6
 # What the package manager and the service manager keep for themselves, and what is made anew at any time.
 NOT_LOOKED_AT = ("/var/lib/dpkg", "/var/lib/apt", "/var/cache", "/var/log/apt", "/var/log/dpkg.log", "/var/log/journal",
@@ -34,7 +34,7 @@ LEFT_BY_REMOVAL = [
     # That the service is enabled is a choice of the operator, too.
     f"/etc/systemd/system/multi-user.target.wants/{UNIT}", f"/var/lib/systemd/deb-systemd-helper-enabled/{UNIT}.dsh-also",
     f"/var/lib/systemd/deb-systemd-helper-enabled/multi-user.target.wants/{UNIT}",
-    "/var/log/zelkor", "/var/log/zelkor/sensors", "/var/log/zelkor/zelkor-platformd.log"]
+    "/var/log/zelkor", "/var/log/zelkor/zelkor-platformd.log"]
 
 
 def expect(is_true, text):
@@ -89,8 +89,9 @@ class CleanRoot:
 
 
 class Life:
-    def __init__(self, build, manager, root):
+    def __init__(self, build, manager, root, binds):
         self.build = build
+        self.binds = binds
         self.manager = manager
         self.root = root
         self.packages = self.put_in({name: self.package(name) for name in PACKAGES})
@@ -107,7 +108,7 @@ class Life:
         return [f"/var/tmp/{package.name}" for package in packages.values()]
 
     def apt(self, *words):
-        self.manager.run("apt-get", "-q", "-y", *words, own_network=False, environment={"DEBIAN_FRONTEND": "noninteractive"})
+        self.manager.run("apt-get", "-q", "-y", "--no-install-recommends", *words, own_network=False, environment={"DEBIAN_FRONTEND": "noninteractive"})
 
     def show(self, name):
         return self.manager.run("systemctl", "show", "--value", "-p", name, UNIT).stdout.strip()
@@ -139,21 +140,37 @@ class Life:
         return self.manager.run("journalctl", "-o", "cat", "--no-pager", "-u", UNIT).stdout
 
     def run_tests(self):
-        """The end-to-end tests, in several parts at a time."""
+        """The end-to-end tests, in several parts at a time. They and all that they start, the daemons above all, run as the
+        service does: as its user, with its restrictions. Only their folders are others."""
         self.manager.run("systemctl", "stop", UNIT)
-        self.manager.run("mkdir", "-p", "/tmp/parts")
-        parts = []
+        passed_over = ("Type=", "Exec", "Watchdog", "Restart", "Timeout", "ProtectHome=")
+        lines = [line for line in self.manager.read(f"/lib/systemd/system/{UNIT}").splitlines()
+                 if not line.startswith(passed_over) and "Directory" not in line]
+        expect(lines.count("User=zelkor") == 1 and len(lines) > 30, "the restrictions of the unit are not found")
+        parts = {}
         for program in sorted((self.build / "bin").glob("e2e*_test")):
             for shard in range(SHARDS):
-                environment = {"ZELKOR_PROGRAMS": "/usr/sbin:/usr/bin", "GTEST_TOTAL_SHARDS": SHARDS, "GTEST_SHARD_INDEX": shard,
-                               "GTEST_BRIEF": 1, "TMPDIR": "/tmp/parts"}
-                parts.append(subprocess.Popen(self.manager.command(program, environment=environment), text=True,
-                                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL))
-        expect(len(parts) > 0, "no end-to-end tests are built")
-        said = [part.communicate()[0] for part in parts]
-        failed = [text for part, text in zip(parts, said) if part.returncode != 0]
-        expect(not failed, "\n".join(failed))
-        passed = sum(int(line.split()[3]) for text in said for line in text.splitlines() if "[  PASSED  ]" in line)
+                name = f"zelkor-{program.name}-{shard}.service"
+                settings = {"ZELKOR_PROGRAMS": "/usr/sbin:/usr/bin", "GTEST_TOTAL_SHARDS": SHARDS, "GTEST_SHARD_INDEX": shard,
+                            "GTEST_BRIEF": 1, "TMPDIR": "/tmp"}
+                own = ["Type=oneshot", f"ExecStart={program}", "ProtectHome=tmpfs", f"BindReadOnlyPaths={' '.join(self.binds)}",
+                       *[f"Environment={key}={value}" for key, value in settings.items()]]
+                self.manager.write(f"/run/systemd/system/{name}",
+                                   "\n".join(lines).replace("[Service]", "\n".join(["[Service]", *own])) + "\n")
+                parts[name] = None
+        expect(parts, "no end-to-end tests are built")
+        self.manager.run("systemctl", "daemon-reload")
+        for name in parts:
+            parts[name] = subprocess.Popen(self.manager.command("systemctl", "start", name), stdin=subprocess.DEVNULL,
+                                           stderr=subprocess.DEVNULL)
+        statuses = {name: part.wait() for name, part in parts.items()}
+        self.manager.run("journalctl", "--sync")
+        passed = 0
+        for name, status in statuses.items():
+            said = self.manager.run("journalctl", "-o", "cat", "--no-pager", "-u", name).stdout
+            expect(status == 0, f"{name}: status {status}\n{said}")
+            passed += sum(int(line.split()[3]) for line in said.splitlines() if "[  PASSED  ]" in line)
+        expect(passed > 0, "no test was run")
         self.manager.run("systemctl", "start", UNIT)
         return passed
 
@@ -175,6 +192,7 @@ class Life:
     def higher(self, name):
         folder = self.build / "clean-root/higher" / name
         shutil.rmtree(folder, ignore_errors=True)
+        folder.parent.mkdir(parents=True, exist_ok=True)
         subprocess.run(["dpkg-deb", "-R", self.package(name), folder], check=True)
         control = folder / "DEBIAN/control"
         version = self.manager.run("dpkg-query", "-W", "-f", "${Version}", name).stdout
@@ -192,7 +210,7 @@ class Life:
     def take_away(self, before):
         self.apt("remove", *PACKAGES)
         expect(self.manager.run("systemctl", "is-active", UNIT, check=False).returncode != 0, "the service still runs")
-        left = [path for path in self.strangers(before) if not path.startswith("/var/log/zelkor/sensors/")]
+        left = [path for path in self.strangers(before) if not path.startswith("/var/log/zelkor/sensors")]
         expect(left == sorted(LEFT_BY_REMOVAL), "left by the removal:\n" + "\n".join(left))
         self.apt("purge", *PACKAGES)
         expect(self.strangers(before) == [], "left by the purge:\n" + "\n".join(self.strangers(before)))
@@ -209,8 +227,10 @@ def check(build):
     step("making a root folder")
     clean.make()
     step("starting systemd in it")
-    with own_systemd.OwnSystemd(clean.root, binds=[SOURCE, build]) as manager:
-        life = Life(build, manager, clean.root)
+    # What the tests need. Not the folders above, which the service's user need not be able to enter.
+    binds = [str(path) for path in (SOURCE / "tests", SOURCE / "examples", build / "bin", build / "tests", build / "lib")]
+    with own_systemd.OwnSystemd(clean.root, binds) as manager:
+        life = Life(build, manager, clean.root, binds)
         before = life.files()
         step("installing the packages")
         life.install()

@@ -223,7 +223,8 @@ class Restrictions(ServiceTest):
         return json.loads(MANAGER.run("journalctl", "-o", "cat", "--no-pager", "-n", "1", "-t", "zelkor-probe").stdout)
 
     def test_nothing_else_is_allowed(self):
-        probe = f"Type=oneshot\nSyslogIdentifier=zelkor-probe\nExecStart=/usr/bin/python3 {HERE}/probe.py\n"
+        MANAGER.write("/usr/local/lib/zelkor-probe.py", (HERE / "probe.py").read_text(encoding="utf-8"))
+        probe = "Type=oneshot\nSyslogIdentifier=zelkor-probe\nExecStart=/usr/bin/python3 /usr/local/lib/zelkor-probe.py\n"
         other = ("Type=", "Exec", "Watchdog", "Restart")
         lines = [line for line in MANAGER.read(UNIT_FILE).splitlines() if not line.startswith(other)]
         result = self.probe("\n".join(lines).replace("[Service]\n", "[Service]\n" + probe))
@@ -302,7 +303,7 @@ def main():
     global MANAGER, PROGRAM, UNIT_FILE
     try:
         own_systemd.require_machine()
-        with install(sys.argv[1]) as files, own_systemd.OwnSystemd(binds=[files, HERE]) as MANAGER:
+        with install(sys.argv[1]) as files, own_systemd.OwnSystemd(binds=[files]) as MANAGER:
             # Where /lib is a link it stays one.
             MANAGER.run("sh", "-c", f"tar -C '{files}' -c . | tar -C / -x --keep-directory-symlink --no-overwrite-dir")
             MANAGER.run("systemd-sysusers")

@@ -34,7 +34,7 @@ def require_machine():
     """Raises Unavailable where no service manager of its own can be started."""
     if os.geteuid() != 0:
         raise Unavailable("namespaces and mounts need root")
-    for tool in ("unshare", "nsenter", "setpriv", "pivot_root", "mount", "ip"):
+    for tool in ("unshare", "nsenter", "setpriv", "pivot_root", "mount", "ip", "hostname"):
         if shutil.which(tool) is None:
             raise Unavailable(f"{tool} is not installed")
     done = subprocess.run(["unshare", "--mount", "--pid", "--fork", "--ipc", "--uts", "--net", "--cgroup",
