@@ -134,15 +134,116 @@ class Planted(unittest.TestCase):
         self.write("docs/page.md", "<!-- quote: b.cpp -->\n```cpp\nint a;\n```\n")
         self.refused("check_quotes.py", "docs/page.md: b.cpp is not there")
 
+    def test_links_that_lead_somewhere_pass(self):
+        self.write("docs/other.md", "# One `page`: a way\n")
+        self.write("README.md", "[a](docs/other.md#one-page-a-way) `daemon/{main.cpp,*.h}` `main.cpp` [b](https://c.d)\n")
+        self.assertEqual(self.check("check_links.py"), (0, "2 links in 2 documents lead somewhere\n"))
+
+    def test_link_that_leads_nowhere(self):
+        self.write("README.md", "\n[a](docs/none.md)\n")
+        self.refused("check_links.py", "README.md:2: the link leads nowhere: docs/none.md")
+
+    def test_link_to_a_heading_that_is_not_there(self):
+        self.write("docs/other.md", "# Title\n```\n# no heading\n```\n")
+        self.write("README.md", "[a](docs/other.md#no-heading)\n")
+        self.refused("check_links.py", "README.md:1: there is no such heading: docs/other.md#no-heading")
+
+    def test_name_of_a_file_that_is_not_there(self):
+        self.write("README.md", "[a](README.md) `daemon/none.cpp`\n")
+        self.refused("check_links.py", "README.md:1: there is no daemon/none.cpp")
+        self.write("README.md", "[a](README.md) `none.h`\n")
+        self.refused("check_links.py", "README.md:1: there is no file none.h anywhere")
+
+    def guide(self, *messages):
+        """A guide with these messages, a row each."""
+        rows = "".join(f"| {message} | | |\n" for message in messages)
+        self.write("docs/operations/guide.md", f"| message | what it means | what to do |\n|---|---|---|\n{rows}")
+
+    def logs(self, statement, name="daemon/a.cpp"):
+        self.write(name, f"void F(const std::string& reason) {{\n    {statement}\n}}\n")
+
+    def knows(self, message):
+        """The guide with this one message has nothing missing and nothing too much."""
+        self.guide(f"`{message}`")
+        status, text = self.check("check_messages.py")
+        self.assertEqual(status, 0, text)
+
     def test_message_that_the_guide_knows_passes(self):
-        self.write("docs/operations/guide.md", "| `Cannot open FILE: REASON` | |\n")
-        self.write("core/shared/qstd/a.cpp", 'qstd::LogError("Cannot open FILE: " + reason);\n')
+        self.logs('qstd::LogError("Cannot open FILE: " + reason);')
+        self.guide("`Cannot open FILE: REASON`")
         self.assertEqual(self.check("check_messages.py"), (0, "the guide knows all 1 messages\n"))
 
     def test_message_that_the_guide_does_not_know(self):
-        self.write("docs/operations/guide.md", "| `Cannot open FILE: REASON` | |\n")
-        self.write("daemon/a.cpp", 'void F() {\n    qstd::LogWarning(\n        "Cannot close: " + reason);\n}\n')
-        self.refused("check_messages.py", 'daemon/a.cpp:2: the guide does not know "Cannot close"')
+        self.guide("`Cannot open FILE: REASON`")
+        self.logs('qstd::LogError("Cannot open " + reason);\n    qstd::LogWarning(\n        "Cannot close: " + reason);')
+        self.refused("check_messages.py", 'daemon/a.cpp:3: the guide does not know "Cannot close: …"')
+
+    def test_message_of_the_guide_that_is_nowhere_logged(self):
+        self.guide("`Cannot open FILE: REASON`", "`Cannot close FILE`")
+        self.logs('qstd::LogError("Cannot open file: " + reason);')
+        self.refused("check_messages.py", 'docs/operations/guide.md:4: there is no message "Cannot close FILE"')
+
+    def test_message_that_stands_elsewhere_in_the_guide_only(self):
+        self.guide("`Cannot open FILE: REASON` | not `Cannot close`")
+        self.logs('qstd::LogError("Cannot open " + reason);\n    qstd::LogInfo("Cannot close");')
+        self.refused("check_messages.py", 'the guide does not know "Cannot close"')
+
+    def test_message_of_the_guide_that_is_longer_in_its_middle(self):
+        self.guide("`Cannot open FILE in the other folder: REASON`")
+        self.logs('qstd::LogError("Cannot open " + name + ": " + reason);')
+        self.refused("check_messages.py", 'the guide does not know "Cannot open …: …"')
+
+    def test_message_put_together_in_a_variable(self):
+        self.logs('std::string text = "Fans changed from ";\n    text.append(reason);\n    qstd::LogInfo(text);')
+        self.knows("Fans changed from N RPM to N RPM")
+        self.guide("`Fans are changed from N to N`")
+        self.refused("check_messages.py", 'the guide does not know "Fans changed from …"')
+
+    def test_message_put_together_by_a_format(self):
+        self.logs('qstd::LogInfo(fmt::format("Board {} has {:.1f}; no {}", a, b, reason));')
+        self.knows("Board NAME has N; no REASON")
+        self.guide("`Board NAME has N`")
+        self.assertEqual(self.check("check_messages.py")[0], 0, "a message may be cut at its end")
+
+    def test_message_that_is_one_of_two(self):
+        self.logs('qstd::LogInfo(isOne ? "One board ended" : "All boards ended");')
+        self.guide("`One board ended`")
+        self.refused("check_messages.py", 'the guide does not know "All boards ended"')
+
+    def test_message_of_a_library_that_hands_it_to_its_host(self):
+        self.guide("`Cannot open FILE`")
+        self.logs('m_log(qstd::LogLevel_e::warning,\n    "Cannot keep " + reason);', "bmc/ipmi/a.cpp")
+        self.refused("check_messages.py", 'bmc/ipmi/a.cpp:2: the guide does not know "Cannot keep …"')
+
+    def test_message_of_a_log_that_limits_how_often_it_writes(self):
+        self.guide("`Cannot open FILE`")
+        self.logs('m_refusals.Warning("Refused " + reason);', "core/shared/qreg/a.cpp")
+        self.refused("check_messages.py", 'the guide does not know "Refused …"')
+
+    def test_message_in_a_header(self):
+        self.guide("`Cannot open FILE`")
+        self.logs('qstd::LogCritical("Cannot stop");', "core/shared/qapp/a.h")
+        self.refused("check_messages.py", 'core/shared/qapp/a.h:2: the guide does not know "Cannot stop"')
+
+    def test_message_of_a_caught_exception(self):
+        self.logs('LogCaught("Problem in worker - ", "Nobody knows", "trace");')
+        self.guide("`Problem in worker - TEXT`")
+        self.refused("check_messages.py", 'the guide does not know "Nobody knows"')
+
+    def test_exception_that_ends_a_start(self):
+        self.guide("`Cannot open FILE`")
+        self.logs('throw qstd::Exception("Cannot write pid file " + reason);', "core/shared/qapp/pid_file.cpp")
+        self.refused("check_messages.py", 'core/shared/qapp/pid_file.cpp:2: the guide does not know "Cannot write pid file')
+
+    def test_message_without_words_of_its_own(self):
+        self.guide("`Cannot open FILE`")
+        self.logs("qstd::LogInfo(reason);")
+        self.refused("check_messages.py", "daemon/a.cpp:2: a message without words of its own: reason")
+
+    def test_guide_without_messages(self):
+        self.write("docs/operations/guide.md", "| `Cannot open FILE` | |\n")
+        self.logs('qstd::LogInfo("Cannot open " + reason);')
+        self.refused("check_messages.py", 'the guide does not know "Cannot open …"')
 
     @unittest.skipIf(shutil.which("clang-format") is None, "clang-format is not installed")
     def test_source_out_of_format(self):

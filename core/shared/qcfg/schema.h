@@ -11,7 +11,7 @@
 #include "qcfg/value_type.h"
 
 // The rules of a configuration: one table that drives the checker (checker.h), the XML schema (schema_writer.h) and the
-// reference page (reference_writer.h), so that the three cannot differ.
+// reference pages (reference_writer.h, manual_writer.h), so that they cannot differ.
 
 namespace qcfg {
 

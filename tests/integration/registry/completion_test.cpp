@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "tests/integration/registry/server_process.h"
+#include "tests/support/bash_completion.h"
 
 namespace {
 
@@ -13,31 +14,11 @@ using testing::IsEmpty;
 
 /// What bash offers behind @p line; {} in it is the server's host and port.
 std::vector<std::string> Completions(std::string line, const std::string& server) {
-    const std::string script = R"(
-        source "$1"
-        COMP_LINE=$2 COMP_POINT=${#2}
-        # As bash cuts it: at blanks and colons.
-        read -ra COMP_WORDS <<<"${2//:/ : }"
-        [[ $2 == *[[:space:]] ]] && COMP_WORDS+=('')
-        COMP_WORDS[0]=$3 COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
-        _zelkor_regctl
-        ((${#COMPREPLY[@]})) && printf '%s\n' "${COMPREPLY[@]}"
-        exit 0
-    )";
     const std::size_t place = line.find("{}");
     if (place != std::string::npos) {
         line.replace(place, 2, server);
     }
-    const test::Result result =
-        test::RunProgram({"/bin/bash", "-c", script, "bash", ZELKOR_COMPLETION, line, ZELKOR_BIN "/zelkor-regctl"});
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.error, "");
-    std::vector<std::string> lines;
-    std::istringstream text(result.output);
-    for (std::string each; std::getline(text, each);) {
-        lines.push_back(each);
-    }
-    return lines;
+    return test::BashCompletions(ZELKOR_COMPLETION, "_zelkor_regctl", ZELKOR_BIN "/zelkor-regctl", line);
 }
 
 class CompletionTest : public testing::Test {
