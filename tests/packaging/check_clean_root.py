@@ -108,7 +108,8 @@ class Life:
         return [f"/var/tmp/{package.name}" for package in packages.values()]
 
     def apt(self, *words):
-        self.manager.run("apt-get", "-q", "-y", "--no-install-recommends", *words, own_network=False, environment={"DEBIAN_FRONTEND": "noninteractive"})
+        self.manager.run("apt-get", "-q", "-y", "--no-install-recommends", *words, own_network=False,
+                         environment={"DEBIAN_FRONTEND": "noninteractive"})
 
     def show(self, name):
         return self.manager.run("systemctl", "show", "--value", "-p", name, UNIT).stdout.strip()
@@ -151,9 +152,10 @@ class Life:
         for program in sorted((self.build / "bin").glob("e2e*_test")):
             for shard in range(SHARDS):
                 name = f"zelkor-{program.name}-{shard}.service"
-                settings = {"ZELKOR_PROGRAMS": "/usr/sbin:/usr/bin", "GTEST_TOTAL_SHARDS": SHARDS, "GTEST_SHARD_INDEX": shard,
-                            "GTEST_BRIEF": 1, "TMPDIR": "/tmp"}
-                own = ["Type=oneshot", f"ExecStart={program}", "ProtectHome=tmpfs", f"BindReadOnlyPaths={' '.join(self.binds)}",
+                settings = {"ZELKOR_PROGRAMS": "/usr/sbin:/usr/bin", "GTEST_TOTAL_SHARDS": SHARDS,
+                            "GTEST_SHARD_INDEX": shard, "GTEST_BRIEF": 1, "TMPDIR": "/tmp"}
+                own = ["Type=oneshot", f"ExecStart={program}", "ProtectHome=tmpfs",
+                       f"BindReadOnlyPaths={' '.join(self.binds)}",
                        *[f"Environment={key}={value}" for key, value in settings.items()]]
                 self.manager.write(f"/run/systemd/system/{name}",
                                    "\n".join(lines).replace("[Service]", "\n".join(["[Service]", *own])) + "\n")

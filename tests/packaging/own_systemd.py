@@ -110,7 +110,8 @@ class OwnSystemd:
     def command(self, *words, own_network=True, environment=None):
         """The command line that runs these words in there. With the machine's network when it is not to be the own."""
         namespaces = ["--mount", "--pid", "--ipc", "--uts", "--cgroup"] + (["--net"] if own_network else [])
-        settings = {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "LANG": "C.UTF-8", **(environment or {})}
+        settings = {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "LANG": "C.UTF-8",
+                    **(environment or {})}
         return ["nsenter", "--target", str(self._pid), *namespaces, "--", "env", "-i", "--chdir=/",
                 *[f"{name}={value}" for name, value in settings.items()], *[str(word) for word in words]]
 
