@@ -7,7 +7,7 @@ JOBS := $(shell nproc)
 # Most tests wait for programs, clocks and sockets most of the time.
 TEST_JOBS := $(shell expr 3 \* $(JOBS))
 
-.PHONY: help deps build run demo test test-i386 bench asan tsan tidy format fuzz install clean
+.PHONY: help deps build run demo test test-i386 test-deb bench asan tsan tidy format fuzz install deb clean
 
 help:
 	@echo "make run      install what is missing, build, start the daemon on the example chassis"
@@ -21,6 +21,8 @@ help:
 	@echo "make format   clang-format over every source"
 	@echo "make fuzz     every fuzz target for a minute"
 	@echo "make install  install (honours DESTDIR and PREFIX)"
+	@echo "make deb      the Debian packages, in $(BUILD)/packages"
+	@echo "make test-deb the packages in a clean root: installed, used, upgraded, removed (needs root)"
 
 deps:
 	@.ci/install-packages
@@ -82,6 +84,21 @@ fuzz:
 
 install: build
 	@cmake --install $(BUILD)
+
+# The date of the build, and of every file in the packages, is that of the change that is built.
+deb: export SOURCE_DATE_EPOCH ?= $(shell git log -1 --format=%ct 2>/dev/null || date +%s)
+deb: deps
+	@cmake --preset release > $(BUILD).log 2>&1 || { cat $(BUILD).log; exit 1; }
+	@rm -f $(BUILD).log
+	@cmake --build --preset release -j $(JOBS) --target packaged
+	@rm -rf $(BUILD)/packages
+	@umask 022 && cd $(BUILD) && cpack > cpack.log 2>&1 || { cat cpack.log; exit 1; }
+	@ls $(BUILD)/packages/*.deb
+
+# Status 77: this machine cannot do it, and says why.
+test-deb: deb
+	@cmake --build --preset release -j $(JOBS) --target e2e_programs
+	@python3 tests/packaging/check_clean_root.py $(BUILD)
 
 clean:
 	@rm -rf build build-*

@@ -6,6 +6,8 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+# What belongs to no other package belongs to the one of the daemon.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME daemon)
 
 # Where CMAKE_UNITY_BUILD is on (the presets that are built from nothing), so many sources go through the compiler
 # together: the headers of the libraries are most of what there is to compile. Sources of one target therefore have no
@@ -51,6 +53,11 @@ function(zelkor_compile_options target)
       target_compile_options(${target} PRIVATE -fno-sanitize-recover=undefined)
     endif()
   endif()
+  # What is shipped is hardened: checked copies, guarded stacks and returns, nothing writable that the loader has resolved.
+  set(is_shipped $<AND:$<CONFIG:Release>,$<CXX_COMPILER_ID:GNU>>)
+  target_compile_options(${target} PRIVATE $<${is_shipped}:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2
+    -fstack-protector-strong -fstack-clash-protection -Wformat -Werror=format-security>)
+  target_link_options(${target} PRIVATE $<${is_shipped}:-Wl,-z,relro -Wl,-z,now>)
   # Trace records name their source: framework and library sources by their path below the root, sources of the
   # daemon by their bare name.
   # The relative forms are what the compiler sees where ccache is told to make paths relative.

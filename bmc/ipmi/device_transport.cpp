@@ -225,13 +225,12 @@ std::optional<Response> DeviceTransport::Receive(const Request& request) {
 
 void DeviceTransport::Close(SteadyTime /*deadline*/) noexcept {
     Release();
-    std::uint64_t ignored = 0;
-    static_cast<void>(::read(m_interruption, &ignored, sizeof ignored));
+    eventfd_t ignored = 0;
+    ::eventfd_read(m_interruption, &ignored);
 }
 
 void DeviceTransport::Interrupt() {
-    constexpr std::uint64_t c_one = 1;
-    static_cast<void>(::write(m_interruption, &c_one, sizeof c_one));
+    ::eventfd_write(m_interruption, 1);
 }
 
 void DeviceTransport::Release() noexcept {

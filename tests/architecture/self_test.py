@@ -51,6 +51,13 @@ class Planted(unittest.TestCase):
         status, text = self.check("check_includes.py")
         self.assertEqual((status, text), (0, "6 files include each other in the right directions\n"))
 
+    @unittest.skipUnless(shutil.which("shellcheck"), "shellcheck is not installed")
+    def test_shell_script_that_splits_words(self):
+        self.write("tools/run", "#!/bin/sh\nrm \"$1\"\n")
+        self.assertEqual(self.check("check_shell.py"), (0, "1 scripts and 0 completions are in order\n"))
+        self.write("tools/run", "#!/bin/sh\nrm $1\n")
+        self.refused("check_shell.py", "SC2086")
+
     def test_framework_that_knows_boards(self):
         self.write("core/shared/qcfg/element.cpp", '#include "qcfg/element.h"\n\n#include "bmc/board.h"\n')
         self.refused("check_includes.py",

@@ -2,13 +2,17 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <functional>
 #include <map>
 #include <memory>
+#include <sstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -19,10 +23,25 @@
 
 namespace test {
 
-/// The built daemon on a simulated chassis, seen from outside only.
+/// The built daemon on a simulated chassis, seen from outside only. Or an installed one: where the environment has
+/// ZELKOR_PROGRAMS, folders separated by colons, each of the system's programs is one of theirs.
 class DaemonTest : public testing::Test {
 protected:
-    static std::string Program(const std::string& name) { return std::string(ZELKOR_BIN) + "/" + name; }
+    static std::string Program(const std::string& name) {
+        const std::string built = std::string(ZELKOR_BIN) + "/" + name;
+        const char* const folders = std::getenv("ZELKOR_PROGRAMS");
+        // What only the tests have is not installed.
+        if (folders == nullptr || name.rfind("zelkor-", 0) != 0) {
+            return built;
+        }
+        std::istringstream list(folders);
+        for (std::string folder; std::getline(list, folder, ':');) {
+            if (::access((folder + "/" + name).c_str(), X_OK) == 0) {
+                return folder + "/" + name;
+            }
+        }
+        throw std::runtime_error(name + " is in none of the folders " + folders);
+    }
 
     /// Waits until @p isTrue, looking every few milliseconds. @return whether it came true.
     static bool Await(const std::function<bool()>& isTrue, std::chrono::seconds limit = std::chrono::seconds(30)) {

@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """Checks the service unit.
 
-Usage: check_service_unit.py verify|stop_post UNIT PROGRAM
+Usage: check_service_unit.py verify|security|stop_post UNIT PROGRAM
 PROGRAM is the path that the unit names for the daemon; a stand-in takes its place.
   verify     systemd-analyze finds nothing wrong with the unit
+  security   what is open to the service is little, by systemd-analyze's count
   stop_post  what runs after the daemon's end calls for safe fans when, and only when, it was not orderly
 Exit status 1 when something is wrong, 77 when the check cannot be done on this machine."""
 
@@ -41,7 +42,7 @@ def with_stand_in(unit, program, folder):
 
 def verify(unit, folder):
     if shutil.which("systemd-analyze") is None:
-        print("systemd-analyze is not installed")
+        print("Skipped: systemd-analyze is not installed")
         return 77
     broken = folder / "broken.service"
     broken.write_text(unit.read_text(encoding="utf-8").replace("WatchdogSec", "WatchdogSex"), encoding="utf-8")
@@ -58,6 +59,30 @@ def findings(unit):
                           timeout=50, check=False)
     said = [line for line in (done.stdout + done.stderr).splitlines() if unit.name in line]
     return said or ([f"status {done.returncode}: {done.stderr}"] if done.returncode != 0 else [])
+
+
+def security(unit, folder):
+    if shutil.which("systemd-analyze") is None:
+        print("Skipped: systemd-analyze is not installed")
+        return 77
+    # Two lines less, and it is more than that.
+    open_unit = folder / "open.service"
+    open_unit.write_text("".join(line for line in unit.read_text(encoding="utf-8").splitlines(keepends=True)
+                                 if not line.startswith(("CapabilityBoundingSet=", "SystemCallFilter="))),
+                         encoding="utf-8")
+    said, status = exposure(unit)
+    print(said)
+    if exposure(open_unit)[1] == 0:
+        print("all privileges and calls are let pass: this check finds nothing")
+        return 1
+    return 0 if status == 0 else 1
+
+
+def exposure(unit):
+    """What systemd-analyze says of what is open to a unit; the status is bad when it is more than 2.0 of 10."""
+    done = subprocess.run(["systemd-analyze", "security", "--offline=true", "--threshold=20", "--no-pager", str(unit)],
+                          capture_output=True, text=True, timeout=50, check=False)
+    return done.stdout + done.stderr, done.returncode
 
 
 def stop_post(unit, folder):
@@ -87,7 +112,7 @@ def stop_post(unit, folder):
 
 
 def main():
-    check = {"verify": verify, "stop_post": stop_post}[sys.argv[1]]
+    check = {"verify": verify, "security": security, "stop_post": stop_post}[sys.argv[1]]
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
         return check(with_stand_in(pathlib.Path(sys.argv[2]), sys.argv[3], folder), folder)
