@@ -230,7 +230,8 @@ def check(build):
     clean.make()
     step("starting systemd in it")
     # What the tests need. Not the folders above, which the service's user need not be able to enter.
-    binds = [str(path) for path in (SOURCE / "tests", SOURCE / "examples", build / "bin", build / "tests", build / "lib")]
+    sources = [path for path in SOURCE.iterdir() if path.is_dir() and not path.name.startswith(("build", "."))]
+    binds = [str(path) for path in (*sources, build / "bin", build / "tests", build / "lib")]
     with own_systemd.OwnSystemd(clean.root, binds) as manager:
         life = Life(build, manager, clean.root, binds)
         before = life.files()

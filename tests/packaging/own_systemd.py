@@ -44,6 +44,14 @@ def require_machine():
     unified_hierarchy()
 
 
+def remove_groups(top):
+    """Removes a control group and those below it, as far as no process is in them."""
+    below = sorted((path for path in top.rglob("*") if path.is_dir()), key=lambda path: len(path.parts), reverse=True)
+    for group in [*below, top]:
+        with contextlib.suppress(OSError):
+            group.rmdir()
+
+
 class OwnSystemd:
     """A running systemd, from start() to stop(); also as a context."""
 
@@ -67,6 +75,10 @@ class OwnSystemd:
         self.stop()
 
     def start(self):
+        # What one that was killed left behind.
+        for group in self._group.parent.glob("zelkor-test-*"):
+            if not pathlib.Path(f"/proc/{group.name.rpartition('-')[2]}").exists():
+                remove_groups(group)
         self._group.mkdir()
         enter_group = f"echo $$ > '{self._group}/cgroup.procs' && exec \"$@\""
         with open(self._folder / "console", "wb") as console:
@@ -90,10 +102,7 @@ class OwnSystemd:
         # The processes in there may take a moment to be gone.
         end = time.monotonic() + 10
         while self._group.exists() and time.monotonic() < end:
-            groups = sorted(self._group.rglob("*/"), key=lambda path: len(path.parts), reverse=True)
-            for group in [*groups, self._group]:
-                with contextlib.suppress(OSError):
-                    group.rmdir()
+            remove_groups(self._group)
             time.sleep(0.02)
         shutil.rmtree(self._folder, ignore_errors=True)
 
