@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <set>
 
+#include "qapp/registry_settings.h"
 #include "qcfg/configuration.h"
 #include "qcfg/schema_writer.h"
 #include "rules_support.h"
@@ -12,8 +13,19 @@
 
 namespace {
 
+/// The configuration that the package installs.
+constexpr const char* c_shipped = ZELKOR_SOURCE_DIR "/packaging/etc/zelkor-platformd.xml";
+
 std::string ExampleFile(const std::string& name) {
     return ZELKOR_SOURCE_DIR "/examples/config/" + name;
+}
+
+void ExpectNoFinding(const std::string& file) {
+    qcfg::Configuration configuration;
+    ASSERT_NO_THROW(configuration.Load(file));
+    for (const qcfg::Finding& finding : qcfg::CheckConfiguration(configuration.GetRoot(), DaemonRules())) {
+        ADD_FAILURE() << qcfg::ToText(finding, file);
+    }
 }
 
 std::vector<std::string> ExampleNames() {
@@ -30,12 +42,7 @@ std::vector<std::string> ExampleNames() {
 class Example : public testing::TestWithParam<std::string> {};
 
 TEST_P(Example, LoadsWithoutAFinding) {
-    const std::string file = ExampleFile(GetParam() + ".xml");
-    qcfg::Configuration configuration;
-    ASSERT_NO_THROW(configuration.Load(file));
-    for (const qcfg::Finding& finding : qcfg::CheckConfiguration(configuration.GetRoot(), DaemonRules())) {
-        ADD_FAILURE() << qcfg::ToText(finding, file);
-    }
+    ExpectNoFinding(ExampleFile(GetParam() + ".xml"));
 }
 
 TEST_P(Example, IsValidByTheSchema) {
@@ -84,6 +91,23 @@ TEST(Examples, FullAndIpmi_ShowEveryElementAndAttribute) {
     CollectElements(*qcfg::ReadXmlFile(ExampleFile("full.xml")), "", shown);
     CollectElements(*qcfg::ReadXmlFile(ExampleFile("ipmi.xml")), "", shown);
     EXPECT_EQ(shown, known);
+}
+
+TEST(ShippedConfiguration, LoadsWithoutAFindingAndIsValidByTheSchema) {
+    ExpectNoFinding(c_shipped);
+    test::SchemaValidator validator(qcfg::WriteSchema(DaemonRules()));
+    EXPECT_EQ(validator.FindErrors(test::ReadFile(c_shipped)), "");
+}
+
+TEST(ShippedConfiguration, OnlyTheLocalHostMayWrite) {
+    qcfg::Configuration configuration;
+    configuration.Load(c_shipped);
+    const qreg::ServerSettings settings = qapp::ReadRegistrySettings(configuration, {}, {});
+    EXPECT_TRUE(settings.mayWrite.Contains("127.0.0.1"));
+    EXPECT_TRUE(settings.mayWrite.Contains("::1"));
+    EXPECT_FALSE(settings.mayWrite.Contains("10.0.0.1"));
+    EXPECT_FALSE(settings.mayWrite.Contains("fe80::1"));
+    EXPECT_TRUE(settings.listen.empty());
 }
 
 /// What `make run` shows: readings of every two seconds, recorded on change.
