@@ -7,19 +7,20 @@
 #include <string>
 
 #include "qnode/tree_node.h"
-#include "qreg/address_list.h"
+#include "qreg/client_list.h"
 #include "qreg/subscriptions.h"
 
 namespace qreg {
 
 /// How a registry server is to run.
 struct ServerSettings {
-    std::string product;                                    ///< name and version of the program, for clients that ask
-    std::string listen;                                     ///< address; empty: all
-    int port = 0;                                           ///< 0: any free one
-    AddressList mayWrite;                                   ///< clients that may write; empty: every client
-    bool push = false;                                      ///< whether clients may hand in callback objects
-    std::size_t connections = 1000;                         ///< the most at a time; fewer when descriptors are scarce
+    std::string product;             ///< name and version of the program, for clients that ask
+    std::string listen;              ///< address; empty: all
+    int port = 0;                    ///< 0: any free one
+    ClientList mayRead;              ///< clients that may read, besides those that may write; empty: every client
+    ClientList mayWrite;             ///< clients that may write; empty: every client that may read
+    bool push = false;               ///< whether clients may hand in callback objects
+    std::size_t connections = 1000;  ///< the most at a time; fewer when descriptors are scarce
     std::size_t maxMessage = std::size_t{2} * 1024 * 1024;  ///< bytes of one message, either way
     std::chrono::seconds idleTime{60};                      ///< a connection without a request for so long is closed
     SubscriptionLimits subscriptions;

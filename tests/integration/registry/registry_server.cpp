@@ -1,7 +1,7 @@
 // A registry server on the tests' tree, in a process of its own: calls within one process pass by the sockets and by
 // the checks that stand before a request. Prints its port. Refuses requests after SIGUSR1, ends after SIGTERM.
 //
-//     registry_server [NAME=VALUE]...    listen port push connections maxMessage idle write leaves wait queue
+//     registry_server [NAME=VALUE]...    listen port push connections maxMessage idle read write leaves wait queue
 
 #include <sys/prctl.h>
 
@@ -62,6 +62,9 @@ qreg::ServerSettings ToSettings(const Words& words) {
     settings.subscriptions.queue = words.Number("queue", settings.subscriptions.queue);
     if (!words.Text("write").empty()) {
         settings.mayWrite.Add(words.Text("write"));
+    }
+    if (!words.Text("read").empty()) {
+        settings.mayRead.Add(words.Text("read"));
     }
     return settings;
 }

@@ -68,9 +68,9 @@ TEST(RegistrySettings, AreThoseOfTheSection) {
     EXPECT_EQ(settings.subscriptions.allPatterns, 2048U);
     EXPECT_EQ(settings.subscriptions.queue, 11U);
     EXPECT_EQ(settings.subscriptions.defaultQueue, 11U) << "never beyond the most that there may be";
-    EXPECT_TRUE(settings.mayWrite.Contains("127.1.2.3"));
-    EXPECT_TRUE(settings.mayWrite.Contains("::1"));
-    EXPECT_FALSE(settings.mayWrite.Contains("10.0.0.1"));
+    EXPECT_TRUE(settings.mayWrite.Contains({"127.1.2.3"}));
+    EXPECT_TRUE(settings.mayWrite.Contains({"::1"}));
+    EXPECT_FALSE(settings.mayWrite.Contains({"10.0.0.1"}));
 }
 
 TEST(RegistrySettings, CommandLineWins) {

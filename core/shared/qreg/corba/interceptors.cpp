@@ -77,8 +77,9 @@ void InstallInterceptors(const DescriptorLimit& limit, LimitedLog& log) {
     interceptors->serverSendReply.add(OnReply);
 }
 
-std::string PeerAddress() {
-    return AddressIn(TextOf(Interceptors::serverReceiveRequest_T::info_T(*t_request).peeraddress()));
+Peer CurrentPeer() {
+    Interceptors::serverReceiveRequest_T::info_T info(*t_request);
+    return {AddressIn(TextOf(info.peeraddress()))};
 }
 
 std::string AddressIn(const std::string& endpoint) {

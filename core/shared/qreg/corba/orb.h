@@ -7,7 +7,7 @@
 
 #include "qreg/corba/descriptor_limit.h"
 #include "qreg/corba/endpoint.h"
-#include "qreg/corba/limited_log.h"
+#include "qreg/limited_log.h"
 #include "qreg/server.h"
 
 namespace qreg::corba {

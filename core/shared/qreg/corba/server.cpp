@@ -6,6 +6,7 @@
 #include "qreg/access.h"
 #include "qreg/corba/orb.h"
 #include "qreg/corba/registry_servant.h"
+#include "qreg/guarded_access.h"
 #include "qreg/subscriptions.h"
 #include "qstd/log.h"
 
@@ -22,8 +23,9 @@ public:
         : m_connections(settings.connections),
           m_orb(settings),
           m_access(root),
+          m_guard(m_access, settings.mayRead, settings.mayWrite),
           m_subscriptions(m_access, settings.subscriptions),
-          m_servant(new RegistryServant(settings, m_access, m_subscriptions, m_orb.Get())) {}
+          m_servant(new RegistryServant(settings, m_access, m_guard, m_subscriptions, m_orb.Get())) {}
 
     ~CorbaServer() override { StopAll(); }
 
@@ -57,6 +59,7 @@ private:
     const std::size_t m_connections;
     Orb m_orb;
     const Access m_access;
+    const GuardedAccess m_guard;
     Subscriptions m_subscriptions;
     const PortableServer::Servant_var<RegistryServant> m_servant;
     bool m_isStopped = false;

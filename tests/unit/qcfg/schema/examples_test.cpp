@@ -103,10 +103,10 @@ TEST(ShippedConfiguration, OnlyTheLocalHostMayWrite) {
     qcfg::Configuration configuration;
     configuration.Load(c_shipped);
     const qreg::ServerSettings settings = qapp::ReadRegistrySettings(configuration, {}, {});
-    EXPECT_TRUE(settings.mayWrite.Contains("127.0.0.1"));
-    EXPECT_TRUE(settings.mayWrite.Contains("::1"));
-    EXPECT_FALSE(settings.mayWrite.Contains("10.0.0.1"));
-    EXPECT_FALSE(settings.mayWrite.Contains("fe80::1"));
+    EXPECT_TRUE(settings.mayWrite.Contains({"127.0.0.1"}));
+    EXPECT_TRUE(settings.mayWrite.Contains({"::1"}));
+    EXPECT_FALSE(settings.mayWrite.Contains({"10.0.0.1"}));
+    EXPECT_FALSE(settings.mayWrite.Contains({"fe80::1"}));
     EXPECT_TRUE(settings.listen.empty());
 }
 
