@@ -21,8 +21,8 @@ constexpr std::chrono::duration<unsigned int, std::milli> c_callTimeOut{10000};
 /// first endpoint; both arguments outlive the ORB.
 void InstallInterceptors(const DescriptorLimit& limit, LimitedLog& log);
 
-/// Where the request under way in this thread comes from: its address without the port ("10.0.0.7", "fe80::1"). Only to
-/// be called while a request is being answered.
+/// Where the request under way in this thread comes from: its address without the port ("10.0.0.7", "fe80::1"), and
+/// over TLS the subject of its certificate. Only to be called while a request is being answered.
 Peer CurrentPeer();
 
 /// The address in "giop:tcp:[::ffff:10.0.0.7]:40112"; an IPv4 address mapped into IPv6 is given as IPv4.

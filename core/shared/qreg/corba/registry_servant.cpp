@@ -239,7 +239,11 @@ CORBA::Boolean RegistryServant::_dispatch(omniCallHandle& handle) {
         if (!m_offersPush) {
             throw RegistryError(ErrorCode_e::not_offered, {}, "This server calls no listeners: poll instead");
         }
-        const ::reg::Listener_var reachable = ListenerAt(m_orb.in(), listener, CurrentPeer().address);
+        const Peer peer = CurrentPeer();
+        if (peer.isEncrypted) {
+            throw RegistryError(ErrorCode_e::not_offered, {}, "Listeners are called in clear: over TLS poll instead");
+        }
+        const ::reg::Listener_var reachable = ListenerAt(m_orb.in(), listener, peer.address);
         auto lease = std::make_unique<::reg::Lease>();
         ToWire(m_push.Subscribe(FromWire(filter), reachable), *lease);
         return lease.release();

@@ -31,6 +31,8 @@ public:
 
     int GetPort() const override { return m_orb.GetPort(); }
 
+    int GetTlsPort() const override { return m_orb.GetTlsPort(); }
+
     void Serve() override { m_orb.Serve(m_servant.in(), m_connections); }
 
     void Refuse() override { RefuseAll(); }

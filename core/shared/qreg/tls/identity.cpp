@@ -224,7 +224,8 @@ void Identity::Apply(ssl_ctx_st* context) const {
            "TLS", "1.2");
     SSL_CTX_set_options(context, SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_COMPRESSION | SSL_OP_NO_TICKET);
     SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_OFF);  // a peer proves itself at every connection
-    SSL_CTX_set_mode(context, SSL_MODE_RELEASE_BUFFERS);          // connections that are idle hold little
+    // Connections that are idle hold little; of the chain goes out what stands in the file.
+    SSL_CTX_set_mode(context, SSL_MODE_RELEASE_BUFFERS | SSL_MODE_NO_AUTO_CHAIN);
     SSL_CTX_set_verify_depth(context, c_longestChain);
 
     if (!m_parts->certificates.empty()) {
