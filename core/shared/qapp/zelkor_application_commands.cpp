@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "qapp/configuration_rules.h"
+#include "qapp/registry_settings.h"
 #include "qapp/zelkor_application.h"
 #include "qcfg/checker.h"
 #include "qcfg/schema_writer.h"
@@ -57,7 +58,11 @@ Options ZelkorApplication::ReadCommandLine(int argc, char** argv) {
 bool ZelkorApplication::CheckAndPrint(const Options& options) {
     try {
         LoadConfiguration(options);
-        const qcfg::Findings findings = qcfg::CheckConfiguration(m_config.GetRoot(), GetRules());
+        qcfg::Findings findings = qcfg::CheckConfiguration(m_config.GetRoot(), GetRules());
+        if (!qcfg::HasError(findings)) {
+            const qcfg::Findings more = CheckTlsFiles(m_config);
+            findings.insert(findings.end(), more.begin(), more.end());
+        }
         for (const qcfg::Finding& finding : findings) {
             std::cout << qcfg::ToText(finding, m_config.GetFileName()) << '\n';
         }
