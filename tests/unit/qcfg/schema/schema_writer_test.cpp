@@ -134,7 +134,7 @@ std::vector<Case> DifferentVerdicts() {
         {"hexadecimal numbers keep no range", Monitor("<frequency>0x80000000</frequency>"), false, true},
         {"numbers of a list keep no range", Sensors("<include>2147483648</include>"), false, true},
         {"clients are not asked for their names", WithSections("<registry><write/></registry>"), false, true},
-        {"TLS is not counted, since <write> may repeat",
+        {"TLS is not counted beside what may repeat",
          WithSections(
              "<registry><tls certificate='a' key='b' ca='c'/><tls certificate='a' key='b' ca='c'/></registry>"),
          false, true},
