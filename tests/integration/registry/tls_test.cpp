@@ -1,11 +1,15 @@
 // Clients and servers that speak TLS, each in a process of its own.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <array>
 #include <csignal>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -27,6 +31,39 @@ using testing::HasSubstr;
 using testing::StartsWith;
 
 constexpr std::chrono::seconds c_timeout(20);
+
+/// Listens, and says the same few bytes to everybody who has said something.
+class RudeServer {
+public:
+    explicit RudeServer(std::string answer) : m_answer(std::move(answer)) {
+        socklen_t size = sizeof m_address;
+        m_address.sin_family = AF_INET;
+        m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(::bind(m_socket, reinterpret_cast<sockaddr*>(&m_address), size), 0);
+        EXPECT_EQ(::listen(m_socket, 5), 0);
+        EXPECT_EQ(::getsockname(m_socket, reinterpret_cast<sockaddr*>(&m_address), &size), 0);
+        m_thread = std::thread([this] {
+            for (int client = 0; (client = ::accept(m_socket, nullptr, nullptr)) >= 0; ::close(client)) {
+                char heard[4096];
+                if (::read(client, heard, sizeof heard) > 0) {
+                    EXPECT_EQ(::write(client, m_answer.data(), m_answer.size()), std::ssize(m_answer));
+                }
+            }
+        });
+    }
+    ~RudeServer() {
+        ::shutdown(m_socket, SHUT_RDWR);
+        m_thread.join();
+        ::close(m_socket);
+    }
+    int GetPort() const { return ntohs(m_address.sin_port); }
+
+private:
+    const std::string m_answer;
+    const int m_socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in m_address{};
+    std::thread m_thread;
+};
 
 /// Certificates of a server, of a person who may write, "operator", and of one who may not, "reader"; made once.
 class RegistryTls : public testing::Test {
@@ -223,6 +260,22 @@ TEST_F(RegistryTls, InClearToTlsAndTlsToClear_FailInWords) {
     m_tlsPort = tls;
     EXPECT_EQ(Failure(Tls("operator")), "");
     Stop();
+}
+
+TEST_F(RegistryTls, ServerThatSpeaksSomethingElse_IsNoServer) {
+    const std::string ended =
+        "the server ended the connection in the handshake: it has as many clients as it may have, or it speaks "
+        "something "
+        "else";
+    for (const auto& [answer, reason] : std::vector<std::pair<std::string, std::string>>{
+             {std::string("\x15\x03\x03\0\x02\x01\0", 7), ended},  // a farewell in the middle of a handshake
+             {"", ended},
+             {"220 mail\r\n", "the server speaks no TLS 1.2 or later there (wrong version number)"},
+             {std::string("\x15\x03\x03\0\x02\x02\x28", 7), "the handshake failed (sslv3 alert handshake failure)"}}) {
+        const RudeServer server(answer);
+        m_tlsPort = server.GetPort();
+        EXPECT_EQ(Failure(Tls("operator")), NoTls(reason));
+    }
 }
 
 TEST_F(RegistryTls, Tool_SpeaksTlsAndSaysWhyNot) {

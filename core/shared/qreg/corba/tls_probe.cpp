@@ -21,6 +21,9 @@ namespace {
 constexpr std::chrono::milliseconds c_connectLimit{500};
 constexpr timeval c_stepLimit{1, 0};  ///< of each read and write
 constexpr std::size_t c_shown = 200;
+constexpr const char* c_ended =
+    "the server ended the connection in the handshake: it has as many clients as it may have, or it speaks something "
+    "else";
 
 template <class T, void (*free)(T*)>
 struct Free {
@@ -55,7 +58,7 @@ std::string HandshakeFailure() {
     const std::string shown = text != nullptr ? text : "error " + std::to_string(code);
     switch (reason) {
         case SSL_R_UNEXPECTED_EOF_WHILE_READING:
-            return "the server ended the connection in the middle of the handshake";
+            return c_ended;
         case SSL_R_WRONG_VERSION_NUMBER:
         case SSL_R_UNSUPPORTED_PROTOCOL:
             return "the server speaks no TLS 1.2 or later there (" + shown + ")";
@@ -124,9 +127,13 @@ std::string ProbeTls(const std::string& host, int port, const tls::Identity& ide
         result = SSL_read(connection.get(), &byte, 1);
     }
     std::string failure;
-    if (result <= 0 && SSL_get_error(connection.get(), result) == SSL_ERROR_SSL) {
+    const int error = result <= 0 ? SSL_get_error(connection.get(), result) : SSL_ERROR_NONE;
+    if (error == SSL_ERROR_SSL) {
         const long problem = SSL_get_verify_result(connection.get());
         failure = problem != X509_V_OK ? VerifyFailure(problem, name) : HandshakeFailure();
+    } else if (!SSL_is_init_finished(connection.get()) &&
+               (error == SSL_ERROR_ZERO_RETURN || error == SSL_ERROR_SYSCALL)) {
+        failure = c_ended;
     }
     ERR_clear_error();
     return failure;
