@@ -1,80 +1,23 @@
 #include "bmc/ipmi/password.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 
-#include "bmc/ipmi/descriptor.h"
 #include "qstd/exception.h"
+#include "qstd/secret_file.h"
 
 namespace bmc::ipmi {
 
 namespace {
 
-constexpr mode_t c_modeBits = 07777;
+constexpr std::size_t c_moreThanGood = Secret::c_maxSize + 2;
 
-/// A buffer that is wiped at the end. Its size is more than any good file has.
-struct Buffer {
-    Buffer() = default;
-    Buffer(const Buffer&) = delete;
-    Buffer& operator=(const Buffer&) = delete;
-    ~Buffer() { ::explicit_bzero(bytes.data(), bytes.size()); }
-
-    std::array<char, Secret::c_maxSize + 2> bytes{};
-};
-
-std::string ModeText(mode_t mode) {
-    constexpr unsigned int c_bitsOfDigit = 3;
-    constexpr unsigned int c_digits = 4;
-    std::string text;
-    for (unsigned int digit = c_digits; digit-- > 0;) {
-        text += static_cast<char>('0' + ((mode >> (digit * c_bitsOfDigit)) & 7U));
-    }
-    return text;
+std::string KindOf(const PasswordSource& source) {
+    return source.isCredential ? "credential" : "password file";
 }
 
 [[noreturn]] void Refuse(const PasswordSource& source, const std::string& text) {
-    throw qstd::Exception(std::string(source.isCredential ? "credential " : "password file ") + source.path + ": " +
-                          text);
-}
-
-void CheckAccess(const PasswordSource& source, const struct stat& status) {
-    if (!S_ISREG(status.st_mode)) {
-        Refuse(source, "is not a regular file");
-    }
-    if (status.st_uid != 0 && status.st_uid != ::geteuid()) {
-        Refuse(source, "belongs to user " + std::to_string(status.st_uid) + ", must belong to root or to user " +
-                           std::to_string(::geteuid()) + ", as whom this program runs");
-    }
-    const mode_t forbidden = S_IRGRP * (source.isCredential ? 0U : 1U) | S_IWGRP | S_IROTH | S_IWOTH;
-    if ((status.st_mode & forbidden) != 0) {
-        Refuse(source, "has mode " + ModeText(status.st_mode & c_modeBits) + ", must not be " +
-                           (source.isCredential ? "writable by its group nor readable or writable by others"
-                                                : "readable or writable by its group or by others (chmod 600)"));
-    }
-}
-
-/// Reads until the buffer is full or the file ends. @return how many bytes there are.
-std::size_t ReadBytes(const PasswordSource& source, int descriptor, Buffer& buffer) {
-    std::size_t size = 0;
-    while (size < buffer.bytes.size()) {
-        const ssize_t count = ::read(descriptor, buffer.bytes.data() + size, buffer.bytes.size() - size);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count < 0) {
-            Refuse(source, std::string("cannot read: ") + std::strerror(errno));
-        }
-        if (count == 0) {
-            break;
-        }
-        size += static_cast<std::size_t>(count);
-    }
-    return size;
+    throw qstd::Exception(KindOf(source) + " " + source.path + ": " + text);
 }
 
 }  // namespace
@@ -88,21 +31,9 @@ Secret::~Secret() {
 }
 
 Secret ReadPassword(const PasswordSource& source) {
-    // A pipe or a device under that name must not hang the caller.
-    const Descriptor file(::open(source.path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (file.Get() < 0) {
-        Refuse(source, errno == ELOOP ? "is a symbolic link, which is not followed"
-                                      : std::string("cannot open: ") + std::strerror(errno));
-    }
-    struct stat status {};
-    if (::fstat(file.Get(), &status) != 0) {
-        Refuse(source, std::string("cannot look at it: ") + std::strerror(errno));
-    }
-    CheckAccess(source, status);
-
-    Buffer buffer;
-    const char* const begin = buffer.bytes.data();
-    const char* const end = begin + ReadBytes(source, file.Get(), buffer);
+    const qstd::SecretFile file(KindOf(source), source.path, source.isCredential, c_moreThanGood);
+    const char* const begin = file.Reveal().data();
+    const char* const end = begin + file.Reveal().size();
     const char* const newline = std::find(begin, end, '\n');
     if (newline != end && newline + 1 != end) {
         Refuse(source, "has more than one line; the password is the only one");

@@ -12,7 +12,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <boost/crc.hpp>
-#include "bmc/ipmi/descriptor.h"
+
+#include "qstd/descriptor.h"
 
 namespace bmc::ipmi {
 
@@ -86,7 +87,7 @@ private:
 };
 
 std::optional<std::string> ReadSmallFile(const std::string& path) {
-    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    const qstd::Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     struct stat status {};
     if (file.Get() < 0 || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode) ||
         (status.st_uid != ::geteuid() && status.st_uid != 0) || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0 ||
@@ -119,7 +120,7 @@ bool WriteAll(int descriptor, std::string_view bytes) {
 /// Writes a file of that name in one step: whoever looks sees the old one or the new one. @return errno, 0 for done
 int ReplaceFile(const std::string& path, std::string_view bytes) {
     std::string temporary = path + ".XXXXXX";
-    const Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC));  // mode 0600
+    const qstd::Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC));  // mode 0600
     if (file.Get() < 0) {
         return errno;
     }

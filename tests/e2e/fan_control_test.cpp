@@ -36,6 +36,11 @@ protected:
         EXPECT_TRUE(AwaitMessage(Changed(from, to, temperature))) << Log();
     }
 
+    /// What the log says of a client's write to all fans. What was measured before depends on how far they had come.
+    static testing::Matcher<std::string> Written(const std::string& value) {
+        return testing::MatchesRegex("INFO     Registry: fans set from [0-9.]+ to " + value + " by 127[.]0[.]0[.]1");
+    }
+
     static constexpr const char* c_unreadable = "WARNING  Can not read value from any temperature sensor.";
     static constexpr const char* c_noRanges = "WARNING  User did not specify valid temperature ranges.";
 };
@@ -180,7 +185,7 @@ TEST_F(FanControlTest, ClientThatSetsASpeedOfTheSameRegisterValue_IsLeftAlone) {
     EXPECT_TRUE(AwaitPasses(2));
     EXPECT_THAT(FanWrites(), ElementsAre("483", "483"));
     EXPECT_EQ(Stop(), 0);
-    EXPECT_THAT(Told(), ElementsAre(c_first));
+    EXPECT_THAT(Told(), ElementsAre(c_first, Written("4005")));
 }
 
 TEST_F(FanControlTest, ClientThatStopsTheFans_IsOverruled) {
@@ -326,7 +331,7 @@ TEST_F(FanControlTest, Disabled_DoesNothingButLeavesTheFansFast) {
     FollowJournal();
     EXPECT_EQ(Stop(), 0);
     EXPECT_THAT(Told(), ElementsAre("WARNING  Upper temperature limit is invalid: 76 > 75",
-                                    "ERROR    Errors in temperature to fans conversion table!"));
+                                    "ERROR    Errors in temperature to fans conversion table!", Written("3000")));
     EXPECT_THAT(Settings(), Contains("enabled   = false"));
     EXPECT_THAT(ToldAtStop(), ElementsAre(LeftFast()));
     EXPECT_THAT(FanWrites(AllActions()), ElementsAre("645", "297"));

@@ -44,10 +44,21 @@ protected:
         EXPECT_EQ(result.output, "");
     }
 
-    /// Stops the daemon, which must have had nothing to say.
-    void StopQuietly() {
+    /// What the log says of a client's write. What was measured before depends on how far the fans had come.
+    static testing::Matcher<std::string> Written(const std::string& path, const std::string& value) {
+        return testing::MatchesRegex("INFO     Registry: " + path + " set from (no value|[0-9.]+) to " + value +
+                                     " by 127[.]0[.]0[.]1");
+    }
+    static testing::Matcher<std::string> NotWritten(const std::string& path, const std::string& value,
+                                                    const std::string& reason) {
+        return testing::MatchesRegex("WARNING  Registry: " + path + " not set from (no value|[0-9.]+) to " + value +
+                                     " for 127[.]0[.]0[.]1: " + reason);
+    }
+
+    /// Stops the daemon, which must have had nothing to say but of the writes.
+    void StopQuietly(const std::vector<testing::Matcher<std::string>>& writes = {}) {
         EXPECT_EQ(Stop(), 0);
-        EXPECT_THAT(Told(), IsEmpty());
+        EXPECT_THAT(Told(), testing::ElementsAreArray(writes));
     }
 };
 
@@ -77,24 +88,33 @@ TEST_F(FansTest, Speeds_AreWrittenAsTruncatedRawValuesToTheFanAlone) {
         {"30", "64516"},     {"29.6", "65387"}, {"29.54", "65520"}, {"1935483", "1"}, {"1935484", "0"},
         {"4294967295", "0"}, {"0", "0"},        {"0.0003", "0"},    {"-1935484", "0"}};
     std::vector<std::string> expected;
+    std::vector<testing::Matcher<std::string>> told;
     for (const auto& [rpm, raw] : cases) {
         Ask({"set", "fans/right_front", rpm});
         expected.push_back("0x58 " + raw);
+        told.push_back(Written("fans/right_front", rpm == "0.0003" ? "3e-04" : rpm));
     }
     EXPECT_EQ(FanWrites(), expected);
-    StopQuietly();
+    StopQuietly(told);
 }
 
 TEST_F(FansTest, SpeedThatHasNoRawValue_IsRefusedAndNothingIsWritten) {
     Start();
+    std::vector<testing::Matcher<std::string>> told;
+    const std::string tooHigh = "Too high rpm value: ";
     for (const std::string rpm : {"29.5", "20", "0.0005", "-100", "nan"}) {
         ExpectFailure({"set", "fans/left_front", rpm}, 1, "Too high rpm value: " + rpm + "\n");
         ExpectFailure({"set", "fans", rpm}, 1, "Too high rpm value: " + rpm + "\n");
+        const std::string shown = rpm == "0.0005" ? "5e-04" : rpm;
+        told.push_back(NotWritten("fans/left_front", shown, tooHigh + rpm));
+        told.push_back(NotWritten("fans", shown, tooHigh + rpm));
     }
     ExpectFailure({"set", "fans/left_front", "abc"}, 1, "bad lexical cast");
     ExpectFailure({"set", "fans", "fast"}, 1, "bad lexical cast");
     EXPECT_THAT(Actions(), IsEmpty());
-    StopQuietly();
+    told.push_back(NotWritten("fans/left_front", "abc", "bad lexical cast: .*"));
+    told.push_back(NotWritten("fans", "fast", "bad lexical cast: .*"));
+    StopQuietly(told);
 }
 
 TEST_F(FansTest, AllFans_AreSetInTheirOrderAndReadAsTheMeanOfWhatTurns) {
@@ -105,7 +125,7 @@ TEST_F(FansTest, AllFans_AreSetInTheirOrderAndReadAsTheMeanOfWhatTurns) {
     EXPECT_EQ(Ask({"get", "fans"}), "2500.5\n") << "the two that cannot be read do not count";
     HoldTachometers({"fail", "fail", "fail", "fail", "fail", "fail"});
     EXPECT_EQ(Ask({"get", "fans"}), "0\n");
-    StopQuietly();
+    StopQuietly({Written("fans", "3000")});
 }
 
 TEST_F(FansTest, Fan_ReadsWhatItMeasuresNotWhatItWasToldAndHasNoValueWhenThatFails) {
@@ -117,7 +137,7 @@ TEST_F(FansTest, Fan_ReadsWhatItMeasuresNotWhatItWasToldAndHasNoValueWhenThatFai
     EXPECT_EQ(Ask({"get", "fans/left_front"}), "2001\n") << "the reference is another register";
     Do({"fpga", "fail", "0x42"});
     ExpectFailure({"get", "fans/left_front"}, 3, "no value");
-    StopQuietly();
+    StopQuietly({Written("fans/left_front", "3000")});
 }
 
 TEST_F(FansTest, WriteThatFails_RaisesNothing) {
@@ -127,7 +147,7 @@ TEST_F(FansTest, WriteThatFails_RaisesNothing) {
     EXPECT_THAT(Actions(), IsEmpty());
     Ask({"set", "fans", "4000"});
     EXPECT_THAT(FanWrites(), ElementsAre("0x48 483", "0x50 483", "0x58 483", "0x60 483", "0x68 483"));
-    StopQuietly();
+    StopQuietly({Written("fans/left_front", "3000"), Written("fans", "4000")});
 }
 
 TEST_F(FansTest, ControllerThatRaises_RaisesToTheClient) {
@@ -138,7 +158,7 @@ TEST_F(FansTest, ControllerThatRaises_RaisesToTheClient) {
     ExpectFailure({"set", "fans", "3000"}, 1, "bus is stuck");
     Do({"heal", "icb/0"});
     EXPECT_THAT(Actions(), IsEmpty());
-    StopQuietly();
+    StopQuietly({NotWritten("fans", "3000", "bus is stuck")});
 }
 
 TEST_F(FansTest, TwoControllerBoards_TheFirstInTheOrderOfTheChassisHasTheFans) {
@@ -151,7 +171,7 @@ TEST_F(FansTest, TwoControllerBoards_TheFirstInTheOrderOfTheChassisHasTheFans) {
     EXPECT_EQ(Ask({"get", "fans"}), "0\n") << "its registers cannot be read";
     Ask({"set", "fans", "3000"});
     EXPECT_THAT(Actions(), IsEmpty());
-    StopQuietly();
+    StopQuietly({Written("fans", "3000")});
 }
 
 TEST_F(FansTest, ControllerThatVanishes_KeepsItsFans) {

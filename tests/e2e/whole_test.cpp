@@ -186,7 +186,12 @@ TEST_F(WholeTest, ClientThatSlowsTheFansDown_IsOverruledWithinAPeriod) {
     EXPECT_TRUE(AwaitMessage("INFO     Fans changed from 2001 RPM to 4000 RPM. (Max temperature is 48)"));
     EXPECT_THAT(FanWrites(), ElementsAre("483", "967", "483"));
     StopInTime();
-    EXPECT_THAT(Messages(), Each(StartsWith("INFO ")));
+    EXPECT_THAT(Messages(),
+                Contains(MatchesRegex("INFO     Registry: fans set from [0-9.]+ to 2000 by 127[.]0[.]0[.]1")));
+    EXPECT_THAT(
+        MessagesWith({"WARNING ", "ERROR ", "CRITICAL "}),
+        ElementsAre(MatchesRegex("WARNING  Registry: fans not set from [0-9.]+ to 20 for 127[.]0[.]0[.]1: Too high "
+                                 "rpm value: 20")));
 }
 
 TEST_F(WholeTest, WorkerThatEnds_LeavesTheOthersAtWork) {

@@ -144,11 +144,13 @@ def skip_contexts(data):
 
 
 class Connection:
-    """A connection to a server. Waits at most `timeout` seconds for anything."""
+    """A connection to a server, over TLS with a `context` of it. Waits at most `timeout` seconds for anything."""
 
-    def __init__(self, port, timeout=10.0, host="127.0.0.1"):
+    def __init__(self, port, timeout=10.0, host="127.0.0.1", context=None):
         self.socket = socket.create_connection((host, port), timeout)
         self.socket.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        if context is not None:
+            self.socket = context.wrap_socket(self.socket, server_hostname=host)
         self.number = 0
 
     def __enter__(self):

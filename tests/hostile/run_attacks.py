@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Does to a registry server what strangers do, and looks whether it stays in order.
 
-Usage: run_attacks.py --daemon PROGRAM | --helper PROGRAM [--sanitizer NAME] [--descriptors N] [--idle N] GROUP|CASE ...
+Usage: run_attacks.py --daemon PROGRAM | --helper PROGRAM [--sanitizer NAME] [--tls] [--descriptors N] [--idle N]
+       GROUP|CASE ...
 Each case gets the same running server. After each one the server must live, answer a correct request within two
 seconds, come to rest and be no bigger than it may be; after the last one it must have given back its connections and
 threads, and end with status 0 when it is told to. Exit status 1 at the first difference."""
@@ -14,6 +15,7 @@ import attack_arguments  # noqa: F401  (the modules add their cases)
 import attack_connections  # noqa: F401
 import attack_messages  # noqa: F401
 import attack_patience  # noqa: F401
+import attack_tls  # noqa: F401
 from cases import GROUPS
 from giop import Closed, Refused
 from server_process import Baseline, Failure, add_server_options, start_server

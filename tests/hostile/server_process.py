@@ -8,6 +8,7 @@ import pathlib
 import re
 import resource
 import signal
+import ssl
 import subprocess
 import tempfile
 import time
@@ -50,6 +51,7 @@ class ServerProcess:
         self.sanitizer = sanitizer.partition(",")[0]
         self.slowness = {"": 1, "address": 4, "undefined": 4, "thread": 8, "valgrind": 20}[self.sanitizer]
         self.names = names
+        self.is_stopped = False  # by the test itself
         self.folder = tempfile.TemporaryDirectory(prefix="registry-test-")
         folder = pathlib.Path(self.folder.name)
         self.out, self.err = folder / "out", folder / "err"
@@ -76,7 +78,8 @@ class ServerProcess:
 
     def __exit__(self, kind, *_):
         if kind is None:
-            self.stop()
+            if not self.is_stopped:
+                self.stop()
         else:
             self.process.kill()
             self.process.wait()
@@ -92,6 +95,10 @@ class ServerProcess:
 
     def connect(self, timeout=10.0):
         return Connection(self.port, timeout * self.slowness)
+
+    def connect_tls(self, timeout=10.0):
+        """Only to a daemon that was started with TLS."""
+        return Connection(self.tls_port, timeout * self.slowness, context=self.certificates.context())
 
     def errors(self):
         return self.err.read_text(errors="replace")
@@ -156,12 +163,34 @@ class ServerProcess:
         expect(found is None, f"report on standard error:\n{self.errors()[-6000:]}")
 
 
+class Certificates:
+    """What the example makes for TLS, in a folder: of an authority, a server and a client, "operator"."""
+
+    SCRIPT = pathlib.Path(__file__).resolve().parents[2] / "examples/tls/make-certificates"
+
+    def __init__(self, folder):
+        self.folder = folder
+        subprocess.run([self.SCRIPT, "localhost", "127.0.0.1"], cwd=folder, check=True, capture_output=True)
+
+    def path(self, name):
+        return str(self.folder / name)
+
+    def context(self, name="operator"):
+        """For a client that shows the certificate of that name; none for no name."""
+        context = ssl.SSLContext(ssl.PROTOCOL_TLS_CLIENT)
+        context.load_verify_locations(self.path("ca.pem"))
+        if name:
+            context.load_cert_chain(self.path(f"{name}.pem"), self.path(f"{name}.key"))
+        return context
+
+
 class DaemonProcess(ServerProcess):
     """The daemon, with a simulated chassis of `sensors` sensors on two boards. It closes a connection that is idle for
-    `idle` seconds."""
+    `idle` seconds. With `tls` it listens on a second port, `tls_port`, and has `certificates`."""
 
-    def __init__(self, program, *, sensors=250, idle=60, **parts):
-        self.sensors, self.idle = sensors, idle
+    def __init__(self, program, *, sensors=250, idle=60, tls=False, **parts):
+        self.program, self.sensors, self.idle, self.tls = program, sensors, idle, tls
+        self.tls_port = self.certificates = None
         super().__init__([program, "--config", "config.xml", "--log-dir", "log", "--port", "0", "--listen", "127.0.0.1"],
                          names=DAEMON_NAMES, **parts)
 
@@ -173,13 +202,22 @@ class DaemonProcess(ServerProcess):
         (folder / "chassis.xml").write_text(
             f'<chassis>\n<board uri="icb/0" type="icb" name="ICB">\n<fans/>\n{sensors}\n</board>\n'
             '<board uri="os/0" type="os" name="host"/>\n</chassis>\n', encoding="utf-8")
+        registry = f'<registry idle_time="{self.idle}"/>'
+        if self.tls:
+            self.certificates = Certificates(folder)
+            registry = (f'<registry idle_time="{self.idle}" push="true">\n<tls certificate="server.pem" key="server.key" '
+                        'ca="ca.pem" port="0"/>\n</registry>')
         (folder / "config.xml").write_text(
-            f'<zelkor>\n<registry idle_time="{self.idle}"/>\n<boards backend="sim" chassis="chassis.xml" '
+            f'<zelkor>\n{registry}\n<boards backend="sim" chassis="chassis.xml" '
             'control="chassis.sock"/>\n<monitor><frequency>1</frequency></monitor>\n</zelkor>\n', encoding="utf-8")
 
     def read_port(self):
-        found = re.search(r"Registry server listens on port (\d+)", self.errors())
-        self.port = int(found.group(1)) if found else None
+        found = re.search(r"Registry server listens on port (\d+)\n", self.errors())
+        over_tls = re.search(r"Registry server listens on port (\d+) with TLS\n", self.errors())
+        if found is None or (self.tls and over_tls is None):
+            return None
+        self.tls_port = int(over_tls.group(1)) if self.tls else None
+        self.port = int(found.group(1))
         return self.port
 
 
@@ -190,6 +228,7 @@ def add_server_options(parser):
     which.add_argument("--helper", metavar="PROGRAM", help="the server is the tests' registry server")
     parser.add_argument("--sanitizer", default="", help="the sanitizers it is built with, or valgrind to run it under")
     parser.add_argument("--idle", type=int, default=60, help="seconds after which it closes an idle connection")
+    parser.add_argument("--tls", action="store_true", help="the daemon speaks TLS on a second port")
     parser.add_argument("--descriptors", type=int, help="how many files it may open")
 
 
@@ -197,7 +236,7 @@ def start_server(options):
     """The server that the options ask for."""
     parts = {"sanitizer": options.sanitizer, "descriptors": options.descriptors}
     if options.daemon:
-        return DaemonProcess(options.daemon, idle=options.idle, **parts)
+        return DaemonProcess(options.daemon, idle=options.idle, tls=options.tls, **parts)
     return ServerProcess([options.helper, f"idle={options.idle}", "push=1"], **parts)
 
 

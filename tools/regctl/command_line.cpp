@@ -50,6 +50,29 @@ std::chrono::milliseconds ParseTimeout(const std::string& text) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::duration<double>(*seconds));
 }
 
+/// @throws qstd::Exception naming an option that lacks another one.
+std::optional<TlsFiles> ReadTls(bool isTls, const po::variables_map& found) {
+    const auto text = [&](const char* option) {
+        return found.count(option) != 0 ? found[option].as<std::string>() : std::string();
+    };
+    const TlsFiles files{text("ca"), text("certificate"), text("key"), text("server-name")};
+    if (!isTls) {
+        for (const char* option : {"ca", "certificate", "key", "server-name"}) {
+            if (found.count(option) != 0) {
+                throw qstd::Exception("--" + std::string(option) + " goes with --tls");
+            }
+        }
+        return std::nullopt;
+    }
+    if (files.ca.empty()) {
+        throw qstd::Exception("--tls needs --ca: the certificates that the server's must lead to");
+    }
+    if (files.certificate.empty() != files.key.empty()) {
+        throw qstd::Exception("--certificate and --key go together");
+    }
+    return files;
+}
+
 }  // namespace
 
 ServerName ParseServer(const std::string& text) {
@@ -83,6 +106,7 @@ ServerName ParseServer(const std::string& text) {
 
 CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
     CommandLine line;
+    bool isTls = false;
     po::options_description options;
     // clang-format off
     options.add_options()
@@ -90,6 +114,11 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
         ("help", po::bool_switch(&line.help))
         ("version", po::bool_switch(&line.version))
         ("json", po::bool_switch(&line.json))
+        ("tls", po::bool_switch(&isTls))
+        ("ca", po::value<std::string>())
+        ("certificate", po::value<std::string>())
+        ("key", po::value<std::string>())
+        ("server-name", po::value<std::string>())
         ("count", po::value<std::string>())
         ("timeout", po::value<std::string>())
         ("word", po::value(&line.words));
@@ -110,6 +139,7 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
     if (found.count("server") != 0) {
         line.server = ParseServer(found["server"].as<std::string>());
     }
+    line.server.tls = ReadTls(isTls, found);
     if (found.count("count") != 0) {
         line.count = ParseCount(found["count"].as<std::string>());
     }
@@ -122,7 +152,7 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
 std::string HelpText() {
     return R"(zelkor-regctl: looks into the registry of a running zelkor-platformd, and writes to it.
 
-usage: zelkor-regctl [--server HOST[:PORT]] [--json] COMMAND
+usage: zelkor-regctl [--server HOST[:PORT]] [TLS] [--json] COMMAND
 
   ls [PATH]            children of a node, in order, one a line
   tree [PATH]          the subtree with values
@@ -136,13 +166,19 @@ PATH is slash-separated from the root: boards/IO1/sensors/ID_16/value, fans, fan
 "*" for a part of a name and "**" for any names, and takes in everything below. The server is 127.0.0.1:5678 unless
 given; an IPv6 address stands in brackets when a port follows.
 
+TLS, for a server that speaks it:
+  --tls --ca FILE                      the certificates that the server's must lead to
+  [--certificate FILE --key FILE]      those of the one who asks; servers require them
+  [--server-name NAME]                 the name or address that the server's certificate must be for, when it is not HOST
+
 On a terminal tree shows a sensor in one line, with its units and the threshold that it is beyond; ask for the sensor
 itself to see its values one by one. In a pipe every node has its line. Control characters of texts are shown as "?";
 --json gives texts as they are, and the numbers that JSON does not know as "nan", "inf" and "-inf".
 
   --help, --version
 
-Exit status: 0; 1 an error raised by the node or the server, or wrong usage; 2 no server; 3 the node has no value now;
+Exit status: 0; 1 an error raised by the node or the server, or wrong usage; 2 no server, or
+none that is trusted; 3 the node has no value now;
 4 no such node.
 )";
 }

@@ -8,10 +8,19 @@
 
 namespace regctl {
 
-/// Where the server is.
+/// How to speak TLS with a server.
+struct TlsFiles {
+    std::string ca;           ///< certificates to one of which the server's must lead
+    std::string certificate;  ///< of the one who asks; empty: none
+    std::string key;          ///< of the certificate
+    std::string serverName;   ///< that the server's certificate must be for; empty: the host
+};
+
+/// Where the server is, and what it speaks.
 struct ServerName {
     std::string host = "127.0.0.1";  ///< name or address, IPv6 without brackets
     int port = 5678;
+    std::optional<TlsFiles> tls{};  ///< none: in clear
 };
 
 /// What the words of the command line ask for.

@@ -1,6 +1,9 @@
 #include "tools/regctl/remote_registry.h"
 
 #include <limits>
+#include <memory>
+
+#include "qreg/tls/identity.h"
 
 namespace regctl {
 
@@ -11,10 +14,23 @@ constexpr std::chrono::seconds c_timeout{30};
 /// Somebody waits at the keyboard.
 constexpr std::chrono::seconds c_endTimeout{1};
 
+std::optional<qreg::corba::ClientTls> ReadTls(const ServerName& server) {
+    if (!server.tls) {
+        return std::nullopt;
+    }
+    using qreg::tls::Identity;
+    const TlsFiles& files = *server.tls;
+    return qreg::corba::ClientTls{
+        std::make_shared<const Identity>(
+            qreg::tls::Side_e::client,
+            qreg::tls::IdentityFiles{.certificate = files.certificate, .key = files.key, .ca = files.ca}),
+        files.serverName};
+}
+
 }  // namespace
 
 RemoteRegistry::RemoteRegistry(const ServerName& server)
-    : m_server(server), m_client(server.host, server.port, c_timeout) {}
+    : m_server(server), m_tls(ReadTls(server)), m_client(server.host, server.port, c_timeout, m_tls) {}
 
 qreg::NodeInfo RemoteRegistry::Describe(const std::string& path) {
     return m_client.Describe(path);
@@ -51,7 +67,7 @@ void RemoteRegistry::Unsubscribe(const std::string& id) {
 
 bool RemoteRegistry::EndPolls(const std::string& id) {
     try {
-        qreg::corba::Client(m_server.host, m_server.port, c_endTimeout).Unsubscribe(id);
+        qreg::corba::Client(m_server.host, m_server.port, c_endTimeout, m_tls).Unsubscribe(id);
         return true;
     } catch (const qreg::RegistryError&) {
         return true;  // the subscription is gone already

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 #include "tools/regctl/command_line.h"
 #include "tools/regctl/registry.h"
 
@@ -8,7 +10,8 @@ namespace regctl {
 /// The registry of a server.
 class RemoteRegistry final : public Registry {
 public:
-    /// Does not connect yet. @throws qstd::Exception when the server's host or port cannot be one.
+    /// Does not connect yet. @throws qstd::Exception when the server's host or port cannot be one, or a file of TLS is
+    /// not what it should be.
     explicit RemoteRegistry(const ServerName& server);
 
     qreg::NodeInfo Describe(const std::string& path) override;
@@ -24,6 +27,7 @@ public:
 
 private:
     const ServerName m_server;
+    const std::optional<qreg::corba::ClientTls> m_tls;
     qreg::corba::Client m_client;
 };
 

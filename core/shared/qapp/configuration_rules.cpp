@@ -50,7 +50,9 @@ the file. Options on the command line win over the file. No external entity is e
 `--print-schema` prints the same rules as an XML schema for editors and `xmllint --schema`. The schema is a little weaker
 than the check: it does not tell the backends of `<boards>` apart, passes over blanks around numbers, holds hexadecimal
 numbers to 32 bits but not to their range, takes a fraction beyond all numbers (1e999), counts children only where none
-may repeat, and looks at IPv6 addresses and the numbers of a list only letter by letter.
+may repeat, looks at IPv6 addresses and the numbers of a list only letter by letter, and asks neither `<read>` and
+`<write>` for clients that there can be nor `<tls>` for its key. The files that `<tls>` names are proved by the check and
+at start.
 
 A value has no blanks around it. Numbers are decimal; in the text of an element they may also be hexadecimal with `0x`.
 )";

@@ -4,7 +4,12 @@
 #include <memory>
 
 #include "qapp/own_section.h"
+#include "qapp/tls_section.h"
+#include "qcfg/document.h"
 #include "qcfg/value_types.h"
+#include "qreg/tls/identity.h"
+#include "qreg/tls/subject.h"
+#include "qstd/exception.h"
 
 namespace qapp {
 
@@ -30,6 +35,20 @@ void Take(const qcfg::Element& section, const std::string& name, T& out) {
     }
 }
 
+constexpr const char* c_readers = "read";
+constexpr const char* c_writers = "write";
+
+/// Those whom <read> or <write> names.
+void AddClients(const qcfg::Element& clients, qreg::ClientList& list) {
+    std::string from;
+    std::string subject;
+    clients.GetAttrValue("from", from);
+    if (clients.GetAttrValue("subject", subject)) {
+        subject = qreg::tls::CanonicalSubject(subject);
+    }
+    list.Add(from, subject);
+}
+
 void ReadSection(const qcfg::Element& section, qreg::ServerSettings& settings) {
     Take(section, "port", settings.port);
     section.GetAttrValue("listen", settings.listen);
@@ -42,12 +61,71 @@ void ReadSection(const qcfg::Element& section, qreg::ServerSettings& settings) {
     limits.allPatterns = std::max(limits.allPatterns, c_patternsEach * limits.subscriptions);
     Take(section, "queue", limits.queue);
     limits.defaultQueue = std::min(limits.defaultQueue, limits.queue);
-    for (const std::shared_ptr<qcfg::Element>& write : section.GetChildren()) {
-        std::string from;
-        if (write->GetAttrValue("from", from)) {
-            settings.mayWrite.Add(from);
+    for (const std::shared_ptr<qcfg::Element>& child : section.GetChildren()) {
+        if (child->GetName() == c_readers) {
+            AddClients(*child, settings.mayRead);
+        } else if (child->GetName() == c_writers) {
+            AddClients(*child, settings.mayWrite);
         }
     }
+}
+
+/// Proves <read> or <write>. @param hasTls whether clients can have certificates at all
+void CheckClients(const qcfg::Element& clients, bool hasTls, qcfg::Findings& findings) {
+    const auto tell = [&](const std::string& text) {
+        findings.push_back({qcfg::Severity_e::error, clients.GetLine(), text});
+    };
+    const std::string element = "<" + clients.GetName() + ">";
+    std::string from;
+    std::string subject;
+    const bool hasFrom = clients.GetAttrValue("from", from);
+    if (!clients.GetAttrValue("subject", subject)) {
+        if (!hasFrom) {
+            tell(element + " names no clients: it needs the attribute \"from\" or \"subject\"");
+        }
+        return;
+    }
+    try {
+        qreg::tls::CanonicalSubject(subject);
+    } catch (const qstd::Exception& error) {
+        tell("attribute \"subject\" of " + element + ": " + error.what());
+    }
+    if (!hasTls) {
+        tell("attribute \"subject\" of " + element +
+             ": clients show certificates over TLS only, and there is no <tls>");
+    }
+}
+
+/// What the parts of the section have to do with each other.
+void CheckSection(const qcfg::Element& section, qcfg::Findings& findings) {
+    const std::shared_ptr<qcfg::Element> tls = section.FindChild(c_tlsElement);
+    bool isPush = false;
+    section.GetAttrValue("push", isPush);
+    for (const std::shared_ptr<qcfg::Element>& child : section.GetChildren()) {
+        if (child->GetName() == c_readers || child->GetName() == c_writers) {
+            CheckClients(*child, tls != nullptr, findings);
+        }
+    }
+    std::shared_ptr<qcfg::Attribute> port;
+    if (isPush && tls != nullptr && !tls->FindAttr("port", port)) {
+        findings.push_back({qcfg::Severity_e::error, section.GetLine(),
+                            "attribute \"push\" of <registry>: callback objects are called in clear, but <tls> without "
+                            "\"port\" leaves nothing in clear"});
+    }
+}
+
+ElementRule ClientsRule(const std::string& name, const std::string& doc) {
+    ElementRule rule{.name = name, .occurrence = Occurrence_e::any, .doc = doc};
+    rule.attributes = {
+        {.name = "from",
+         .type = qcfg::AddressPrefix(),
+         .doc = "Their address, or a prefix that their addresses have. Any address when left out."},
+        {.name = "subject",
+         .type = qcfg::Text("subject of a certificate"),
+         .doc = "The subject of their certificate, as `openssl x509 -noout -subject -nameopt RFC2253` prints it behind "
+                "\"subject=\". With `from`, both must hold; one of the two must be there."},
+    };
+    return rule;
 }
 
 }  // namespace
@@ -89,21 +167,21 @@ ElementRule RegistryRule() {
          .doc = "The most notifications that wait for one subscriber, however many it asks for. For one too many the "
                 "oldest is dropped, and the subscriber is told how many were."},
     };
-    ElementRule write{.name = "write",
-                      .occurrence = Occurrence_e::any,
-                      .doc = "Clients that may write. Without any such element every client may."};
-    write.attributes = {{.name = "from",
-                         .type = qcfg::AddressPrefix(),
-                         .isRequired = true,
-                         .doc = "Their address, or a prefix that their addresses have."}};
-    rule.children = {write};
+    rule.children = {
+        ClientsRule(c_readers,
+                    "Clients that may read, besides those that may write. Without any such element every client may."),
+        ClientsRule(c_writers, "Clients that may write. Without any such element every client that may read may."),
+        TlsRule(),
+    };
+    rule.check = CheckSection;
     return rule;
 }
 
 qreg::ServerSettings ReadRegistrySettings(const qcfg::Configuration& configuration, const Options& options,
                                           qreg::ServerSettings defaults) {
     qreg::ServerSettings settings = std::move(defaults);
-    if (const auto section = FindOwnSection(configuration, RegistryRule())) {
+    const auto section = FindOwnSection(configuration, RegistryRule());
+    if (section != nullptr) {
         ReadSection(*section, settings);
     }
     if (options.isPortGiven) {
@@ -112,7 +190,27 @@ qreg::ServerSettings ReadRegistrySettings(const qcfg::Configuration& configurati
     if (!options.listen.empty()) {
         settings.listen = options.listen;
     }
+    if (const auto tls = section != nullptr ? section->FindChild(c_tlsElement) : nullptr) {
+        settings.tls = ReadTlsSection(*tls, configuration, settings.listen);
+    }
     return settings;
+}
+
+qcfg::Findings CheckTlsFiles(const qcfg::Configuration& configuration) {
+    const auto section = FindOnlySection(configuration, RegistryRule().name);
+    const auto tls = section != nullptr ? section->FindChild(c_tlsElement) : nullptr;
+    qcfg::Findings findings;
+    if (tls == nullptr) {
+        return findings;
+    }
+    try {
+        for (const std::string& concern : ReadIdentity(*tls, configuration)->FindConcerns()) {
+            findings.push_back({qcfg::Severity_e::warning, tls->GetLine(), concern});
+        }
+    } catch (const qstd::Exception& error) {
+        findings.push_back({qcfg::Severity_e::error, tls->GetLine(), error.what()});
+    }
+    return findings;
 }
 
 }  // namespace qapp

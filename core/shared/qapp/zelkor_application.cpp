@@ -242,7 +242,9 @@ void ZelkorApplication::OpenRegistry(const Options& options) {
     settings.port = DefaultPort();
     settings.maxMessage = static_cast<std::size_t>(DefaultMaxPacketSize());
     settings = ReadRegistrySettings(m_config, options, std::move(settings));
+    const bool isTlsBeside = settings.tls && settings.tls->port;
     m_isAnyPort = settings.port == 0;
+    m_isAnyTlsPort = isTlsBeside && *settings.tls->port == 0;
     if (m_createServer) {
         m_server = m_createServer(settings, m_registry);
     }
@@ -253,8 +255,15 @@ void ZelkorApplication::AcceptRequests() {
         return;
     }
     m_server->Serve();
+    const auto tell = [this](int port) {
+        qstd::LogInfo("Registry server listens on port " + std::to_string(port) +
+                      (port == m_server->GetTlsPort() ? " with TLS" : ""));
+    };
     if (m_isAnyPort) {
-        qstd::LogInfo("Registry server listens on port " + std::to_string(m_server->GetPort()));
+        tell(m_server->GetPort());
+    }
+    if (m_isAnyTlsPort) {
+        tell(m_server->GetTlsPort());
     }
 }
 

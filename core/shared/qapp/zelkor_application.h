@@ -153,6 +153,7 @@ private:
     qreg::ServerFactory m_createServer;
     std::unique_ptr<qreg::Server> m_server;  ///< from before OnPostInit to the end of Run
     bool m_isAnyPort = false;                ///< the system chose the server's port
+    bool m_isAnyTlsPort = false;             ///< and that of TLS beside it
     std::vector<std::unique_ptr<ZelkorBoard>> m_boards;
 };
 

@@ -11,6 +11,7 @@
 
 #include "bmc/board_pool.h"
 #include "qapp/configuration_rules.h"
+#include "qapp/registry_settings.h"
 #include "qapp/zelkor_application.h"
 #include "qcfg/checker.h"
 #include "qcfg/schema_writer.h"
@@ -70,6 +71,8 @@ bool ZelkorApplication::CheckAndPrint(const Options& options) {
         LoadConfiguration(options);
         findings = qcfg::CheckConfiguration(m_config.GetRoot(), GetRules());
         if (!qcfg::HasError(findings)) {
+            const qcfg::Findings files = CheckTlsFiles(m_config);
+            findings.insert(findings.end(), files.begin(), files.end());
             ProveOnBoards(findings);
         }
     } catch (const std::exception& error) {

@@ -39,6 +39,10 @@ std::string Subject(const TreeNode& node) {
     return "Node \"" + node.GetName() + "\" ";
 }
 
+bool IsWritable(const TreeNode& node) {
+    return (node.OnGetFlags() & RegNode::c_writable) != 0;
+}
+
 /// Which node of @p path is not there.
 std::string NoNodeText(const std::shared_ptr<TreeNode>& root, std::string_view path) {
     try {
@@ -238,9 +242,18 @@ Outcome Access::Read(std::string_view path) const {
     return node != nullptr ? Read(*node) : Failure(ErrorCode_e::no_such_node, NoNodeText(m_root, path));
 }
 
+Outcome Access::ReadBeforeWrite(std::string_view path) const {
+    const TreeNode* const node = m_root->FindBelow(path);
+    try {
+        return node != nullptr && IsWritable(*node) ? Read(*node) : Outcome{ErrorCode_e::not_writable, {}, {}};
+    } catch (...) {
+        return Failure(ErrorCode_e::failed, CaughtText());
+    }
+}
+
 Outcome Access::Write(TreeNode& node, const Value& value) {
     try {
-        if ((node.OnGetFlags() & RegNode::c_writable) == 0) {
+        if (!IsWritable(node)) {
             return Failure(ErrorCode_e::not_writable, Subject(node) + "cannot be written by clients");
         }
         return Assign(node, value);

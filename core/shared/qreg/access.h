@@ -51,6 +51,10 @@ public:
     /// The same by path.
     Outcome Read(std::string_view path) const;
 
+    /// The value of a node that clients may write; of any other, and of none, an outcome that is not ok without asking
+    /// for a value.
+    Outcome ReadBeforeWrite(std::string_view path) const;
+
     /// Gives the node a value: one of its own type, a whole number for a double, a double without fraction that fits
     /// for an integer, or a text that the node converts itself. Never throws but for want of memory.
     static Outcome Write(qnode::TreeNode& node, const qnode::Value& value);

@@ -4,22 +4,36 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "qnode/tree_node.h"
-#include "qreg/address_list.h"
+#include "qreg/client_list.h"
 #include "qreg/subscriptions.h"
 
 namespace qreg {
 
+namespace tls {
+class Identity;
+}
+
+/// How a registry server speaks TLS.
+struct TlsSettings {
+    std::shared_ptr<const tls::Identity> identity;  ///< never null
+    std::optional<int> port;                        ///< beside the other one, 0: any free one; none: in its place
+    std::string listen;                             ///< address of the port of its own; empty: all
+};
+
 /// How a registry server is to run.
 struct ServerSettings {
-    std::string product;                                    ///< name and version of the program, for clients that ask
-    std::string listen;                                     ///< address; empty: all
-    int port = 0;                                           ///< 0: any free one
-    AddressList mayWrite;                                   ///< clients that may write; empty: every client
-    bool push = false;                                      ///< whether clients may hand in callback objects
-    std::size_t connections = 1000;                         ///< the most at a time; fewer when descriptors are scarce
+    std::string product;             ///< name and version of the program, for clients that ask
+    std::string listen;              ///< address; empty: all
+    int port = 0;                    ///< 0: any free one
+    ClientList mayRead;              ///< clients that may read, besides those that may write; empty: every client
+    ClientList mayWrite;             ///< clients that may write; empty: every client that may read
+    std::optional<TlsSettings> tls;  ///< none: everything is served in clear
+    bool push = false;               ///< whether clients may hand in callback objects
+    std::size_t connections = 1000;  ///< the most at a time; fewer when descriptors are scarce
     std::size_t maxMessage = std::size_t{2} * 1024 * 1024;  ///< bytes of one message, either way
     std::chrono::seconds idleTime{60};                      ///< a connection without a request for so long is closed
     SubscriptionLimits subscriptions;
@@ -37,6 +51,9 @@ public:
 
     /// The port it is bound to.
     virtual int GetPort() const = 0;
+
+    /// The port that is for TLS only: the same when there is no other, 0 when there is no TLS.
+    virtual int GetTlsPort() const = 0;
 
     /// Serves requests from now on.
     virtual void Serve() = 0;

@@ -33,9 +33,10 @@ protected:
 TEST_F(CompletionTest, CommandsAndOptions) {
     EXPECT_THAT(Complete("zelkor-regctl "), ElementsAre("ls", "tree", "get", "set", "info", "watch"));
     EXPECT_THAT(Complete("zelkor-regctl t"), ElementsAre("tree"));
-    EXPECT_THAT(Complete("zelkor-regctl --"), ElementsAre("--json", "--server", "--help", "--version"));
-    EXPECT_THAT(Complete("zelkor-regctl watch --c"), ElementsAre("--count"));
-    EXPECT_THAT(Complete("zelkor-regctl get --c"), IsEmpty());
+    EXPECT_THAT(Complete("zelkor-regctl --"), ElementsAre("--json", "--server", "--help", "--version", "--tls", "--ca",
+                                                          "--certificate", "--key", "--server-name"));
+    EXPECT_THAT(Complete("zelkor-regctl watch --c"), ElementsAre("--count", "--ca", "--certificate"));
+    EXPECT_THAT(Complete("zelkor-regctl get --co"), IsEmpty());
 }
 
 TEST_F(CompletionTest, PathsComeFromTheServer) {

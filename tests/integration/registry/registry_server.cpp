@@ -1,7 +1,9 @@
 // A registry server on the tests' tree, in a process of its own: calls within one process pass by the sockets and by
-// the checks that stand before a request. Prints its port. Refuses requests after SIGUSR1, ends after SIGTERM.
+// the checks that stand before a request. Prints its port, then that for TLS. Refuses requests after SIGUSR1,
+// ends after SIGTERM.
 //
-//     registry_server [NAME=VALUE]...    listen port push connections maxMessage idle write leaves wait queue
+//     registry_server [NAME=VALUE]...    listen port push connections maxMessage idle read write writer leaves wait
+//     queue tls=FOLDER with server.pem, server.key, ca.pem, and server.crl if there is one; tlsPort: its own port
 
 #include <sys/prctl.h>
 
@@ -13,8 +15,11 @@
 #include <string>
 
 #include "qreg/corba/server.h"
+#include "qreg/tls/identity.h"
+#include "qreg/tls/subject.h"
 #include "qstd/log.h"
 #include "tests/integration/registry/test_tree.h"
+#include "tests/support/file.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 /// A defect of omniORB 4.2.5: of a connection that ends it forgets the messages that wait, behind another one, for
@@ -63,6 +68,27 @@ qreg::ServerSettings ToSettings(const Words& words) {
     if (!words.Text("write").empty()) {
         settings.mayWrite.Add(words.Text("write"));
     }
+    if (!words.Text("read").empty()) {
+        settings.mayRead.Add(words.Text("read"));
+    }
+    if (!words.Text("writer").empty()) {
+        settings.mayWrite.Add("", qreg::tls::CanonicalSubject(words.Text("writer")));
+    }
+    const std::string folder = words.Text("tls") + "/";
+    if (folder != "/") {
+        qreg::TlsSettings tls;
+        tls.identity = std::make_shared<qreg::tls::Identity>(
+            qreg::tls::Side_e::server,
+            qreg::tls::IdentityFiles{.certificate = folder + "server.pem",
+                                     .key = folder + "server.key",
+                                     .ca = folder + "ca.pem",
+                                     .crl = test::Exists(folder + "server.crl") ? folder + "server.crl" : ""});
+        if (!words.Text("tlsPort").empty()) {
+            tls.port = static_cast<int>(words.Number("tlsPort", 0));
+        }
+        tls.listen = settings.listen;
+        settings.tls = tls;
+    }
     return settings;
 }
 
@@ -70,7 +96,7 @@ void Run(const Words& words, const sigset_t& signals) {
     const auto root = test::MakeTestTree(words.Number("leaves", 700));
     const auto server = qreg::corba::CreateServer(ToSettings(words), root);
     server->Serve();
-    std::cout << server->GetPort() << std::endl;
+    std::cout << server->GetPort() << "\ntls " << server->GetTlsPort() << std::endl;
     int signal = 0;
     while (sigwait(&signals, &signal) == 0 && signal == SIGUSR1) {
         server->Refuse();

@@ -30,6 +30,7 @@ public:
     int GetPort() const noexcept { return m_port; }
     Process& Get() noexcept { return m_process; }
     std::string Output() const { return ReadFile(m_folder.Path("out")); }
+    std::string Errors() const { return ReadFile(m_folder.Path("err")); }
 
 private:
     TempFolder m_folder;

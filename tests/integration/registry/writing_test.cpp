@@ -80,6 +80,44 @@ TEST_F(RegistryWriting, SetMany_DoesEachWhateverCameOfTheOnesBefore) {
     EXPECT_STREQ(reading->val.characters(), "last");
 }
 
+TEST_F(RegistryWriting, EveryWrite_IsLoggedWithBothValues) {
+    Start();
+    EXPECT_EQ(Set("knobs/speed", Number(4000)), "");
+    EXPECT_EQ(Set("knobs/speed", Number(20000)), "8: Too high value: 20000");
+    EXPECT_THAT(Set("values/number", Number(1)), StartsWith("4: "));
+    reg::NewValue later;
+    later.other(reg::Blob());
+    later._d(99);
+    EXPECT_THAT(Set("knobs/speed", later), StartsWith("5: "));
+    ASSERT_EQ(Stop(), 0);
+    const std::string log = Errors();
+    EXPECT_THAT(log, HasSubstr("INFO     Registry: knobs/speed set from 100 to 4000 by 127.0.0.1\n"));
+    EXPECT_THAT(log,
+                HasSubstr("WARNING  Registry: knobs/speed not set from 4000 to 20000 for 127.0.0.1: Too high value: "
+                          "20000\n"));
+    EXPECT_THAT(log, HasSubstr("WARNING  Refused to write values/number = 1 for 127.0.0.1: "));
+    EXPECT_THAT(log,
+                HasSubstr("WARNING  Refused to write knobs/speed = ? for 127.0.0.1: This server knows no values of "
+                          "type 99\n"));
+}
+
+TEST_F(RegistryWriting, Readers_AreTheOnlyOnesThatAreAnswered) {
+    Start({"read=10.1.2.0/24", "write=10.1.3.0/24"});
+    const reg::ServerInfo_var info = m_registry->hello("a stranger");
+    EXPECT_EQ(info->major, 1);
+    EXPECT_EQ(ErrorOf([&] { m_registry->get("knobs/speed"); }), "6: Clients at 127.0.0.1 may not read");
+    EXPECT_EQ(ErrorOf([&] { m_registry->subtree("", 1, 0, ""); }), "6: Clients at 127.0.0.1 may not read");
+    EXPECT_EQ(ErrorOf([&] { m_registry->children("", 0); }), "6: Clients at 127.0.0.1 may not read");
+    EXPECT_EQ(ErrorOf([&] { m_registry->get_many(test::Paths({"knobs/speed"})); }),
+              "6: Clients at 127.0.0.1 may not read");
+    EXPECT_EQ(ErrorOf([&] { m_registry->subscribe(reg::Filter()); }), "6: Clients at 127.0.0.1 may not read");
+    EXPECT_EQ(ErrorOf([&] { m_registry->poll("x", 0, 0, 0); }), "6: Clients at 127.0.0.1 may not read");
+    EXPECT_EQ(ErrorOf([&] { m_registry->open_view(test::Paths({"knobs/speed"})); }),
+              "6: Clients at 127.0.0.1 may not read");
+    EXPECT_EQ(Set("knobs/speed", Number(4000)), "6: Clients at 127.0.0.1 may not write");
+    EXPECT_TRUE(AwaitErrors("Refused to read knobs/speed for 127.0.0.1, which may not read"));
+}
+
 TEST_F(RegistryWriting, Stranger_IsDeniedAndLoggedWithAddressPathAndValue) {
     Start({"write=10.1.2.0/24"});
     EXPECT_EQ(Set("knobs/speed", Number(4000)), "6: Clients at 127.0.0.1 may not write");

@@ -98,6 +98,7 @@ private:
         explicit RecordingServer(RecordingApplication& application) : m_application(application) {}
         ~RecordingServer() override { m_application.Note("(server gone)"); }
         int GetPort() const override { return 1; }
+        int GetTlsPort() const override { return 0; }
         void Serve() override { m_application.Note("(server serves)"); }
         void Refuse() override { m_application.Note("(server refuses)"); }
         void Stop() override { m_application.Note("(server stops)"); }

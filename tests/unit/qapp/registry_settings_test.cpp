@@ -3,10 +3,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
+#include <cstdlib>
 #include <map>
 
 #include "qstd/exception.h"
 #include "tests/support/expect_text.h"
+#include "tests/support/temp_folder.h"
+#include "tests/support/tls/test_authority.h"
 
 namespace {
 
@@ -68,9 +73,9 @@ TEST(RegistrySettings, AreThoseOfTheSection) {
     EXPECT_EQ(settings.subscriptions.allPatterns, 2048U);
     EXPECT_EQ(settings.subscriptions.queue, 11U);
     EXPECT_EQ(settings.subscriptions.defaultQueue, 11U) << "never beyond the most that there may be";
-    EXPECT_TRUE(settings.mayWrite.Contains("127.1.2.3"));
-    EXPECT_TRUE(settings.mayWrite.Contains("::1"));
-    EXPECT_FALSE(settings.mayWrite.Contains("10.0.0.1"));
+    EXPECT_TRUE(settings.mayWrite.Contains({"127.1.2.3"}));
+    EXPECT_TRUE(settings.mayWrite.Contains({"::1"}));
+    EXPECT_FALSE(settings.mayWrite.Contains({"10.0.0.1"}));
 }
 
 TEST(RegistrySettings, CommandLineWins) {
@@ -95,14 +100,121 @@ TEST(RegistrySettings, WhatTheRulesDoNotAllow_IsRefusedWithItsLine) {
         {"<registry idle_time='0'/>", "idle_time"},
         {"<registry queue='-1'/>", "queue"},
         {"<registry ports='1'/>", "ports"},
-        {"<registry><write/></registry>", "from"},
+        {"<registry><write/></registry>", "<write> names no clients: it needs the attribute \"from\" or \"subject\""},
+        {"<registry><read/></registry>", "<read> names no clients: it needs the attribute \"from\" or \"subject\""},
+        {"<registry><read from='1.2.3'/></registry>", "1.2.3"},
+        {"<registry><write subject='CN=a'/></registry>",
+         "attribute \"subject\" of <write>: clients show certificates over TLS only, and there is no <tls>"},
+        {"<registry><read subject='a'/><tls certificate='a' key='b' ca='c'/></registry>",
+         "attribute \"subject\" of <read>: \"a\" is not the subject of a certificate: "},
+        {"<registry><tls key='b' ca='c'/></registry>", "certificate"},
+        {"<registry><tls certificate='a' key='b'/></registry>", "\"ca\""},
+        {"<registry><tls certificate='a' ca='c'/></registry>",
+         "<tls> needs the attribute \"key\" or \"key-credential\""},
+        {"<registry><tls certificate='a' key='b' key-credential='b' ca='c'/></registry>",
+         "<tls> has both \"key\" and \"key-credential\""},
+        {"<registry><tls certificate='a' key='b' ca='c' port='65536'/></registry>", "port"},
+        {"<registry><tls certificate='a' key='b' ca='c' listen='::'/></registry>",
+         "attribute \"listen\" of <tls> goes with \"port\""},
+        {"<registry push='yes'><tls certificate='a' key='b' ca='c'/></registry>",
+         "attribute \"push\" of <registry>: callback objects are called in clear"},
+        {"<registry><tls certificate='a' key='b' ca='c'/><tls certificate='a' key='b' ca='c'/></registry>", "tls"},
         {"<registry><write from='1.2.3'/></registry>", "1.2.3"},
-        {"<registry><read/></registry>", "read"},
+        {"<registry><see/></registry>", "see"},
     };
     for (const auto& [section, subject] : cases) {
         const std::string text = test::TextOf([&, text = section] { Read("\n" + text + "\n"); });
         EXPECT_THAT(text, testing::AllOf(testing::StartsWith("c.xml:3: "), testing::HasSubstr(subject))) << section;
     }
+}
+
+/// A configuration beside certificates.
+class TlsSettingsTest : public testing::Test {
+protected:
+    qcfg::Configuration Configuration(const std::string& registry) const {
+        qcfg::Configuration configuration;
+        configuration.LoadText("<zelkor>\n\n" + registry + "\n</zelkor>\n", m_folder.Path("c.xml"));
+        return configuration;
+    }
+    std::string Refusal(const std::string& registry) const {
+        return test::TextOf([&] { qapp::ReadRegistrySettings(Configuration(registry), {}, {}); });
+    }
+    static constexpr const char* c_tls = "<tls certificate='server.pem' key='server.key' ca='ca.pem'/>";
+
+    const test::TempFolder m_folder;
+    const test::TestAuthority m_authority{m_folder.Path()};
+};
+
+TEST_F(TlsSettingsTest, Files_AreBesideTheConfiguration) {
+    m_authority.Issue("server", {.days = 365});
+    ServerSettings settings = qapp::ReadRegistrySettings(
+        Configuration("<registry listen='127.0.0.1'>" + std::string(c_tls) + "</registry>"), {}, {});
+    ASSERT_TRUE(settings.tls);
+    EXPECT_NE(settings.tls->identity, nullptr);
+    EXPECT_FALSE(settings.tls->port);
+    EXPECT_EQ(settings.tls->listen, "127.0.0.1");
+    m_authority.WriteRevocations("ca");
+    settings = qapp::ReadRegistrySettings(
+        Configuration("<registry listen='127.0.0.1' push='yes'><tls port='0' listen='::1' certificate='" +
+                      m_folder.Path("server.pem") + "' key='./server.key' ca='ca.pem' crl='ca.crl'/></registry>"),
+        {}, {});
+    ASSERT_TRUE(settings.tls);
+    EXPECT_EQ(settings.tls->port, 0);
+    EXPECT_EQ(settings.tls->listen, "::1");
+}
+
+TEST_F(TlsSettingsTest, Subjects_AreTakenInOneForm) {
+    m_authority.Issue("server");
+    const ServerSettings settings = qapp::ReadRegistrySettings(
+        Configuration("<registry><read subject='CN=reader'/><write subject='CN=operator, O=Lab' from='10.0.0.0/8'/>" +
+                      std::string(c_tls) + "</registry>"),
+        {}, {});
+    EXPECT_TRUE(settings.mayRead.Contains({"1.2.3.4", "CN=reader"}));
+    EXPECT_TRUE(settings.mayWrite.Contains({"10.0.0.1", "CN=operator,O=Lab"}));
+    EXPECT_FALSE(settings.mayWrite.Contains({"11.0.0.1", "CN=operator,O=Lab"}));
+    EXPECT_FALSE(settings.mayWrite.Contains({"10.0.0.1", "CN=reader"}));
+}
+
+TEST_F(TlsSettingsTest, FileThatIsWrong_IsAnErrorOfItsLineAtStartAndInTheCheck) {
+    m_authority.Issue("server");
+    ASSERT_EQ(::chmod(m_folder.Path("server.key").c_str(), 0644), 0);
+    const std::string registry = "<registry>\n" + std::string(c_tls) + "</registry>";
+    const std::string text = "key " + m_folder.Path("server.key") +
+                             ": has mode 0644, must not be readable or writable by its group or by others (chmod 600)";
+    EXPECT_EQ(Refusal(registry), m_folder.Path("c.xml") + ":4: " + text);
+    const qcfg::Findings findings = qapp::CheckTlsFiles(Configuration(registry));
+    ASSERT_EQ(findings.size(), 1U);
+    EXPECT_EQ(findings[0].severity, qcfg::Severity_e::error);
+    EXPECT_EQ(findings[0].line, 4);
+    EXPECT_EQ(findings[0].text, text);
+}
+
+TEST_F(TlsSettingsTest, CertificateThatEndsSoon_IsAWarningOfTheCheckOnly) {
+    m_authority.Issue("server", {.days = 10});
+    const std::string registry = "<registry>\n" + std::string(c_tls) + "</registry>";
+    EXPECT_EQ(Refusal(registry), "(no exception)");
+    const qcfg::Findings findings = qapp::CheckTlsFiles(Configuration(registry));
+    ASSERT_EQ(findings.size(), 1U);
+    EXPECT_EQ(findings[0].severity, qcfg::Severity_e::warning);
+    EXPECT_THAT(findings[0].text, testing::HasSubstr("server.pem: expires at "));
+    EXPECT_TRUE(qapp::CheckTlsFiles(Configuration("<registry port='1'/>")).empty());
+    EXPECT_TRUE(qapp::CheckTlsFiles(Configuration("")).empty());
+}
+
+TEST_F(TlsSettingsTest, KeyCredential_IsReadFromTheFolderOfTheServiceManager) {
+    m_authority.Issue("server");
+    const std::string registry =
+        "<registry>\n<tls certificate='server.pem' key-credential='server.key' ca='ca.pem'/></registry>";
+    ::unsetenv("CREDENTIALS_DIRECTORY");
+    EXPECT_THAT(Refusal(registry),
+                testing::EndsWith("c.xml:4: attribute \"key-credential\" of <tls>: the service manager "
+                                  "has handed over no credentials (CREDENTIALS_DIRECTORY is not set)"));
+    ::setenv("CREDENTIALS_DIRECTORY", m_folder.Path().c_str(), 1);
+    ASSERT_EQ(::chmod(m_folder.Path("server.key").c_str(), 0440), 0);
+    EXPECT_EQ(Refusal(registry), "(no exception)");
+    EXPECT_THAT(Refusal("<registry><tls certificate='server.pem' key-credential='../x' ca='ca.pem'/></registry>"),
+                testing::HasSubstr("\"../x\" is not the name of a credential"));
+    ::unsetenv("CREDENTIALS_DIRECTORY");
 }
 
 TEST(RegistrySettings, SecondSection_IsRefusedWithItsLine) {

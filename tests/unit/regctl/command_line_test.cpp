@@ -31,6 +31,32 @@ TEST(CommandLine, OptionsMayStandAnywhere) {
     EXPECT_EQ(line.server.port, 7);
 }
 
+TEST(CommandLine, Tls_HasItsFiles) {
+    EXPECT_FALSE(ParseCommandLine({"ls"}).server.tls);
+    CommandLine line = ParseCommandLine({"--tls", "--ca", "ca.pem", "ls"});
+    ASSERT_TRUE(line.server.tls);
+    EXPECT_EQ(line.server.tls->ca, "ca.pem");
+    EXPECT_EQ(line.server.tls->certificate + line.server.tls->key + line.server.tls->serverName, "");
+    line = ParseCommandLine({"ls", "--key=a.key", "--server=box:7", "--certificate", "a.pem", "--tls", "--ca", "ca.pem",
+                             "--server-name", "chassis"});
+    ASSERT_TRUE(line.server.tls);
+    EXPECT_EQ(line.server.tls->certificate, "a.pem");
+    EXPECT_EQ(line.server.tls->key, "a.key");
+    EXPECT_EQ(line.server.tls->serverName, "chassis");
+    EXPECT_EQ(line.server.host, "box");
+}
+
+TEST(CommandLine, TlsInParts_IsRefused) {
+    const auto refusal = [](const std::vector<std::string>& words) {
+        return test::TextOf([&] { ParseCommandLine(words); });
+    };
+    EXPECT_EQ(refusal({"ls", "--tls"}), "--tls needs --ca: the certificates that the server's must lead to");
+    EXPECT_EQ(refusal({"ls", "--ca", "ca.pem"}), "--ca goes with --tls");
+    EXPECT_EQ(refusal({"ls", "--server-name", "box"}), "--server-name goes with --tls");
+    EXPECT_EQ(refusal({"ls", "--tls", "--ca", "c", "--key", "k"}), "--certificate and --key go together");
+    EXPECT_EQ(refusal({"ls", "--tls", "--ca", "c", "--certificate", "k"}), "--certificate and --key go together");
+}
+
 TEST(CommandLine, NegativeNumbersAndWordsBehindTwoDashes_AreNoOptions) {
     EXPECT_THAT(ParseCommandLine({"set", "fans", "-100"}).words, ElementsAre("set", "fans", "-100"));
     EXPECT_THAT(ParseCommandLine({"set", "fans", "-1e-3"}).words, ElementsAre("set", "fans", "-1e-3"));

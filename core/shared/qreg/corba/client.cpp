@@ -80,6 +80,9 @@ private:
             throw RegistryError(static_cast<ErrorCode_e>(error.code), std::string(error.path), std::string(error.text));
         } catch (const CORBA::SystemException& failure) {
             throw NoServer(FailureText(m_server, limit, failure), true);
+        } catch (const omniORB::fatalException&) {
+            // Its way to say that a server ended TLS in the middle of the handshake.
+            throw NoServer(FailureText(m_server, limit, CORBA::COMM_FAILURE()), true);
         }
     }
 
@@ -99,7 +102,7 @@ private:
 
 public:
     Impl(ServerAddress server, std::chrono::milliseconds timeout)
-        : m_server(std::move(server)), m_url(m_server.ToUrl()), m_timeout(timeout) {}
+        : m_server(std::move(server)), m_url(m_server.ToUrl()), m_timeout(timeout), m_orb(m_server) {}
 
     /// Carries out a request on the registry.
     /// @param wait how long the server may wait before it answers
@@ -203,8 +206,9 @@ private:
     std::size_t m_lastLocalView = 0;
 };
 
-Client::Client(const std::string& host, int port, std::chrono::milliseconds timeout)
-    : m_impl(std::make_unique<Impl>(ServerAddress{host, port}, timeout)) {}
+Client::Client(const std::string& host, int port, std::chrono::milliseconds timeout,
+               const std::optional<ClientTls>& tls)
+    : m_impl(std::make_unique<Impl>(ServerAddress{host, port, tls}, timeout)) {}
 
 Client::~Client() = default;
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,7 @@
 #include "qreg/access.h"
 #include "qreg/error.h"
 #include "qreg/subscriptions.h"
+#include "qreg/tls/identity.h"
 #include "qstd/exception.h"
 
 namespace qreg::corba {
@@ -37,17 +39,28 @@ struct TreeItem {
     Outcome outcome;  ///< its value; code not_readable for a node without one
 };
 
+/// How a client speaks TLS.
+struct ClientTls {
+    std::shared_ptr<const tls::Identity> identity;  ///< never null
+    std::string serverName;  ///< a host's name or an address that the server's certificate must be for; empty: the host
+
+    friend bool operator==(const ClientTls&, const ClientTls&) = default;
+};
+
 /// A client of a registry server. One thread at a time; another one may hold a client of its own to the same server.
 /// Every operation throws NoServer when the server does not answer, RegistryError when it refuses. A connection that
 /// the server closed for idleness is made anew without a word. Not for a process that also serves a registry: the last
-/// client that ends takes the process's ORB with it.
+/// client that ends takes the process's ORB with it. All clients that a process has at a time speak TLS in the same way
+/// to one server, or none does.
 class Client {
 public:
     /// Does not connect yet.
     /// @param host name or address, IPv6 without brackets
     /// @param timeout of one request, beyond the time that a poll waits
-    /// @throws qstd::Exception when host or port cannot be one.
-    Client(const std::string& host, int port, std::chrono::milliseconds timeout);
+    /// @param tls none: in clear
+    /// @throws qstd::Exception when host or port cannot be one, or when this process has clients that speak otherwise.
+    Client(const std::string& host, int port, std::chrono::milliseconds timeout,
+           const std::optional<ClientTls>& tls = std::nullopt);
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
     ~Client();

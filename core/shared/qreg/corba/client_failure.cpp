@@ -1,15 +1,9 @@
 #include "qreg/corba/client_failure.h"
 
-#include <netdb.h>
 #include <omniORB4/minorCode.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <memory>
-#include <system_error>
-
+#include "qreg/corba/connect.h"
+#include "qreg/corba/tls_probe.h"
 #include "qstd/exception.h"
 
 namespace qreg::corba {
@@ -23,37 +17,15 @@ bool IsIpv6(const std::string& host) {
     return host.find(':') != std::string::npos;
 }
 
-/// The error number that connecting to one address ends with, 0 when it succeeds.
-int TryConnect(const addrinfo& address) {
-    const int socket = ::socket(address.ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (socket < 0) {
-        return errno;
-    }
-    int error = ::connect(socket, address.ai_addr, address.ai_addrlen) == 0 ? 0 : errno;
-    if (error == EINPROGRESS) {
-        pollfd source{socket, POLLOUT, 0};
-        error = ETIMEDOUT;
-        if (::poll(&source, 1, static_cast<int>(c_connectLimit.count())) > 0) {
-            socklen_t size = sizeof error;
-            ::getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size);
-        }
-    }
-    ::close(socket);
-    return error;
-}
-
 /// Why no connection could be made: the ORB does not tell.
 std::string ConnectFailure(const ServerAddress& server) {
-    addrinfo hints{};
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo* found = nullptr;
-    const int error = ::getaddrinfo(server.host.c_str(), std::to_string(server.port).c_str(), &hints, &found);
-    if (error != 0) {
-        return error == EAI_SYSTEM ? std::generic_category().message(errno) : ::gai_strerror(error);
-    }
-    const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> addresses(found, &::freeaddrinfo);
-    const int reason = TryConnect(*addresses);
-    return reason == 0 ? "the connection could not be made" : std::generic_category().message(reason);
+    const Connection connection = Connect(server.host, server.port, c_connectLimit);
+    return connection.reason.empty() ? "the connection could not be made" : connection.reason;
+}
+
+/// What is wrong with the certificates of the two, or with their TLS; empty when that is not what it is.
+std::string TlsFailure(const ServerAddress& server) {
+    return server.tls ? ProbeTls(server.host, server.port, *server.tls->identity, server.CertificateName()) : "";
 }
 
 bool IsTimeout(const CORBA::SystemException& failure) {
@@ -84,7 +56,7 @@ std::string ServerAddress::ToUrl() const {
                                   std::to_string(c_largestPort),
                               true);
     }
-    return "corbaloc:iiop:1.2@" + ToString() + "/Registry";
+    return std::string("corbaloc:") + (tls ? "ssliop" : "iiop") + ":1.2@" + ToString() + "/Registry";
 }
 
 std::string FailureText(const ServerAddress& server, std::chrono::milliseconds limit,
@@ -93,6 +65,10 @@ std::string FailureText(const ServerAddress& server, std::chrono::milliseconds l
     if (IsTimeout(failure)) {
         return "the registry server at " + where + " did not answer within " + SecondsText(limit);
     }
+    const std::string problem = TlsFailure(server);
+    if (!problem.empty()) {
+        return "no TLS with the registry server at " + where + ": " + problem;
+    }
     const bool isTransient = CORBA::TRANSIENT::_downcast(&failure) != nullptr;
     if (isTransient && (failure.minor() == omni::TRANSIENT_ConnectFailed ||
                         failure.minor() == omni::TRANSIENT_NoUsableProfile)) {  // the latter: a name without address
@@ -100,9 +76,9 @@ std::string FailureText(const ServerAddress& server, std::chrono::milliseconds l
     }
     if (isTransient || CORBA::COMM_FAILURE::_downcast(&failure) != nullptr) {
         return "the registry server at " + where +
-               " closed the connection without an answer: it ended, it has as many clients as it may have, or a "
-               "message "
-               "was beyond its limit";
+               " closed the connection without an answer: it ended, it has as many clients as it may have, a message "
+               "was beyond its limit" +
+               (server.tls ? "" : ", or it speaks TLS only");
     }
     if (CORBA::OBJECT_NOT_EXIST::_downcast(&failure) != nullptr) {
         return "the server at " + where + " has no registry";

@@ -3,7 +3,10 @@
 #include <omniORB4/CORBA.h>
 
 #include <chrono>
+#include <optional>
 #include <string>
+
+#include "qreg/corba/client.h"
 
 namespace qreg::corba {
 
@@ -11,6 +14,10 @@ namespace qreg::corba {
 struct ServerAddress {
     std::string host;  ///< a name or an address, IPv6 without brackets
     int port = 0;
+    std::optional<ClientTls> tls{};
+
+    /// The name that the server's certificate must be for. @pre there is TLS.
+    const std::string& CertificateName() const { return tls->serverName.empty() ? host : tls->serverName; }
 
     /// "host:port", an IPv6 address in brackets.
     std::string ToString() const;

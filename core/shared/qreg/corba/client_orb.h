@@ -2,6 +2,8 @@
 
 #include <omniORB4/CORBA.h>
 
+#include "qreg/corba/client_failure.h"
+
 namespace qreg::corba {
 
 /// A hold on the process's ORB, set up for clients: the first hold makes it, the last one ends it. Neither the
@@ -10,8 +12,9 @@ namespace qreg::corba {
 /// environment.
 class ClientOrb {
 public:
-    /// @throws CORBA::SystemException when there can be none.
-    ClientOrb();
+    /// @param server whose way of speaking TLS the ORB gets
+    /// @throws CORBA::SystemException when there can be none, qstd::Exception when it was made for another way.
+    explicit ClientOrb(const ServerAddress& server);
     ClientOrb(const ClientOrb&) = delete;
     ClientOrb& operator=(const ClientOrb&) = delete;
     ~ClientOrb();

@@ -26,7 +26,7 @@ bool HasIpv6() {
 
 }  // namespace
 
-Endpoint::Endpoint(const std::string& address, int port) {
+Endpoint::Endpoint(const std::string& address, int port, Transport_e transport) {
     sockaddr_in v4{};
     v4.sin_family = AF_INET;
     v4.sin_port = htons(static_cast<std::uint16_t>(port));
@@ -35,22 +35,27 @@ Endpoint::Endpoint(const std::string& address, int port) {
     v6.sin6_port = htons(static_cast<std::uint16_t>(port));
     v6.sin6_addr = in6addr_any;
 
+    const std::string prefix = PrefixOf(transport);
     const std::string portText = ":" + std::to_string(port);
     m_name = (address.empty() ? "*" : address) + portText;
     const bool isV4 = address.empty() ? !HasIpv6() : ::inet_pton(AF_INET, address.c_str(), &v4.sin_addr) == 1;
     if (isV4) {
-        m_text = "giop:tcp:" + (address.empty() ? "0.0.0.0" : address) + portText;
+        m_text = prefix + (address.empty() ? "0.0.0.0" : address) + portText;
         Probe(&v4, sizeof(v4), AF_INET);
     } else if (address.empty()) {
-        m_text = "giop:tcp:" + portText;
+        m_text = prefix + portText;
         Probe(&v6, sizeof(v6), AF_INET6);
     } else if (::inet_pton(AF_INET6, address.c_str(), &v6.sin6_addr) == 1) {
         m_name = "[" + address + "]" + portText;
-        m_text = "giop:tcp:" + m_name;
+        m_text = prefix + m_name;
         Probe(&v6, sizeof(v6), AF_INET6);
     } else {
         throw qstd::Exception(Refusal("\"" + address + "\" is neither an IPv4 nor an IPv6 address"), true);
     }
+}
+
+const char* Endpoint::PrefixOf(Transport_e transport) noexcept {
+    return transport == Transport_e::tls ? "giop:ssl:" : "giop:tcp:";
 }
 
 std::string Endpoint::Refusal(const std::string& reason) const {

@@ -9,12 +9,17 @@
 #include <omniORB4/CORBA.h>
 #include <omniORB4/minorCode.h>
 #include <omniORB4/omniInterceptors.h>
+#include <omniORB4/sslContext.h>
 #include <omniORB4/tcpConnection.h>
 // In this order: the last one does not include what it needs.
 #include <omniORB4/internal/giopStrand.h>
 #include <omniORB4/internal/giopStream.h>
 
 #include <omniORB4/internal/GIOP_S.h>
+#include <omniORB4/sslConnection.h>
+
+#include "qreg/corba/endpoint.h"
+#include "qreg/tls/subject.h"
 
 namespace qreg::corba {
 
@@ -30,6 +35,16 @@ std::string TextOf(const char* text) {
     return text != nullptr ? text : "";
 }
 
+/// The socket of a connection, negative for one of a kind that this server does not listen for.
+int SocketOf(omni::giopConnection* connection) {
+    if (const auto* const tcp = dynamic_cast<omni::tcpConnection*>(connection)) {
+        return tcp->handle();
+    }
+    const auto* const tls = dynamic_cast<omni::sslConnection*>(connection);
+    return tls != nullptr ? tls->handle() : -1;
+}
+
+/// Before a handshake, if there is one: who has no room costs no more than a connection in clear.
 CORBA::Boolean OnAccept(Interceptors::serverAcceptConnection_T::info_T& info) {
     if (!g_limit->HasBegun()) {
         // The service is still starting. Nothing to tell of: whoever comes too early comes again.
@@ -37,8 +52,8 @@ CORBA::Boolean OnAccept(Interceptors::serverAcceptConnection_T::info_T& info) {
         info.why = "not serving yet";
         return 1;
     }
-    const auto* const connection = dynamic_cast<omni::tcpConnection*>(info.strand.connection);
-    if (connection == nullptr || !g_limit->IsRoomFor(connection->handle())) {
+    const int socket = SocketOf(info.strand.connection);
+    if (socket < 0 || !g_limit->IsRoomFor(socket)) {
         g_log->Warning("Refused a connection from " + AddressIn(TextOf(info.peeraddress())) +
                        ": there are as many connections as the registry server may have");
         info.reject = 1;
@@ -46,7 +61,7 @@ CORBA::Boolean OnAccept(Interceptors::serverAcceptConnection_T::info_T& info) {
         return 1;
     }
     const unsigned int milliseconds = c_callTimeOut.count();
-    ::setsockopt(connection->handle(), IPPROTO_TCP, TCP_USER_TIMEOUT, &milliseconds, sizeof milliseconds);
+    ::setsockopt(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, &milliseconds, sizeof milliseconds);
     return 1;
 }
 
@@ -77,8 +92,17 @@ void InstallInterceptors(const DescriptorLimit& limit, LimitedLog& log) {
     interceptors->serverSendReply.add(OnReply);
 }
 
-std::string PeerAddress() {
-    return AddressIn(TextOf(Interceptors::serverReceiveRequest_T::info_T(*t_request).peeraddress()));
+Peer CurrentPeer() {
+    Interceptors::serverReceiveRequest_T::info_T info(*t_request);
+    const std::string endpoint = TextOf(info.peeraddress());
+    Peer peer{AddressIn(endpoint)};
+    if (endpoint.rfind(Endpoint::PrefixOf(Transport_e::tls), 0) == 0) {
+        peer.isEncrypted = true;
+        // Null unless the certificate was proved.
+        const auto* const certificate = static_cast<const X509*>(info.peerdetails());
+        peer.subject = certificate != nullptr ? tls::SubjectOf(*certificate) : "";
+    }
+    return peer;
 }
 
 std::string AddressIn(const std::string& endpoint) {

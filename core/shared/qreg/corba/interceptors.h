@@ -4,7 +4,8 @@
 #include <string>
 
 #include "qreg/corba/descriptor_limit.h"
-#include "qreg/corba/limited_log.h"
+#include "qreg/limited_log.h"
+#include "qreg/peer.h"
 
 namespace qreg::corba {
 
@@ -20,9 +21,9 @@ constexpr std::chrono::duration<unsigned int, std::milli> c_callTimeOut{10000};
 /// first endpoint; both arguments outlive the ORB.
 void InstallInterceptors(const DescriptorLimit& limit, LimitedLog& log);
 
-/// The address that the request under way in this thread comes from, without its port: "10.0.0.7", "fe80::1". Only to
-/// be called while a request is being answered.
-std::string PeerAddress();
+/// Where the request under way in this thread comes from: its address without the port ("10.0.0.7", "fe80::1"), and
+/// over TLS the subject of its certificate. Only to be called while a request is being answered.
+Peer CurrentPeer();
 
 /// The address in "giop:tcp:[::ffff:10.0.0.7]:40112"; an IPv4 address mapped into IPv6 is given as IPv4.
 std::string AddressIn(const std::string& endpoint);

@@ -9,12 +9,13 @@
 
 #include <unistd.h>
 
-#include <omniORB4/omniIOR.h>
-#include <omniORB4/omniObjRef.h>
+#include <omniORB4/internal/objectAdapter.h>
 #include <registry.hh>
 
 #include "qreg/corba/interceptors.h"
 #include "qreg/corba/message_guard.h"
+#include "qreg/corba/tls_context.h"
+#include "qreg/corba/tls_refusals.h"
 #include "qstd/exception.h"
 #include "qstd/log.h"
 #include "qstd/strings.h"
@@ -51,39 +52,62 @@ void ClearEnvironment() {
     }
 }
 
-/// Port of the first address in a reference.
-int PortOf(CORBA::Object_ptr object) {
-    const omniIOR_var reference(object->_PR_getobj()->_getIOR());
-    IIOP::ProfileBody body;
-    IIOP::unmarshalProfile(reference->iopProfiles()[0], body);
-    return body.address.port;
+/// Where a server with these settings listens, that of the settings themselves first.
+std::vector<Endpoint> EndpointsOf(const ServerSettings& settings) {
+    const bool isAllTls = settings.tls && !settings.tls->port;
+    std::vector<Endpoint> endpoints{
+        Endpoint(settings.listen, settings.port, isAllTls ? Transport_e::tls : Transport_e::tcp)};
+    if (settings.tls && settings.tls->port) {
+        endpoints.emplace_back(settings.tls->listen, *settings.tls->port, Transport_e::tls);
+    }
+    return endpoints;
+}
+
+/// The port that the ORB listens on with that transport; 0 when there is none.
+int PortOf(Transport_e transport) {
+    const std::string prefix = Endpoint::PrefixOf(transport);
+    const omni::orbServer::EndpointList& addresses = omni::omniObjAdapter::listMyEndpoints();
+    for (CORBA::ULong i = 0; i < addresses.length(); ++i) {
+        const std::string address(addresses[i]);
+        if (address.rfind(prefix, 0) == 0) {
+            return std::stoi(address.substr(address.rfind(':') + 1));
+        }
+    }
+    return 0;
 }
 
 }  // namespace
 
 Orb::Orb(const ServerSettings& settings) : m_log(c_messagesPerMinute) {
     ClearEnvironment();
-    const Endpoint endpoint(settings.listen, settings.port);
-    Initialise(settings, endpoint);
+    const std::vector<Endpoint> endpoints = EndpointsOf(settings);
+    if (settings.tls) {
+        UseIdentity(settings.tls->identity);
+        TellTlsRefusals(&m_log);
+    }
+    Initialise(settings, endpoints);
     try {
         Listen();
     } catch (const CORBA::SystemException& exception) {
         Stop();
         // Somebody may have taken the port since the endpoint's own look.
-        const Endpoint again(settings.listen, settings.port);
+        EndpointsOf(settings);
         const char* const minor = exception.NP_minorString();
-        throw qstd::Exception(endpoint.Refusal(minor != nullptr ? minor : exception._name()), true);
+        throw qstd::Exception(endpoints.back().Refusal(minor != nullptr ? minor : exception._name()), true);
     }
 }
 
-void Orb::Initialise(const ServerSettings& settings, const Endpoint& endpoint) {
+void Orb::Initialise(const ServerSettings& settings, const std::vector<Endpoint>& endpoints) {
     const std::string message = std::to_string(std::max(settings.maxMessage, c_leastOrbMessage));
     const std::string callTimeOut = std::to_string(c_callTimeOut.count());
     const std::string idle = std::to_string(std::max<long long>(settings.idleTime.count(), 1));
     const std::string scan = std::to_string(std::clamp<long long>(settings.idleTime.count(), 1, 5));
+    const std::string transports = std::string("* ") + (!settings.tls          ? "tcp"
+                                                        : endpoints.size() > 1 ? "tcp,ssl"
+                                                                               : "ssl");
     // Where the ORB offers a choice that this server's safety or speed rests upon, it is made here.
     const char* options[][2] = {
-        {"endPoint", endpoint.GetText().c_str()},
+        {"endPoint", endpoints.front().GetText().c_str()},
         {"traceLevel", "0"},
         // The log has them already; and the ORB takes the time in a way that is not for several threads.
         {"traceTime", "0"},
@@ -106,10 +130,14 @@ void Orb::Initialise(const ServerSettings& settings, const Endpoint& endpoint) {
         {"acceptBiDirectionalGIOP", "0"},
         {"offerBiDirectionalGIOP", "0"},
         {"supportBootstrapAgent", "0"},
-        {"serverTransportRule", "* tcp"},
+        {"serverTransportRule", transports.c_str()},
+        // A handshake that does not get on.
+        {"sslAcceptTimeOut", callTimeOut.c_str()},
+        // Callbacks go in clear.
         {"clientTransportRule", "* tcp"},
         // Callbacks: no request but the one that is meant.
         {"verifyObjectExistsAndType", "0"},
+        {endpoints.size() > 1 ? "endPoint" : nullptr, endpoints.back().GetText().c_str()},  // or the end
         {nullptr, nullptr},
     };
     omni_thread::stacksize(c_stackSize);
@@ -119,7 +147,7 @@ void Orb::Initialise(const ServerSettings& settings, const Endpoint& endpoint) {
     CORBA::ORB_var orb = CORBA::ORB_init(count, arguments.data(), "omniORB4", options);
     if (count != 1) {
         // It did not look at its arguments.
-        throw qstd::Exception(endpoint.Refusal("this process already has an ORB"), true);
+        throw qstd::Exception(endpoints.front().Refusal("this process already has an ORB"), true);
     }
     m_orb = orb._retn();
     g_orbLog = &m_log;
@@ -133,7 +161,12 @@ void Orb::Listen() {
     m_adapter = PortableServer::POA::_narrow(object);
     const PortableServer::ObjectId_var id = PortableServer::string_to_ObjectId(c_objectKey);
     const CORBA::Object_var reference = m_adapter->create_reference_with_id(id.in(), ::reg::Registry_1_1::_PD_repoId);
-    m_port = PortOf(reference.in());
+    m_tlsPort = PortOf(Transport_e::tls);
+    for (const int port : {PortOf(Transport_e::tcp), m_tlsPort}) {
+        if (port != 0) {
+            m_ports.push_back(port);
+        }
+    }
     omniORB::traceLevel = 1;
 }
 
@@ -149,7 +182,9 @@ void Orb::Stop() noexcept {
     if (CORBA::is_nil(m_orb)) {
         return;
     }
-    m_descriptors.ShutDown(m_port);
+    for (const int port : m_ports) {
+        m_descriptors.ShutDown(port);
+    }
     try {
         m_adapter = PortableServer::POA::_nil();
         m_orb->destroy();
@@ -159,6 +194,7 @@ void Orb::Stop() noexcept {
     m_orb = CORBA::ORB::_nil();
     m_log.Flush();
     omniORB::setLogFunction(nullptr);
+    TellTlsRefusals(nullptr);
 }
 
 }  // namespace qreg::corba

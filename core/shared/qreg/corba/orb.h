@@ -2,17 +2,18 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <omniORB4/CORBA.h>
 
 #include "qreg/corba/descriptor_limit.h"
 #include "qreg/corba/endpoint.h"
-#include "qreg/corba/limited_log.h"
+#include "qreg/limited_log.h"
 #include "qreg/server.h"
 
 namespace qreg::corba {
 
-/// The ORB of a server and the port it listens on, with every setting fixed in code: neither the command line nor the
+/// The ORB of a server and the ports it listens on, with every setting fixed in code: neither the command line nor the
 /// environment nor a configuration file of the ORB has a say. Not thread-safe.
 class Orb {
 public:
@@ -23,7 +24,9 @@ public:
     Orb& operator=(const Orb&) = delete;
     ~Orb() { Stop(); }
 
-    int GetPort() const noexcept { return m_port; }
+    int GetPort() const noexcept { return m_ports.front(); }
+    /// 0 when there is no TLS.
+    int GetTlsPort() const noexcept { return m_tlsPort; }
     CORBA::ORB_ptr Get() const noexcept { return m_orb.in(); }
 
     /// Gives the requests for the registry to @p servant from now on. @param connections the most of them
@@ -33,14 +36,15 @@ public:
     void Stop() noexcept;
 
 private:
-    void Initialise(const ServerSettings& settings, const Endpoint& endpoint);
+    void Initialise(const ServerSettings& settings, const std::vector<Endpoint>& endpoints);
     void Listen();
 
     DescriptorLimit m_descriptors;
     LimitedLog m_log;
     CORBA::ORB_var m_orb;
     PortableServer::POA_var m_adapter;
-    int m_port = 0;
+    std::vector<int> m_ports;  ///< those there are, that in clear first
+    int m_tlsPort = 0;
 };
 
 }  // namespace qreg::corba

@@ -25,7 +25,6 @@ namespace {
 
 constexpr std::size_t c_headers = 1024;  ///< of a reply, and what stands beside its items
 constexpr std::size_t c_leastMessage = 8192;
-constexpr std::size_t c_refusalsPerMinute = 10;
 constexpr std::size_t c_refusalSize = 80;  ///< the most bytes of the text of an item that has no room
 
 std::size_t RoomOf(const ServerSettings& settings) {
@@ -40,20 +39,19 @@ void RaiseUnlessOk(const Outcome& outcome, const char* path) {
 
 }  // namespace
 
-RegistryServant::RegistryServant(const ServerSettings& settings, const Access& access, Subscriptions& subscriptions,
-                                 CORBA::ORB_ptr orb)
+RegistryServant::RegistryServant(const ServerSettings& settings, const Access& access, const GuardedAccess& guard,
+                                 Subscriptions& subscriptions, CORBA::ORB_ptr orb)
     : m_access(access),
+      m_guard(guard),
       m_subscriptions(subscriptions),
       m_orb(CORBA::ORB::_duplicate(orb)),
       m_product(settings.product),
-      m_mayWrite(settings.mayWrite),
       m_offersPush(settings.push),
       m_maxMessage(std::max(settings.maxMessage, c_leastMessage)),
       m_room(RoomOf(settings)),
       m_pageRoom(std::min<std::size_t>(m_maxMessage / 4, 512UL * 1024)),
       m_limits(settings.subscriptions),
       m_format{RandomId(), m_pageRoom},
-      m_refusals(c_refusalsPerMinute),
       m_push(subscriptions, m_format, settings.subscriptions.wait) {}
 
 std::size_t RegistryServant::Refuse(std::chrono::milliseconds limit) {
@@ -63,7 +61,7 @@ std::size_t RegistryServant::Refuse(std::chrono::milliseconds limit) {
 
 void RegistryServant::StopPush() {
     m_push.Stop();
-    m_refusals.Flush();
+    m_guard.Flush();
 }
 
 void RegistryServant::RefuseWhenStopping() const {
@@ -74,6 +72,16 @@ void RegistryServant::RefuseWhenStopping() const {
 
 template <class Answer>
 auto RegistryServant::Do(const char* path, Answer&& answer) const -> decltype(answer()) {
+    return DoForAll(path, [&] {
+        if (m_guard.RestrictsReading()) {
+            m_guard.RefuseToRead(CurrentPeer(), path != nullptr ? path : "");
+        }
+        return answer();
+    });
+}
+
+template <class Answer>
+auto RegistryServant::DoForAll(const char* path, Answer&& answer) const -> decltype(answer()) {
     try {
         RefuseWhenStopping();
         return answer();
@@ -90,7 +98,7 @@ auto RegistryServant::Do(const char* path, Answer&& answer) const -> decltype(an
 }
 
 ::reg::ServerInfo* RegistryServant::hello(const char* /*client*/) {
-    return Do(nullptr, [&] {
+    return DoForAll(nullptr, [&] {
         auto info = std::make_unique<::reg::ServerInfo>();
         info->major = 1;
         info->minor = 1;
@@ -158,11 +166,11 @@ auto RegistryServant::Do(const char* path, Answer&& answer) const -> decltype(an
 }
 
 void RegistryServant::set(const char* path, const ::reg::NewValue& value) {
-    Do(path, [&] { RaiseUnlessOk(WriteOne(path, value), path); });
+    DoForAll(path, [&] { RaiseUnlessOk(WriteOne(path, value), path); });
 }
 
 ::reg::OutcomeSeq* RegistryServant::set_many(const ::reg::AssignmentSeq& assignments) {
-    return Do(nullptr, [&] {
+    return DoForAll(nullptr, [&] {
         const CORBA::ULong count = assignments.length();
         RefuseTooMany(count, c_outcomeSize + c_refusalSize);
         // What was written must be told, so texts are cut rather than the reply refused.
@@ -182,30 +190,19 @@ void RegistryServant::set(const char* path, const ::reg::NewValue& value) {
 Outcome RegistryServant::WriteOne(const char* path, const ::reg::NewValue& wire) {
     try {
         const RunningWrites::Write write(m_writes);
-        const qnode::Value value = FromWire(wire);
-        RefuseStranger(path, value);
-        Outcome outcome = m_access.Write(path, value);
+        qnode::Value value;
+        try {
+            value = FromWire(wire);
+        } catch (const RegistryError& error) {
+            m_guard.TellRefusal(CurrentPeer(), path, "?", error.what());
+            throw;
+        }
+        Outcome outcome = m_guard.Write(CurrentPeer(), path, value);
         outcome.value = {};
         return outcome;
     } catch (const RegistryError& error) {
         return {error.GetCode(), {}, error.what()};
     }
-}
-
-void RegistryServant::RefuseStranger(const char* path, const qnode::Value& value) {
-    if (m_mayWrite.IsEmpty()) {
-        return;
-    }
-    const std::string address = PeerAddress();
-    if (m_mayWrite.Contains(address)) {
-        return;
-    }
-    static constexpr std::size_t c_shown = 80;
-    std::string text = qnode::ToText(value);
-    Shorten(text, c_shown);
-    m_refusals.Warning("Refused to write " + qstd::OneLine(path) + " = " + qstd::OneLine(text) + " for " + address +
-                       ", which may not write");
-    throw RegistryError(ErrorCode_e::denied, path, "Clients at " + address + " may not write");
 }
 
 ::reg::Lease* RegistryServant::subscribe(const ::reg::Filter& filter) {
@@ -242,7 +239,11 @@ CORBA::Boolean RegistryServant::_dispatch(omniCallHandle& handle) {
         if (!m_offersPush) {
             throw RegistryError(ErrorCode_e::not_offered, {}, "This server calls no listeners: poll instead");
         }
-        const ::reg::Listener_var reachable = ListenerAt(m_orb.in(), listener, PeerAddress());
+        const Peer peer = CurrentPeer();
+        if (peer.isEncrypted) {
+            throw RegistryError(ErrorCode_e::not_offered, {}, "Listeners are called in clear: over TLS poll instead");
+        }
+        const ::reg::Listener_var reachable = ListenerAt(m_orb.in(), listener, peer.address);
         auto lease = std::make_unique<::reg::Lease>();
         ToWire(m_push.Subscribe(FromWire(filter), reachable), *lease);
         return lease.release();

@@ -9,10 +9,10 @@
 #include "qreg/access.h"
 #include "qreg/corba/batch.h"
 #include "qreg/corba/callback_reference.h"
-#include "qreg/corba/limited_log.h"
 #include "qreg/corba/push.h"
 #include "qreg/corba/running_writes.h"
 #include "qreg/corba/views.h"
+#include "qreg/guarded_access.h"
 #include "qreg/server.h"
 #include "qreg/subscriptions.h"
 
@@ -22,10 +22,10 @@ namespace qreg::corba {
 /// translates errors. Nothing but CORBA's exceptions leaves it. All threads of the ORB.
 class RegistryServant final : public POA_reg::Registry_1_1 {
 public:
-    /// @param access,subscriptions outlive this object
+    /// @param access,guard,subscriptions outlive this object
     /// @param orb of this server
-    RegistryServant(const ServerSettings& settings, const Access& access, Subscriptions& subscriptions,
-                    CORBA::ORB_ptr orb);
+    RegistryServant(const ServerSettings& settings, const Access& access, const GuardedAccess& guard,
+                    Subscriptions& subscriptions, CORBA::ORB_ptr orb);
 
     /// Every request from now on raises stopping; waits for the writes under way. @return how many writes still are.
     std::size_t Refuse(std::chrono::milliseconds limit);
@@ -57,9 +57,14 @@ public:
 private:
     ::reg::Lease* SubscribeTo(const ::reg::Filter& filter, const ListenerAddress& listener);
 
-    /// Calls @p answer and translates what it throws. @param path the node in question, null for none
+    /// Calls @p answer for a client that may read, and translates what it throws. @param path the node in question,
+    /// null for none
     template <class Answer>
     auto Do(const char* path, Answer&& answer) const -> decltype(answer());
+
+    /// The same for any client.
+    template <class Answer>
+    auto DoForAll(const char* path, Answer&& answer) const -> decltype(answer());
 
     /// Also called between the nodes of a request for many: one that is slow may hold up the stop, not all of them.
     /// @throws RegistryError stopping.
@@ -69,14 +74,12 @@ private:
     void RefuseTooMany(std::size_t count, std::size_t size) const;
 
     Outcome WriteOne(const char* path, const ::reg::NewValue& value);
-    /// @throws RegistryError denied, after a word in the log.
-    void RefuseStranger(const char* path, const qnode::Value& value);
 
     const Access& m_access;
+    const GuardedAccess& m_guard;
     Subscriptions& m_subscriptions;
     const CORBA::ORB_var m_orb;
     const std::string m_product;
-    const AddressList m_mayWrite;
     const bool m_offersPush;
     const std::size_t m_maxMessage;
     const std::size_t m_room;      ///< bytes for the items of a reply
@@ -84,7 +87,6 @@ private:
     const SubscriptionLimits m_limits;
     const BatchFormat m_format;
     std::atomic<bool> m_isStopping{false};
-    LimitedLog m_refusals;
     RunningWrites m_writes;
     Views m_views;
     Push m_push;

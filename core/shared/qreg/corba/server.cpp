@@ -6,6 +6,7 @@
 #include "qreg/access.h"
 #include "qreg/corba/orb.h"
 #include "qreg/corba/registry_servant.h"
+#include "qreg/guarded_access.h"
 #include "qreg/subscriptions.h"
 #include "qstd/log.h"
 
@@ -22,12 +23,15 @@ public:
         : m_connections(settings.connections),
           m_orb(settings),
           m_access(root),
+          m_guard(m_access, settings.mayRead, settings.mayWrite),
           m_subscriptions(m_access, settings.subscriptions),
-          m_servant(new RegistryServant(settings, m_access, m_subscriptions, m_orb.Get())) {}
+          m_servant(new RegistryServant(settings, m_access, m_guard, m_subscriptions, m_orb.Get())) {}
 
     ~CorbaServer() override { StopAll(); }
 
     int GetPort() const override { return m_orb.GetPort(); }
+
+    int GetTlsPort() const override { return m_orb.GetTlsPort(); }
 
     void Serve() override { m_orb.Serve(m_servant.in(), m_connections); }
 
@@ -57,6 +61,7 @@ private:
     const std::size_t m_connections;
     Orb m_orb;
     const Access m_access;
+    const GuardedAccess m_guard;
     Subscriptions m_subscriptions;
     const PortableServer::Servant_var<RegistryServant> m_servant;
     bool m_isStopped = false;

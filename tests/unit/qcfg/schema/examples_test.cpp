@@ -53,8 +53,8 @@ TEST_P(Example, IsValidByTheSchema) {
 INSTANTIATE_TEST_SUITE_P(Examples, Example, testing::ValuesIn(ExampleNames()),
                          [](const testing::TestParamInfo<std::string>& example) { return example.param; });
 
-TEST(Examples, TheFourAreThere) {
-    EXPECT_THAT(ExampleNames(), testing::IsSupersetOf({"demo", "full", "ipmi", "minimal"}));
+TEST(Examples, TheFiveAreThere) {
+    EXPECT_THAT(ExampleNames(), testing::IsSupersetOf({"demo", "full", "ipmi", "minimal", "tls"}));
 }
 
 /// Every element and attribute of the rules, by path. The depth is that of the table.
@@ -83,13 +83,19 @@ void CollectElements(const qcfg::Element& element, const std::string& parent, st
     }
 }
 
-/// A file has one way to the boards only.
-TEST(Examples, FullAndIpmi_ShowEveryElementAndAttribute) {
+/// A file has one way to the boards only; and of TLS what excludes what is there, or depends on more files, stands in a
+/// comment.
+TEST(Examples, FullIpmiAndTls_ShowEveryElementAndAttribute) {
     std::set<std::string> known;
     CollectRules(DaemonRules(), "", known);
     std::set<std::string> shown;
     CollectElements(*qcfg::ReadXmlFile(ExampleFile("full.xml")), "", shown);
     CollectElements(*qcfg::ReadXmlFile(ExampleFile("ipmi.xml")), "", shown);
+    CollectElements(*qcfg::ReadXmlFile(ExampleFile("tls.xml")), "", shown);
+    for (const std::string name : {"key-credential", "crl"}) {
+        EXPECT_THAT(test::ReadFile(ExampleFile("tls.xml")), testing::HasSubstr(" " + name + "=\""));
+        shown.insert("/zelkor/registry/tls/@" + name);
+    }
     EXPECT_EQ(shown, known);
 }
 
@@ -103,10 +109,10 @@ TEST(ShippedConfiguration, OnlyTheLocalHostMayWrite) {
     qcfg::Configuration configuration;
     configuration.Load(c_shipped);
     const qreg::ServerSettings settings = qapp::ReadRegistrySettings(configuration, {}, {});
-    EXPECT_TRUE(settings.mayWrite.Contains("127.0.0.1"));
-    EXPECT_TRUE(settings.mayWrite.Contains("::1"));
-    EXPECT_FALSE(settings.mayWrite.Contains("10.0.0.1"));
-    EXPECT_FALSE(settings.mayWrite.Contains("fe80::1"));
+    EXPECT_TRUE(settings.mayWrite.Contains({"127.0.0.1"}));
+    EXPECT_TRUE(settings.mayWrite.Contains({"::1"}));
+    EXPECT_FALSE(settings.mayWrite.Contains({"10.0.0.1"}));
+    EXPECT_FALSE(settings.mayWrite.Contains({"fe80::1"}));
     EXPECT_TRUE(settings.listen.empty());
 }
 

@@ -1,11 +1,11 @@
-#include "qreg/corba/limited_log.h"
+#include "qreg/limited_log.h"
 
 #include <utility>
 
 #include "qstd/clock.h"
 #include "qstd/log.h"
 
-namespace qreg::corba {
+namespace qreg {
 
 void LimitedLog::Warning(const std::string& text) {
     std::string count;
@@ -42,4 +42,4 @@ std::string LimitedLog::TakeCount() {
     return counted == 0 ? std::string() : " (" + std::to_string(counted) + " more were not logged)";
 }
 
-}  // namespace qreg::corba
+}  // namespace qreg

@@ -5,7 +5,7 @@
 #include <mutex>
 #include <string>
 
-namespace qreg::corba {
+namespace qreg {
 
 /// Warnings whose number depends on what clients do: at most a few a minute go to the log, the rest is counted and the
 /// next one that goes tells how many there were. Any thread.
@@ -29,4 +29,4 @@ private:
     std::size_t m_counted = 0;                        ///< not logged since the last message
 };
 
-}  // namespace qreg::corba
+}  // namespace qreg

@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-namespace bmc::ipmi {
+namespace qstd {
 
 /// A file descriptor, or what stands for none (negative), closed at the end.
 class Descriptor {
@@ -21,4 +21,4 @@ private:
     const int m_value;
 };
 
-}  // namespace bmc::ipmi
+}  // namespace qstd

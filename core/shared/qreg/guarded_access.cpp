@@ -1,0 +1,86 @@
+#include "qreg/guarded_access.h"
+
+#include <utility>
+
+#include "qstd/log.h"
+
+namespace qreg {
+
+namespace {
+
+constexpr std::size_t c_refusalsPerMinute = 10;
+constexpr std::size_t c_longestPath = 200;
+constexpr std::size_t c_longestValue = 80;
+constexpr std::size_t c_longestReason = 300;
+
+std::string PathText(std::string_view path) {
+    return ForLog(std::string(path), c_longestPath);
+}
+
+std::string ShownValue(const qnode::Value& value) {
+    return qnode::TypeOf(value) == qnode::enums::ValueType_e::empty ? "no value"
+                                                                    : ForLog(qnode::ToText(value), c_longestValue);
+}
+
+/// Whether the node itself was asked, and has perhaps done something.
+bool HasReachedNode(ErrorCode_e code) {
+    return code == ErrorCode_e::ok || code == ErrorCode_e::failed;
+}
+
+}  // namespace
+
+GuardedAccess::GuardedAccess(const Access& access, ClientList mayRead, ClientList mayWrite)
+    : m_access(access),
+      m_mayRead(std::move(mayRead)),
+      m_mayWrite(std::move(mayWrite)),
+      m_refusals(c_refusalsPerMinute) {}
+
+bool GuardedAccess::MayRead(const Peer& peer) const {
+    return m_mayRead.IsEmpty() || m_mayRead.Contains(peer) || m_mayWrite.Contains(peer);
+}
+
+bool GuardedAccess::MayWrite(const Peer& peer) const {
+    return m_mayWrite.IsEmpty() ? MayRead(peer) : m_mayWrite.Contains(peer);
+}
+
+void GuardedAccess::RefuseToRead(const Peer& peer, std::string_view path) const {
+    if (MayRead(peer)) {
+        return;
+    }
+    m_refusals.Warning("Refused to read " + (path.empty() ? "" : PathText(path) + " ") + "for " + peer.ToText() +
+                       ", which may not read");
+    throw RegistryError(ErrorCode_e::denied, std::string(path), "Clients at " + peer.ToText() + " may not read");
+}
+
+Outcome GuardedAccess::Write(const Peer& peer, std::string_view path, const qnode::Value& value) const {
+    if (!MayWrite(peer)) {
+        m_refusals.Warning("Refused to write " + PathText(path) + " = " + ShownValue(value) + " for " + peer.ToText() +
+                           ", which may not write");
+        return {ErrorCode_e::denied, {}, "Clients at " + peer.ToText() + " may not write"};
+    }
+    const std::string before = ValueText(path);
+    Outcome outcome = m_access.Write(path, value);
+    if (!HasReachedNode(outcome.code)) {
+        TellRefusal(peer, path, ShownValue(value), outcome.text);
+    } else if (outcome.code == ErrorCode_e::ok) {
+        qstd::LogInfo("Registry: " + PathText(path) + " set from " + before + " to " + ShownValue(value) + " by " +
+                      peer.ToText());
+    } else {
+        qstd::LogWarning("Registry: " + PathText(path) + " not set from " + before + " to " + ShownValue(value) +
+                         " for " + peer.ToText() + ": " + ForLog(outcome.text, c_longestReason));
+    }
+    return outcome;
+}
+
+void GuardedAccess::TellRefusal(const Peer& peer, std::string_view path, const std::string& value,
+                                const std::string& reason) const {
+    m_refusals.Warning("Refused to write " + PathText(path) + " = " + value + " for " + peer.ToText() + ": " +
+                       ForLog(reason, c_longestReason));
+}
+
+std::string GuardedAccess::ValueText(std::string_view path) const {
+    const Outcome outcome = m_access.ReadBeforeWrite(path);
+    return outcome.code == ErrorCode_e::ok ? ShownValue(outcome.value) : "no value";
+}
+
+}  // namespace qreg

@@ -1,0 +1,178 @@
+// Who may read and write, and TLS: the daemon and the tool, with certificates made as the documentation says.
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "registry_fixture.h"
+
+namespace {
+
+using test::Result;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::Not;
+
+class RegistryTlsTest : public test::RegistryTest {
+protected:
+    void SetUp() override {
+        const Result made = test::RunProgram({"/bin/sh", "-c", "cd \"$1\" && exec \"$2\" localhost 127.0.0.1", "sh",
+                                              m_folder.Path(), ZELKOR_EXAMPLES "/tls/make-certificates"});
+        ASSERT_EQ(made.status, 0) << made.error;
+        EXPECT_EQ(made.output, "subject=CN=operator,O=Lab\n");
+    }
+
+    /// The port that the log names behind an announcement.
+    int Port(const std::string& kind) const {
+        const std::string line = c_announcement + std::string("[0-9]+") + kind + "\n";
+        EXPECT_TRUE(AwaitLog(kind + "\n")) << test::ReadFile(m_folder.Path("err"));
+        int port = 0;
+        for (const std::string& each : test::Lines(Log())) {
+            const std::size_t place = each.find(c_announcement);
+            if (place != std::string::npos && each.ends_with(kind) && (!kind.empty() || !each.ends_with("TLS"))) {
+                port = std::stoi(each.substr(place + std::string(c_announcement).size()));
+            }
+        }
+        return port;
+    }
+    int TlsPort() const { return Port(" with TLS"); }
+
+    /// The tool over TLS, with the operator's certificate.
+    Result OverTls(const std::vector<std::string>& words) const {
+        std::vector<std::string> command{Program("zelkor-regctl"),
+                                         "--server",
+                                         "localhost:" + std::to_string(TlsPort()),
+                                         "--tls",
+                                         "--ca",
+                                         m_folder.Path("ca.pem"),
+                                         "--certificate",
+                                         m_folder.Path("operator.pem"),
+                                         "--key",
+                                         m_folder.Path("operator.key")};
+        command.insert(command.end(), words.begin(), words.end());
+        return test::RunProgram(command);
+    }
+    Result InClear(const std::vector<std::string>& words) const {
+        std::vector<std::string> command{Program("zelkor-regctl"), "--server", "127.0.0.1:" + std::to_string(Port(""))};
+        command.insert(command.end(), words.begin(), words.end());
+        return test::RunProgram(command);
+    }
+
+    Result Check() const {
+        return test::RunProgram(
+            {Program("zelkor-platformd"), "--config", m_folder.Path("config.xml"), "--check-config"});
+    }
+
+    static constexpr const char* c_files = "certificate='server.pem' key='server.key' ca='ca.pem'";
+};
+
+TEST_F(RegistryTlsTest, InPlaceOfTheOtherPort_NothingIsServedInClear) {
+    Configure("<registry><tls " + std::string(c_files) + "/></registry>\n");
+    StartAndAwait();
+    EXPECT_EQ(OverTls({"ls"}).output, "boards\nfans\n");
+    const Result clear =
+        test::RunProgram({Program("zelkor-regctl"), "--server", "127.0.0.1:" + std::to_string(TlsPort()), "ls"});
+    EXPECT_EQ(clear.status, 2);
+    EXPECT_THAT(clear.error, HasSubstr("or it speaks TLS only"));
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_THAT(Log(), HasSubstr("WARNING  Refused a TLS connection from 127.0.0.1: wrong version number\n"));
+}
+
+TEST_F(RegistryTlsTest, BesideTheOtherPort_RolesGoByCertificateAndAddress) {
+    Configure("<registry>\n<tls " + std::string(c_files) +
+              " port='0'/>\n<read from='127.0.0.0/8'/>\n<write subject='CN=operator, O=Lab'/>\n</registry>\n");
+    StartAndAwait();
+    ASSERT_TRUE(AwaitWorkers());
+    EXPECT_EQ(InClear({"ls"}).output, "boards\nfans\n");
+    const std::vector<std::string> before = FanRegisters();
+    const Result refused = InClear({"set", "fans", "4000"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(refused.error, "Clients at 127.0.0.1 may not write\n");
+    EXPECT_EQ(FanRegisters(), before);
+    EXPECT_EQ(OverTls({"set", "fans/left_front", "3000"}).status, 0);
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_THAT(Log(), HasSubstr("WARNING  Refused to write fans = 4000 for 127.0.0.1, which may not write\n"));
+    EXPECT_THAT(Messages(), testing::Contains(MatchesRegex("INFO     Registry: fans/left_front set from [0-9]+ to 3000 "
+                                                           "by 127[.]0[.]0[.]1 [(]CN=operator,O=Lab[)]")));
+}
+
+TEST_F(RegistryTlsTest, WhoMayNotRead_IsTold) {
+    Configure("<registry><read from='10.0.0.0/8'/></registry>\n");
+    StartAndAwait();
+    ExpectFailure({"tree"}, 1, "Clients at 127.0.0.1 may not read\n");
+    ExpectFailure({"get", "fans"}, 1, "Clients at 127.0.0.1 may not read\n");
+    ExpectFailure({"watch", "--timeout", "1"}, 1, "Clients at 127.0.0.1 may not read\n");
+    ExpectFailure({"set", "fans", "4000"}, 1, "Clients at 127.0.0.1 may not write\n");
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_THAT(Log(), HasSubstr("WARNING  Refused to read for 127.0.0.1, which may not read\n"));
+}
+
+TEST_F(RegistryTlsTest, TheExample_IsProvedAndRuns) {
+    std::string text = test::ReadFile(ZELKOR_EXAMPLES "/config/tls.xml");
+    // Several daemons run at a time, and the example's folder is another one.
+    for (const auto& [from, to] : std::vector<std::pair<std::string, std::string>>{
+             {"port=\"5679\"", "port=\"0\""}, {"../chassis", ZELKOR_EXAMPLES "/chassis"}}) {
+        ASSERT_NE(text.find(from), std::string::npos);
+        text.replace(text.find(from), from.size(), to);
+    }
+    test::WriteFile(m_folder.Path("config.xml"), text);
+    const Result check = Check();
+    EXPECT_EQ(check.status, 0);
+    EXPECT_EQ(check.output, "");
+    StartAndAwait();
+    EXPECT_EQ(OverTls({"ls"}).output, "boards\nfans\n");
+    EXPECT_EQ(Stop(), 0);
+}
+
+TEST_F(RegistryTlsTest, ShippedConfiguration_IsProvedAndLetsOnlyThisHostWrite) {
+    const Result check =
+        test::RunProgram({Program("zelkor-platformd"), "--config", ZELKOR_SHIPPED_CONFIGURATION, "--check-config"});
+    EXPECT_EQ(check.status, 0);
+    EXPECT_THAT(check.output, Not(HasSubstr(": error: ")));
+    std::filesystem::copy_file(ZELKOR_SHIPPED_CONFIGURATION, m_folder.Path("config.xml"));
+    StartAndAwait();
+    EXPECT_EQ(Registry({"set", "fans", "3000"}).status, 0);
+    EXPECT_EQ(Stop(), 0);
+}
+
+TEST_F(RegistryTlsTest, FilesThatAreWrong_AreRefusedWithTheirLineAndFoundByTheCheck) {
+    const std::string config = m_folder.Path("config.xml");
+    const auto expect = [&](const std::string& files, const std::string& text) {
+        Configure("<registry>\n<tls " + files + "/>\n</registry>\n");
+        ExpectRefusal(Command(), config + ":4: " + text);
+        const Result check = Check();
+        EXPECT_EQ(check.status, 1);
+        EXPECT_EQ(check.output, config + ":4: error: " + text + "\n");
+    };
+    expect("certificate='none.pem' key='server.key' ca='ca.pem'",
+           "certificate " + m_folder.Path("none.pem") + ": cannot open: No such file or directory");
+    expect(
+        "certificate='server.pem' key='operator.key' ca='ca.pem'",
+        "certificate " + m_folder.Path("server.pem") + ": does not belong to the key " + m_folder.Path("operator.key"));
+    expect("certificate='operator.pem' key='operator.key' ca='ca.pem'",
+           "certificate " + m_folder.Path("operator.pem") +
+               ": is not for a server (its key usage or extended key usage forbids it)");
+    expect("certificate='server.pem' key='server.key' ca='server.key'",
+           "ca " + m_folder.Path("server.key") + ": holds no certificate in PEM form");
+    ASSERT_EQ(::chmod(m_folder.Path("server.key").c_str(), 0640), 0);
+    expect(c_files, "key " + m_folder.Path("server.key") +
+                        ": has mode 0640, must not be readable or writable by its group or by others (chmod 600)");
+}
+
+TEST_F(RegistryTlsTest, RolesThatCannotBe_AreErrorsOfTheirLine) {
+    const std::string config = m_folder.Path("config.xml");
+    Configure("<registry>\n<write/>\n<read subject='operator'/>\n<write subject='CN=operator'/>\n</registry>\n");
+    const Result check = Check();
+    EXPECT_EQ(check.status, 1);
+    const std::string noTls = ": clients show certificates over TLS only, and there is no <tls>\n";
+    EXPECT_EQ(check.output,
+              config + ":4: error: <write> names no clients: it needs the attribute \"from\" or \"subject\"\n" +
+                  config +
+                  ":5: error: attribute \"subject\" of <read>: \"operator\" is not the subject of a certificate: "
+                  "\"operator\" does not begin with an attribute and \"=\" as \"CN=\"\n" +
+                  config + ":5: error: attribute \"subject\" of <read>" + noTls + config +
+                  ":6: error: attribute \"subject\" of <write>" + noTls);
+    ExpectRefusal(Command(), config + ":4: ");
+}
+
+}  // namespace

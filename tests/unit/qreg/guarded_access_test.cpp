@@ -1,0 +1,165 @@
+#include "qreg/guarded_access.h"
+
+#include <gmock/gmock.h>
+
+#include "qstd/exception.h"
+#include "tests/support/log_capture.h"
+#include "tests/unit/qreg/value_node.h"
+
+namespace {
+
+using qnode::Value;
+using qreg::Access;
+using qreg::ClientList;
+using qreg::ErrorCode_e;
+using qreg::GuardedAccess;
+using qreg::Outcome;
+using qreg::Peer;
+using qreg::RegNode;
+using test::AddValue;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const Peer c_local{"127.0.0.1"};
+const Peer c_stranger{"10.0.0.7"};
+const Peer c_operator{"10.0.0.7", "CN=operator,O=Lab"};
+
+ClientList ListOf(const std::string& from, const std::string& subject = {}) {
+    ClientList list;
+    list.Add(from, subject);
+    return list;
+}
+
+/// fans (double), label (text) and state (text that clients only read) under a root.
+class GuardedAccessTest : public testing::Test {
+protected:
+    GuardedAccess Guard(ClientList mayRead = {}, ClientList mayWrite = {}) const {
+        return {m_access, std::move(mayRead), std::move(mayWrite)};
+    }
+
+    /// "code: text" of the refusal to read; empty when there is none.
+    static std::string RefusalToRead(const GuardedAccess& guard, const Peer& peer, const std::string& path = "fans") {
+        try {
+            guard.RefuseToRead(peer, path);
+        } catch (const qreg::RegistryError& error) {
+            EXPECT_EQ(error.GetCode(), ErrorCode_e::denied);
+            EXPECT_EQ(error.GetPath(), path);
+            return error.what();
+        }
+        return {};
+    }
+
+    const std::shared_ptr<qnode::TreeNode> m_root = test::Container("root");
+    const std::shared_ptr<test::ValueNode<double>> m_fans = AddValue<double>(m_root, "fans", 3000);
+    const std::shared_ptr<test::ValueNode<std::string>> m_label = AddValue<std::string>(m_root, "label", "old");
+    const std::shared_ptr<test::ValueNode<std::string>> m_state =
+        AddValue<std::string>(m_root, "state", "ok", RegNode::c_readable);
+    const Access m_access{m_root};
+    test::LogCapture m_log;
+};
+
+TEST_F(GuardedAccessTest, WithoutLists_EveryClientReadsAndWrites) {
+    const GuardedAccess guard = Guard();
+    EXPECT_FALSE(guard.RestrictsReading());
+    EXPECT_EQ(RefusalToRead(guard, c_stranger), "");
+    EXPECT_EQ(guard.Write(c_stranger, "fans", 4000.0).code, ErrorCode_e::ok);
+    EXPECT_EQ(m_fans->Held(), 4000.0);
+}
+
+TEST_F(GuardedAccessTest, Readers_ReadAndDoNotWriteUnlessTheyAreWriters) {
+    const GuardedAccess guard = Guard(ListOf("10.0.0.0/8"), ListOf("", c_operator.subject));
+    EXPECT_TRUE(guard.RestrictsReading());
+    EXPECT_EQ(RefusalToRead(guard, c_stranger), "");
+    EXPECT_EQ(guard.Write(c_stranger, "fans", 4000.0).code, ErrorCode_e::denied);
+    EXPECT_EQ(m_fans->Held(), 3000.0);
+    EXPECT_EQ(guard.Write(c_operator, "fans", 4000.0).code, ErrorCode_e::ok);
+    EXPECT_EQ(m_fans->Held(), 4000.0);
+}
+
+TEST_F(GuardedAccessTest, Writers_ReadEvenWhenOthersAreNamedAsReaders) {
+    const GuardedAccess guard = Guard(ListOf("192.168.0.0/16"), ListOf("127.0.0.1"));
+    EXPECT_EQ(RefusalToRead(guard, c_local), "");
+    EXPECT_EQ(RefusalToRead(guard, c_operator), "Clients at 10.0.0.7 (CN=operator,O=Lab) may not read");
+}
+
+TEST_F(GuardedAccessTest, WhoMayNotRead_DoesNotWriteEither) {
+    const GuardedAccess guard = Guard(ListOf("127.0.0.1"));
+    EXPECT_EQ(guard.Write(c_stranger, "fans", 4000.0).code, ErrorCode_e::denied);
+    EXPECT_EQ(guard.Write(c_local, "fans", 4000.0).code, ErrorCode_e::ok);
+}
+
+TEST_F(GuardedAccessTest, RefusalToRead_IsLoggedWithWhoAndWhat) {
+    const GuardedAccess guard = Guard(ListOf("127.0.0.1"));
+    RefusalToRead(guard, c_operator, "fans");
+    RefusalToRead(guard, c_stranger, "");
+    EXPECT_THAT(m_log.Messages(),
+                ElementsAre("W: Refused to read fans for 10.0.0.7 (CN=operator,O=Lab), which may not read",
+                            "W: Refused to read for 10.0.0.7, which may not read"));
+}
+
+TEST_F(GuardedAccessTest, Write_IsLoggedWithWhoWhatAndBothValues) {
+    const GuardedAccess guard = Guard();
+    guard.Write(c_operator, "fans", 4000.0);
+    guard.Write(c_stranger, "//label/", std::string("new"));
+    m_fans->Put(std::nullopt);
+    guard.Write(c_local, "fans", 2500.5);
+    EXPECT_THAT(m_log.Messages(), ElementsAre("I: Registry: fans set from 3000 to 4000 by 10.0.0.7 (CN=operator,O=Lab)",
+                                              "I: Registry: //label/ set from old to new by 10.0.0.7",
+                                              "I: Registry: fans set from no value to 2500.5 by 127.0.0.1"));
+}
+
+TEST_F(GuardedAccessTest, WriteThatTheNodeRefuses_IsLoggedWithItsReason) {
+    m_fans->onSet = [] { throw qstd::Exception("Too high rpm value: 20\nor too low"); };
+    EXPECT_EQ(Guard().Write(c_stranger, "fans", 20.0).text, "Too high rpm value: 20\nor too low");
+    EXPECT_THAT(m_log.Messages(), ElementsAre("W: Registry: fans not set from 3000 to 20 for 10.0.0.7: Too high rpm "
+                                              "value: 20?or too low"));
+}
+
+TEST_F(GuardedAccessTest, NodeThatCannotBeReadBefore_IsWrittenAllTheSame) {
+    m_fans->onGet = [] { throw qstd::Exception("no answer"); };
+    EXPECT_EQ(Guard().Write(c_local, "fans", 4000.0).code, ErrorCode_e::ok);
+    EXPECT_THAT(m_log.Messages(), ElementsAre("I: Registry: fans set from no value to 4000 by 127.0.0.1"));
+}
+
+TEST_F(GuardedAccessTest, WriteThatReachesNoNode_CountsAsRefused) {
+    const GuardedAccess guard = Guard();
+    m_state->onGet = [] { FAIL() << "read without need"; };
+    EXPECT_EQ(guard.Write(c_local, "nowhere", 1.0).code, ErrorCode_e::no_such_node);
+    EXPECT_EQ(guard.Write(c_local, "state", std::string("x")).code, ErrorCode_e::not_writable);
+    EXPECT_EQ(guard.Write(c_local, "fans", Value()).code, ErrorCode_e::wrong_type);
+    EXPECT_THAT(
+        m_log.Messages(),
+        ElementsAre("W: Refused to write nowhere = 1 for 127.0.0.1: No node \"nowhere\" under \"root\" (path "
+                    "\"nowhere\")",
+                    "W: Refused to write state = x for 127.0.0.1: Node \"state\" cannot be written by clients",
+                    "W: Refused to write fans = no value for 127.0.0.1: Node \"fans\" takes numbers, not an empty "
+                    "value"));
+}
+
+TEST_F(GuardedAccessTest, Refusals_AreLimitedAndCounted_WritesAreNot) {
+    const GuardedAccess guard = Guard({}, ListOf("127.0.0.1"));
+    for (int i = 0; i < 100; ++i) {
+        guard.Write(c_stranger, "fans", i);
+    }
+    EXPECT_EQ(m_log.Messages().size(), 10U);
+    guard.Flush();
+    EXPECT_THAT(m_log.Messages().back(), testing::HasSubstr("(90 more were not logged)"));
+    m_log.Clear();
+    for (int i = 0; i < 100; ++i) {
+        guard.Write(c_local, "fans", i);
+    }
+    EXPECT_EQ(m_log.Messages().size(), 100U);
+}
+
+TEST_F(GuardedAccessTest, HostileTexts_StayOneLineOfLimitedLength) {
+    const GuardedAccess guard = Guard();
+    guard.Write({"10.0.0.7", std::string(5000, 'x')}, "label", "two\nlines\x1b[2J" + std::string(60000, 'y'));
+    guard.Write(c_local, std::string(60000, '\r'), 1.0);
+    for (const std::string& message : m_log.Messages()) {
+        EXPECT_LT(message.size(), 1000U);
+        EXPECT_EQ(message.find_first_of("\n\r\x1b"), std::string::npos);
+    }
+    EXPECT_THAT(m_log.Messages().front(), testing::HasSubstr("label set from old to two?lines?[2Jyyy"));
+}
+
+}  // namespace
