@@ -55,7 +55,7 @@ double Linearized(std::uint8_t function, double value) {
         case IPMI_SDR_LINEARIZATION_LINEAR:
             return value;
         case IPMI_SDR_LINEARIZATION_LN:
-            return qstd::Log(value);
+            return qstd::NaturalLog(value);
         case IPMI_SDR_LINEARIZATION_LOG10:
             return qstd::Log10(value);
         case IPMI_SDR_LINEARIZATION_LOG2:

@@ -40,18 +40,6 @@ std::string Sentences(const std::string& text) {
     return lines;
 }
 
-std::string HowOften(Occurrence_e occurrence) {
-    switch (occurrence) {
-        case Occurrence_e::once:
-            return "once";
-        case Occurrence_e::atMostOne:
-            return "at most once";
-        case Occurrence_e::any:
-            return "any number";
-    }
-    return {};
-}
-
 class ManualWriter {
 public:
     std::string Write(const ElementRule& root) {

@@ -21,18 +21,6 @@ std::string Cell(const std::string& text) {
     return cell;
 }
 
-std::string HowOften(Occurrence_e occurrence) {
-    switch (occurrence) {
-        case Occurrence_e::once:
-            return "once";
-        case Occurrence_e::atMostOne:
-            return "at most once";
-        case Occurrence_e::any:
-            return "any number";
-    }
-    return {};
-}
-
 class ReferenceWriter {
 public:
     std::string Write(const ElementRule& root, const std::string& preface) {

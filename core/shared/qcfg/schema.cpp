@@ -128,6 +128,18 @@ void ProveElement(const std::string& parentPath, const ElementRule& given) {
 
 }  // namespace
 
+std::string HowOften(Occurrence_e occurrence) {
+    switch (occurrence) {
+        case Occurrence_e::once:
+            return "once";
+        case Occurrence_e::atMostOne:
+            return "at most once";
+        case Occurrence_e::any:
+            return "any number";
+    }
+    return {};
+}
+
 RuleList::RuleList() : RuleList(std::vector<ElementRule>()) {}
 
 RuleList::RuleList(std::initializer_list<ElementRule> rules) : RuleList(std::vector<ElementRule>(rules)) {}

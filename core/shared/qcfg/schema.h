@@ -22,6 +22,9 @@ enum class Occurrence_e {
     any,        ///< any number of times, none included
 };
 
+/// "at most once", as documents say it.
+std::string HowOften(Occurrence_e occurrence);
+
 struct AttributeRule {
     std::string name{};
     ValueTypePtr type{};

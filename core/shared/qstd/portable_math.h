@@ -16,7 +16,7 @@ inline double Exp2(double number) {
 inline double Exp10(double number) {
     return static_cast<double>(std::pow(10.0L, static_cast<long double>(number)));
 }
-inline double Log(double number) {
+inline double NaturalLog(double number) {
     return static_cast<double>(std::log(static_cast<long double>(number)));
 }
 inline double Log2(double number) {

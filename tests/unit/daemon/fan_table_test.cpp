@@ -13,7 +13,7 @@ namespace {
 
 using fan_table::FanTable;
 
-const FanTable c_threeBands = {{40, 50, 3000}, {45, 60, 4000}, {55, 70, 6500}};
+const FanTable c_usualTable = {{40, 50, 3000}, {45, 60, 4000}, {55, 70, 6500}};
 const FanTable c_withGap = {{20, 30, 2500}, {40, 50, 3000}};
 const FanTable c_oneBand = {{40, 50, 3000}};
 
@@ -53,37 +53,37 @@ std::string NameOfCase(const testing::TestParamInfo<StepCase>& info) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Bands, FanTableStep,
-                         testing::Values(StepCase{"LowestBand_Inside", c_threeBands, 0, 42, 0, 3000, ""},
-                                         StepCase{"LowestBand_AtLower", c_threeBands, 0, 40, 0, 3000, ""},
-                                         StepCase{"LowestBand_AtUpper", c_threeBands, 0, 50, 0, 3000, ""},
-                                         StepCase{"LowestBand_InOverlapStays", c_threeBands, 0, 48, 0, 3000, ""},
-                                         StepCase{"LowestBand_JustAboveGoesUp", c_threeBands, 0, 50.001, 1, 4000, ""},
-                                         StepCase{"LowestBand_FarAboveGoesUpOne", c_threeBands, 0, 100, 1, 4000, ""},
-                                         StepCase{"MiddleBand_Inside", c_threeBands, 1, 52, 1, 4000, ""},
-                                         StepCase{"MiddleBand_AtLower", c_threeBands, 1, 45, 1, 4000, ""},
-                                         StepCase{"MiddleBand_AtUpper", c_threeBands, 1, 60, 1, 4000, ""},
-                                         StepCase{"MiddleBand_InLowerOverlapStays", c_threeBands, 1, 47, 1, 4000, ""},
-                                         StepCase{"MiddleBand_InUpperOverlapStays", c_threeBands, 1, 57, 1, 4000, ""},
-                                         StepCase{"MiddleBand_JustBelowGoesDown", c_threeBands, 1, 44.999, 0, 3000, ""},
-                                         StepCase{"MiddleBand_FarBelowGoesDownOne", c_threeBands, 1, 0, 0, 3000, ""},
-                                         StepCase{"MiddleBand_JustAboveGoesUp", c_threeBands, 1, 60.5, 2, 6500, ""},
-                                         StepCase{"HighestBand_Inside", c_threeBands, 2, 65, 2, 6500, ""},
-                                         StepCase{"HighestBand_AtLower", c_threeBands, 2, 55, 2, 6500, ""},
-                                         StepCase{"HighestBand_AtUpper", c_threeBands, 2, 70, 2, 6500, ""},
-                                         StepCase{"HighestBand_FarBelowGoesDownOne", c_threeBands, 2, 10, 1, 4000, ""}),
+                         testing::Values(StepCase{"LowestBand_Inside", c_usualTable, 0, 42, 0, 3000, ""},
+                                         StepCase{"LowestBand_AtLower", c_usualTable, 0, 40, 0, 3000, ""},
+                                         StepCase{"LowestBand_AtUpper", c_usualTable, 0, 50, 0, 3000, ""},
+                                         StepCase{"LowestBand_InOverlapStays", c_usualTable, 0, 48, 0, 3000, ""},
+                                         StepCase{"LowestBand_JustAboveGoesUp", c_usualTable, 0, 50.001, 1, 4000, ""},
+                                         StepCase{"LowestBand_FarAboveGoesUpOne", c_usualTable, 0, 100, 1, 4000, ""},
+                                         StepCase{"MiddleBand_Inside", c_usualTable, 1, 52, 1, 4000, ""},
+                                         StepCase{"MiddleBand_AtLower", c_usualTable, 1, 45, 1, 4000, ""},
+                                         StepCase{"MiddleBand_AtUpper", c_usualTable, 1, 60, 1, 4000, ""},
+                                         StepCase{"MiddleBand_InLowerOverlapStays", c_usualTable, 1, 47, 1, 4000, ""},
+                                         StepCase{"MiddleBand_InUpperOverlapStays", c_usualTable, 1, 57, 1, 4000, ""},
+                                         StepCase{"MiddleBand_JustBelowGoesDown", c_usualTable, 1, 44.999, 0, 3000, ""},
+                                         StepCase{"MiddleBand_FarBelowGoesDownOne", c_usualTable, 1, 0, 0, 3000, ""},
+                                         StepCase{"MiddleBand_JustAboveGoesUp", c_usualTable, 1, 60.5, 2, 6500, ""},
+                                         StepCase{"HighestBand_Inside", c_usualTable, 2, 65, 2, 6500, ""},
+                                         StepCase{"HighestBand_AtLower", c_usualTable, 2, 55, 2, 6500, ""},
+                                         StepCase{"HighestBand_AtUpper", c_usualTable, 2, 70, 2, 6500, ""},
+                                         StepCase{"HighestBand_FarBelowGoesDownOne", c_usualTable, 2, 10, 1, 4000, ""}),
                          NameOfCase);
 
 INSTANTIATE_TEST_SUITE_P(
     Ends, FanTableStep,
     testing::Values(
-        StepCase{"BelowLowestBand", c_threeBands, 0, 30, 0, 2500,
+        StepCase{"BelowLowestBand", c_usualTable, 0, 30, 0, 2500,
                  "Temperature: 30 is below min fan speed range: 3000."},
-        StepCase{"JustBelowLowestBand", c_threeBands, 0, 39.99999, 0, 2500,
+        StepCase{"JustBelowLowestBand", c_usualTable, 0, 39.99999, 0, 2500,
                  "Temperature: 40 is below min fan speed range: 3000."},
-        StepCase{"AtZero", c_threeBands, 0, 0, 0, 2500, "Temperature: 0 is below min fan speed range: 3000."},
-        StepCase{"AboveHighestBand", c_threeBands, 2, 80, 2, 6500, AboveMax("80", "6500")},
-        StepCase{"SixSignificantDigits", c_threeBands, 2, 71.1234567, 2, 6500, AboveMax("71.1235", "6500")},
-        StepCase{"InfinitelyHot", c_threeBands, 2, c_infinity, 2, 6500, AboveMax("inf", "6500")},
+        StepCase{"AtZero", c_usualTable, 0, 0, 0, 2500, "Temperature: 0 is below min fan speed range: 3000."},
+        StepCase{"AboveHighestBand", c_usualTable, 2, 80, 2, 6500, AboveMax("80", "6500")},
+        StepCase{"SixSignificantDigits", c_usualTable, 2, 71.1234567, 2, 6500, AboveMax("71.1235", "6500")},
+        StepCase{"InfinitelyHot", c_usualTable, 2, c_infinity, 2, 6500, AboveMax("inf", "6500")},
         StepCase{"OneBand_Inside", c_oneBand, 0, 45, 0, 3000, ""},
         StepCase{"OneBand_Below", c_oneBand, 0, 39, 0, 2500, "Temperature: 39 is below min fan speed range: 3000."},
         StepCase{"OneBand_Above", c_oneBand, 0, 51, 0, 6500, AboveMax("51", "3000")}),
@@ -95,12 +95,12 @@ INSTANTIATE_TEST_SUITE_P(Gaps, FanTableStep,
                          NameOfCase);
 
 INSTANTIATE_TEST_SUITE_P(Unknowns, FanTableStep,
-                         testing::Values(StepCase{"NoReading", c_threeBands, 1, -1, 1, 6500, c_noReading},
-                                         StepCase{"JustBelowZero", c_threeBands, 1, -0.001, 1, 6500, c_noReading},
-                                         StepCase{"NegativeZeroIsAReading", c_threeBands, 1, -0.0, 0, 3000, ""},
-                                         StepCase{"NotANumber_LowestBandStays", c_threeBands, 0, c_nan, 0, 3000, ""},
-                                         StepCase{"NotANumber_MiddleBandStays", c_threeBands, 1, c_nan, 1, 4000, ""},
-                                         StepCase{"NotANumber_HighestBandStays", c_threeBands, 2, c_nan, 2, 6500, ""},
+                         testing::Values(StepCase{"NoReading", c_usualTable, 1, -1, 1, 6500, c_noReading},
+                                         StepCase{"JustBelowZero", c_usualTable, 1, -0.001, 1, 6500, c_noReading},
+                                         StepCase{"NegativeZeroIsAReading", c_usualTable, 1, -0.0, 0, 3000, ""},
+                                         StepCase{"NotANumber_LowestBandStays", c_usualTable, 0, c_nan, 0, 3000, ""},
+                                         StepCase{"NotANumber_MiddleBandStays", c_usualTable, 1, c_nan, 1, 4000, ""},
+                                         StepCase{"NotANumber_HighestBandStays", c_usualTable, 2, c_nan, 2, 6500, ""},
                                          StepCase{"EmptyTable", {}, 0, 48, 0, 6500, c_noTable},
                                          StepCase{"EmptyTable_NotANumber", {}, 0, c_nan, 0, 6500, c_noTable},
                                          StepCase{"EmptyTable_NoReadingIsToldFirst", {}, 0, -1, 0, 6500, c_noReading}),
@@ -112,7 +112,7 @@ std::string ErrorOf(const FanTable& table, double highNonCritical = 75) {
 }
 
 TEST(FanTable, WithoutErrors_Passes) {
-    EXPECT_EQ(ErrorOf(c_threeBands), "");
+    EXPECT_EQ(ErrorOf(c_usualTable), "");
     EXPECT_EQ(ErrorOf(c_withGap), "");
     EXPECT_EQ(ErrorOf(c_oneBand), "");
 }
@@ -130,14 +130,14 @@ TEST(FanTable, LimitsTheWrongWayRound_AreTheFirstError) {
 }
 
 TEST(FanTable, UpperLimitAboveTheThreshold_IsAnError) {
-    EXPECT_EQ(ErrorOf(c_threeBands, 65), "Upper temperature limit is invalid: 70 > 65");
-    EXPECT_EQ(ErrorOf(c_threeBands, 69.5), "Upper temperature limit is invalid: 70 > 69.5");
-    EXPECT_EQ(ErrorOf(c_threeBands, 70), "");
+    EXPECT_EQ(ErrorOf(c_usualTable, 65), "Upper temperature limit is invalid: 70 > 65");
+    EXPECT_EQ(ErrorOf(c_usualTable, 69.5), "Upper temperature limit is invalid: 70 > 69.5");
+    EXPECT_EQ(ErrorOf(c_usualTable, 70), "");
     EXPECT_EQ(ErrorOf({{40, 80, 1000}}), "Upper temperature limit is invalid: 80 > 75");
 }
 
 TEST(FanTable, NoThreshold_NoUpperLimitAboveZeroPasses) {
-    EXPECT_EQ(ErrorOf(c_threeBands, 0), "Upper temperature limit is invalid: 50 > 0");
+    EXPECT_EQ(ErrorOf(c_usualTable, 0), "Upper temperature limit is invalid: 50 > 0");
     EXPECT_EQ(ErrorOf({{0, 1, 3000}}, 0), "Upper temperature limit is invalid: 1 > 0");
     EXPECT_EQ(ErrorOf({{0, 0, 3000}}, 0), "");
 }

@@ -22,7 +22,7 @@ using testing::IsEmpty;
 
 const Peer c_local{"127.0.0.1"};
 const Peer c_stranger{"10.0.0.7"};
-const Peer c_operator{"10.0.0.7", "CN=operator,O=Lab"};
+const Peer c_writer{"10.0.0.7", "CN=operator,O=Lab"};
 
 ClientList ListOf(const std::string& from, const std::string& subject = {}) {
     ClientList list;
@@ -67,19 +67,19 @@ TEST_F(GuardedAccessTest, WithoutLists_EveryClientReadsAndWrites) {
 }
 
 TEST_F(GuardedAccessTest, Readers_ReadAndDoNotWriteUnlessTheyAreWriters) {
-    const GuardedAccess guard = Guard(ListOf("10.0.0.0/8"), ListOf("", c_operator.subject));
+    const GuardedAccess guard = Guard(ListOf("10.0.0.0/8"), ListOf("", c_writer.subject));
     EXPECT_TRUE(guard.RestrictsReading());
     EXPECT_EQ(RefusalToRead(guard, c_stranger), "");
     EXPECT_EQ(guard.Write(c_stranger, "fans", 4000.0).code, ErrorCode_e::denied);
     EXPECT_EQ(m_fans->Held(), 3000.0);
-    EXPECT_EQ(guard.Write(c_operator, "fans", 4000.0).code, ErrorCode_e::ok);
+    EXPECT_EQ(guard.Write(c_writer, "fans", 4000.0).code, ErrorCode_e::ok);
     EXPECT_EQ(m_fans->Held(), 4000.0);
 }
 
 TEST_F(GuardedAccessTest, Writers_ReadEvenWhenOthersAreNamedAsReaders) {
     const GuardedAccess guard = Guard(ListOf("192.168.0.0/16"), ListOf("127.0.0.1"));
     EXPECT_EQ(RefusalToRead(guard, c_local), "");
-    EXPECT_EQ(RefusalToRead(guard, c_operator), "Clients at 10.0.0.7 (CN=operator,O=Lab) may not read");
+    EXPECT_EQ(RefusalToRead(guard, c_writer), "Clients at 10.0.0.7 (CN=operator,O=Lab) may not read");
 }
 
 TEST_F(GuardedAccessTest, WhoMayNotRead_DoesNotWriteEither) {
@@ -90,7 +90,7 @@ TEST_F(GuardedAccessTest, WhoMayNotRead_DoesNotWriteEither) {
 
 TEST_F(GuardedAccessTest, RefusalToRead_IsLoggedWithWhoAndWhat) {
     const GuardedAccess guard = Guard(ListOf("127.0.0.1"));
-    RefusalToRead(guard, c_operator, "fans");
+    RefusalToRead(guard, c_writer, "fans");
     RefusalToRead(guard, c_stranger, "");
     EXPECT_THAT(m_log.Messages(),
                 ElementsAre("W: Refused to read fans for 10.0.0.7 (CN=operator,O=Lab), which may not read",
@@ -99,7 +99,7 @@ TEST_F(GuardedAccessTest, RefusalToRead_IsLoggedWithWhoAndWhat) {
 
 TEST_F(GuardedAccessTest, Write_IsLoggedWithWhoWhatAndBothValues) {
     const GuardedAccess guard = Guard();
-    guard.Write(c_operator, "fans", 4000.0);
+    guard.Write(c_writer, "fans", 4000.0);
     guard.Write(c_stranger, "//label/", std::string("new"));
     m_fans->Put(std::nullopt);
     guard.Write(c_local, "fans", 2500.5);

@@ -18,7 +18,7 @@ namespace qreg::corba {
 
 namespace {
 
-constexpr std::chrono::milliseconds c_connectLimit{500};
+constexpr std::chrono::milliseconds c_probeLimit{500};
 constexpr timeval c_stepLimit{1, 0};  ///< of each read and write
 constexpr std::size_t c_shown = 200;
 constexpr const char* c_ended =
@@ -105,7 +105,7 @@ void ProveName(const std::string& name) {
 }
 
 std::string ProbeTls(const std::string& host, int port, const tls::Identity& identity, const std::string& name) {
-    const Connection way = Connect(host, port, c_connectLimit);
+    const Connection way = Connect(host, port, c_probeLimit);
     const std::unique_ptr<SSL_CTX, Free<SSL_CTX, SSL_CTX_free>> context(SSL_CTX_new(TLS_client_method()));
     if (way.socket == nullptr || context == nullptr) {
         return {};
