@@ -168,8 +168,9 @@ TEST_F(CheckConfigTest, FailingDaemon_TellsWhatItDoesToTheHardware) {
 /// made as the documentation says.
 TEST_F(CheckConfigTest, Examples_AreClean) {
     std::filesystem::copy(ZELKOR_EXAMPLES, m_folder.Path("examples"), std::filesystem::copy_options::recursive);
-    const test::Result made = test::RunProgram({"/bin/sh", "-c", "cd \"$1\" && exec ../tls/make-certificates localhost",
-                                                "sh", m_folder.Path("examples/config")});
+    const test::Result made =
+        test::RunProgram({"/bin/sh", "-c", "cd \"$1\" && exec ../tls/make-certificates localhost 127.0.0.1", "sh",
+                          m_folder.Path("examples/config")});
     ASSERT_EQ(made.status, 0) << made.error;
     int count = 0;
     for (const auto& entry : std::filesystem::directory_iterator(m_folder.Path("examples/config"))) {
