@@ -262,6 +262,8 @@ set_working_mc 0x20
   endlan
   user 2 true "operator" "secret" admin 10 md5
 """
+    FPGA = """<fpga read="0x30 0x10 {addr:hi} {addr:lo}" reply="{value:hi} {value:lo}"
+           write="0x30 0x11 {addr:hi} {addr:lo} {value:hi} {value:lo}"/>"""
     CONTROLLER = """mc_setbmc 0x20
 mc_add 0x20 0 no-device-sdrs 0x23 9 8 0x9f 0x1291 0xf02
 sel_enable 0x20 100 0x0a
@@ -289,6 +291,19 @@ mc_enable 0x20
         self.start()
         self.await_log("Controller 127.0.0.1:9001 answers:")
         self.await_log("Controller 127.0.0.1:9002 does not answer:")
+
+    def test_crash_sets_the_fans_over_ipmi_with_the_credential(self):
+        """The simulator has no fan registers: that it refuses the commands shows that the session was opened."""
+        MANAGER.write(CONFIGURATION, self.CONFIGURATION.replace('"io/1" type="io"', '"icb/0" type="icb"').replace(
+            'password-credential="io1"/>', 'password-credential="io1">' + self.FPGA + "</board>"))
+        self.start()
+        self.await_log("Controller 127.0.0.1:9001 answers:")
+        MANAGER.run("kill", "-SEGV", self.show("MainPID"))
+        self.assertTrue(await_true(lambda: self.show("NRestarts") == "1" and self.show("ActiveState") == "active"),
+                        self.journal())
+        self.assertRegex(self.journal(), "ERROR +Not all fans are at 6500 RPM: left_front cannot be")
+        self.assertIn("command 0x30/0x11: 0xD4 (insufficient privilege level)", self.journal())
+        self.assertNotIn("cannot open", self.journal())
 
 
 def install(build):
