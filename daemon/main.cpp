@@ -13,8 +13,8 @@ int main(int argc, char** argv) {
     const auto daemon = std::make_shared<PlatformDaemon>();
     daemon->AddBoardBackend(
         {bmc::sim::ConfigurationRule(), bmc::sim::Create, bmc::sim::Check, bmc::sim::CreateWithoutControl});
-    daemon->AddBoardBackend(
-        {bmc::ipmi::ConfigurationRule(), bmc::ipmi::Create, bmc::ipmi::Check, {}, bmc::ipmi::CreateToLook});
+    daemon->AddBoardBackend({bmc::ipmi::ConfigurationRule(), bmc::ipmi::Create, bmc::ipmi::Check,
+                             bmc::ipmi::CreateToAct, bmc::ipmi::CreateToLook});
     daemon->SetRegistryServer(qreg::corba::CreateServer);
     daemon->AddAction("fans-safe", "set all fans to maximum speed, prove that they are, exit", SetFansSafe);
     return daemon->Run(argc, argv) ? 0 : 1;

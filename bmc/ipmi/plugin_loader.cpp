@@ -73,6 +73,11 @@ std::unique_ptr<Backend> Create(const qcfg::Element& section, const std::string&
     return AtSection(section, configFile, [&] { return LoadBackend(settings, PluginPath()); });
 }
 
+std::unique_ptr<Backend> CreateToAct(const qcfg::Element& section, const std::string& configFile) {
+    const Settings settings = ReadSettings(section, configFile, Passwords_e::leftForSessions);
+    return AtSection(section, configFile, [&] { return LoadBackend(settings, PluginPath()); });
+}
+
 std::unique_ptr<Backend> CreateToLook(const qcfg::Element& section, const std::string& configFile) {
     Settings settings = ReadSettings(section, configFile);
     settings.isCacheReadOnly = true;

@@ -13,9 +13,12 @@
 namespace bmc::ipmi {
 
 /// The backend that the configuration's section <boards backend="ipmi"> asks for. Its threads begin to open sessions.
-/// For a process beside the service likewise: controllers have several sessions.
 /// @throws qstd::Exception "FILE:LINE: text"; nothing was started then.
 std::unique_ptr<Backend> Create(const qcfg::Element& section, const std::string& configFile);
+
+/// As Create, for an action beside the service: controllers have several sessions. A password that cannot be read is
+/// the trouble of its own board: the others are to be made safe all the same.
+std::unique_ptr<Backend> CreateToAct(const qcfg::Element& section, const std::string& configFile);
 
 /// As Create, for a process that only looks: the boards' sensor records that are kept on disk are read, never written.
 std::unique_ptr<Backend> CreateToLook(const qcfg::Element& section, const std::string& configFile);

@@ -62,7 +62,8 @@ std::string Canonical(const ElementReader& reader, const std::string& host) {
 /// Reads one section: what has been seen so far makes duplicates and contradictions known.
 class SettingsReader {
 public:
-    explicit SettingsReader(const std::string& configFile) : m_configFile(configFile) {}
+    SettingsReader(const std::string& configFile, Passwords_e passwords)
+        : m_configFile(configFile), m_passwords(passwords) {}
 
     Settings Read(const qcfg::Element& section);
 
@@ -83,6 +84,7 @@ private:
     std::string Resolve(const std::string& path) const;
 
     const std::string& m_configFile;
+    const Passwords_e m_passwords;
     std::chrono::milliseconds m_timeout{};
     unsigned int m_retries = 0;
     Settings m_settings;
@@ -244,6 +246,9 @@ PasswordSource SettingsReader::ReadPasswordSource(const ElementReader& reader) c
     } else {
         source.path = Resolve(reader.RequiredText("password-file"));
     }
+    if (m_passwords == Passwords_e::leftForSessions) {
+        return source;
+    }
     try {
         ReadPassword(source);
     } catch (const qstd::Exception& error) {
@@ -305,8 +310,8 @@ std::string ControllerSettings::Name() const {
     return (isV6 ? "[" + host + "]" : host) + ":" + std::to_string(port);
 }
 
-Settings ReadSettings(const qcfg::Element& section, const std::string& configFile) {
-    return SettingsReader(configFile).Read(section);
+Settings ReadSettings(const qcfg::Element& section, const std::string& configFile, Passwords_e passwords) {
+    return SettingsReader(configFile, passwords).Read(section);
 }
 
 }  // namespace bmc::ipmi

@@ -57,11 +57,15 @@ struct Settings {
     bool isCacheReadOnly = false;                 ///< nothing is kept that was not; no setting of the file
 };
 
-/// Reads and proves the section, the files with the passwords included; relative paths are relative to the folder of
-/// @p configFile. Asks no controller. Reads the environment (CACHE_DIRECTORY, CREDENTIALS_DIRECTORY); otherwise any
-/// thread may call it.
+/// Whether the files with the passwords are read with the section. A password is read anew for each session anyhow.
+enum class Passwords_e { proved, leftForSessions };
+
+/// Reads and proves the section, by default the files with the passwords included; relative paths are relative to the
+/// folder of @p configFile. Asks no controller. Reads the environment (CACHE_DIRECTORY, CREDENTIALS_DIRECTORY);
+/// otherwise any thread may call it.
 /// @throws qstd::Exception "FILE:LINE: text"
-Settings ReadSettings(const qcfg::Element& section, const std::string& configFile);
+Settings ReadSettings(const qcfg::Element& section, const std::string& configFile,
+                      Passwords_e passwords = Passwords_e::proved);
 
 }  // namespace bmc::ipmi
 

@@ -17,14 +17,20 @@ EXPECTED = [
     "bin/zelkor-chassisctl",
     "bin/zelkor-regctl",
     "sbin/zelkor-platformd",
+    "lib/sysusers.d/zelkor-platformd.conf",
+    "lib/udev/rules.d/60-zelkor-platformd.rules",
     "lib/systemd/system/zelkor-platformd.service",
     "share/bash-completion/completions/zelkor-chassisctl",
     "share/bash-completion/completions/zelkor-platformd",
     "share/bash-completion/completions/zelkor-regctl",
+    "share/doc/zelkor-platformd/docs/operations/guide.md",
+    "share/doc/zelkor-platformd/examples/config/ipmi.xml",
+    "share/doc/zelkor-platformd/examples/tls/make-certificates",
     "share/man/man1/zelkor-chassisctl.1.gz",
     "share/man/man1/zelkor-regctl.1.gz",
     "share/man/man5/zelkor-platformd.xml.5.gz",
     "share/man/man8/zelkor-platformd.8.gz",
+    "share/zelkor/zelkor-platformd.xsd",
 ]
 PAGES = ("zelkor-platformd", "zelkor-platformd.xml", "zelkor-regctl", "zelkor-chassisctl")
 

@@ -24,7 +24,7 @@ PROGRAM_SECTIONS = ["NAME", "SYNOPSIS", "DESCRIPTION", "OPTIONS", "EXIT STATUS",
 OPTION = re.compile(r"(?<![\w-])(--[a-z][a-z-]*[a-z]|-[a-zA-Z](?![\w-]))")
 DEFAULT = re.compile(r"\(=([^)]+)\)")
 # Programs of others in examples: their options are their own.
-OTHERS = re.compile(r"^\s*(xmllint|openssl|systemctl|journalctl)\b")
+OTHERS = re.compile(r"^\s*(xmllint|openssl|systemctl|journalctl|runuser)\b")
 
 
 def man(*words, width="80"):

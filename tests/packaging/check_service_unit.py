@@ -32,7 +32,7 @@ def with_stand_in(unit, program, folder):
     stand_in.write_text(STAND_IN, encoding="utf-8")
     stand_in.chmod(0o755)
     text = unit.read_text(encoding="utf-8")
-    for line in (f"ExecStart={program}\n", f" {program} --fans-safe'\n"):
+    for line in (f"ExecStart={program}\n", f" {program} --fans-safe; }}'\n"):
         if text.count(line) != 1:
             sys.exit(f"{unit}: {text.count(line)} times {line.strip()!r}, expected once")
     copy = folder / unit.name

@@ -214,6 +214,33 @@ class Restrictions(ServiceTest):
                 self.restrict(f"Restart=no\nTimeoutStartSec=5\n{lines}\n")
                 self.assertNotEqual(self.problems(), [])
 
+    def restrictions(self, own):
+        """A unit with these lines, restricted as the service is."""
+        other = ("Type=", "Exec", "Watchdog", "Restart")
+        lines = [line for line in MANAGER.read(UNIT_FILE).splitlines() if not line.startswith(other)]
+        return "\n".join(lines).replace("[Service]\n", "[Service]\n" + own)
+
+    def test_device_of_the_group_can_be_opened_once_it_is_let_in(self):
+        """A device that does nothing when it is opened stands for that of IPMI, which few machines have."""
+        minors = {name: minor for minor, name in map(str.split, MANAGER.read("/proc/misc").splitlines())}
+        minor = next((minors[name] for name in ("tun", "fuse", "loop-control") if name in minors), None)
+        if minor is None:
+            self.skipTest("the kernel has none of the devices that could stand for that of IPMI")
+        MANAGER.run("mknod", "-m", "660", "/dev/zelkor-device", "c", "10", minor)
+        MANAGER.run("chgrp", "zelkor", "/dev/zelkor-device")
+        opens = "Type=oneshot\nExecStart=/bin/sh -c 'exec 3<>/dev/zelkor-device'\n"
+        results = {}
+        for user, is_let_in in (("zelkor", True), ("zelkor", False), ("nobody", True)):
+            text = self.restrictions(opens).replace("User=zelkor\nGroup=zelkor\n", f"User={user}\n")
+            text = text.replace("Directory=zelkor", "Directory=")
+            if is_let_in:
+                text = text.replace("DeviceAllow=", "DeviceAllow=char-misc rw\nDeviceAllow=")
+            MANAGER.write("/run/systemd/system/zelkor-device.service", text)
+            MANAGER.run("systemctl", "daemon-reload")
+            results[user, is_let_in] = MANAGER.run("systemctl", "start", "zelkor-device", check=False).returncode == 0
+        MANAGER.run("rm", "/dev/zelkor-device")
+        self.assertEqual(results, {("zelkor", True): True, ("zelkor", False): False, ("nobody", True): False})
+
     def probe(self, unit_text):
         MANAGER.write("/run/systemd/system/zelkor-probe.service", unit_text)
         MANAGER.run("systemctl", "daemon-reload")
@@ -225,9 +252,7 @@ class Restrictions(ServiceTest):
     def test_nothing_else_is_allowed(self):
         MANAGER.write("/usr/local/lib/zelkor-probe.py", (HERE / "probe.py").read_text(encoding="utf-8"))
         probe = "Type=oneshot\nSyslogIdentifier=zelkor-probe\nExecStart=/usr/bin/python3 /usr/local/lib/zelkor-probe.py\n"
-        other = ("Type=", "Exec", "Watchdog", "Restart")
-        lines = [line for line in MANAGER.read(UNIT_FILE).splitlines() if not line.startswith(other)]
-        result = self.probe("\n".join(lines).replace("[Service]\n", "[Service]\n" + probe))
+        result = self.probe(self.restrictions(probe))
         self.assertEqual([name for name, error in result["allowed"].items() if error], [], result)
         self.assertEqual([name for name, error in result["forbidden"].items() if not error], [], result)
         self.assertEqual(result["status"], {"CapPrm": "0" * 16, "CapBnd": "0" * 16, "NoNewPrivs": "1", "Seccomp": "2"})
@@ -262,6 +287,8 @@ set_working_mc 0x20
   endlan
   user 2 true "operator" "secret" admin 10 md5
 """
+    FPGA = """<fpga read="0x30 0x10 {addr:hi} {addr:lo}" reply="{value:hi} {value:lo}"
+           write="0x30 0x11 {addr:hi} {addr:lo} {value:hi} {value:lo}"/>"""
     CONTROLLER = """mc_setbmc 0x20
 mc_add 0x20 0 no-device-sdrs 0x23 9 8 0x9f 0x1291 0xf02
 sel_enable 0x20 100 0x0a
@@ -289,6 +316,19 @@ mc_enable 0x20
         self.start()
         self.await_log("Controller 127.0.0.1:9001 answers:")
         self.await_log("Controller 127.0.0.1:9002 does not answer:")
+
+    def test_crash_sets_the_fans_over_ipmi_with_the_credential(self):
+        """The simulator has no fan registers: that it refuses the commands shows that the session was opened."""
+        MANAGER.write(CONFIGURATION, self.CONFIGURATION.replace('"io/1" type="io"', '"icb/0" type="icb"').replace(
+            'password-credential="io1"/>', 'password-credential="io1">' + self.FPGA + "</board>"))
+        self.start()
+        self.await_log("Controller 127.0.0.1:9001 answers:")
+        MANAGER.run("kill", "-SEGV", self.show("MainPID"))
+        self.assertTrue(await_true(lambda: self.show("NRestarts") == "1" and self.show("ActiveState") == "active"),
+                        self.journal())
+        self.assertRegex(self.journal(), "ERROR +Not all fans are at 6500 RPM: left_front cannot be")
+        self.assertIn("command 0x30/0x11: 0xD4 (insufficient privilege level)", self.journal())
+        self.assertNotIn("cannot open", self.journal())
 
 
 def install(build):

@@ -134,6 +134,17 @@ TEST_F(IpmiFansTest, FansSafe_SetsTheFansWithAndWithoutADaemonAndDisturbsItNot) 
     EXPECT_EQ(References(simulator), AllAt(297));
 }
 
+TEST_F(IpmiFansTest, FansSafe_IsNotKeptFromTheFansByThePasswordOfAnotherBoard) {
+    const IpmiSimulator simulator(WarmAt(48));
+    const IpmiSimulator other(WarmAt(48));
+    ConfigureBoards({test::Icb(simulator), test::Io(1, other)});
+    std::filesystem::remove(m_folder.Path("password-" + std::to_string(other.GetPort(0x20))));
+    const test::Result result = test::RunProgram(Command({"--fans-safe"}));
+    EXPECT_EQ(result.status, 0) << result.error;
+    EXPECT_EQ(References(simulator), AllAt(297));
+    EXPECT_EQ(test::RunProgram(Command({})).status, 1) << "a start proves the passwords of all boards";
+}
+
 TEST_F(IpmiFansTest, FansSafe_ThatCannotSetThem_SaysSoAndEndsSoon) {
     IpmiSimulator simulator(WarmAt(48));
     ConfigureBoards({test::Icb(simulator)}, c_noWorkers, "cache='none' timeout='100' retries='1'");
