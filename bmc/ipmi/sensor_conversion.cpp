@@ -41,7 +41,7 @@ double Linear(const ConversionFactors& factors, int number) {
     const auto power = [](int exponent) { return c_powers.at(static_cast<std::size_t>(exponent)); };
     const int decimals = -std::min<int>(factors.bExponent, 0);
     const std::int64_t whole =
-        factors.m * number * power(decimals) + factors.b * power(std::max<int>(factors.bExponent, 0));
+        std::int64_t{factors.m} * number * power(decimals) + factors.b * power(std::max<int>(factors.bExponent, 0));
     const int exponent = factors.rExponent - decimals;
     double scale = 1;
     for (int i = 0; i < std::abs(exponent); ++i) {

@@ -1,9 +1,8 @@
 #include "qstd/from_chars.h"
 
-#include <cstdlib>
+#include <clocale>  // newlocale
+#include <cstdlib>  // strtod_l
 #include <string>
-
-#include <locale.h>  // strtod_l
 
 namespace qstd {
 
