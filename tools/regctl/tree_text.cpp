@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "qstd/strings.h"
+#include "tools/regctl/output.h"
 #include "tools/regctl/threshold.h"
 #include "tools/regctl/value_text.h"
 
