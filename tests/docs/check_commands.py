@@ -15,6 +15,8 @@ import sys
 
 LINE = re.compile(r"^\s*(?:\$ )?(?:[\w./]*/)?(zelkor-(?:platformd|regctl|chassisctl)\b(?!\.).*)$")
 SYNOPSIS = re.compile(r"\[(?!\w*::)|\bCOMMAND\b|\.\.\.|\bDIR\b|\|\s*-")
+# The reader's own files, which a tool looks at once it has understood everything.
+NO_FILE = re.compile(r"zelkor-regctl: certificate \S+: cannot open: No such file or directory$")
 NOBODY = {"zelkor-regctl": ["--server", "127.0.0.1:1"], "zelkor-chassisctl": ["--socket", "/nonexistent/socket"]}
 
 
@@ -72,7 +74,7 @@ def refusal(programs, words):
         expected = 2
     done = subprocess.run([programs / name, *arguments], capture_output=True, text=True, timeout=60, check=False,
                           stdin=subprocess.DEVNULL)
-    if done.returncode == expected:
+    if done.returncode == expected or (expected == 2 and done.returncode == 1 and NO_FILE.match(done.stderr)):
         return None
     return f"{' '.join(words)}: status {done.returncode}: {done.stderr.strip().splitlines()[:1]}"
 
@@ -96,10 +98,11 @@ def check(root, programs):
 
 def self_test(programs):
     """Commands that are right, and wrong in every way."""
-    right = ["zelkor-regctl get fans", "zelkor-regctl --server h:1 watch 'boards/**' --count 3", "zelkor-chassisctl list --json",
+    right = ["zelkor-regctl get fans", "zelkor-regctl --tls --ca ca.pem --certificate a.pem --key a.key get fans", "zelkor-regctl --server h:1 watch 'boards/**' --count 3", "zelkor-chassisctl list --json",
              "zelkor-chassisctl --socket s set io/1 16 -5", "zelkor-platformd --config c.xml --port 0",
              "zelkor-chassisctl import --uri io/1 table.txt"]
-    wrong = ["zelkor-regctl fetch fans", "zelkor-regctl get", "zelkor-regctl get fans --colour", "zelkor-chassisctl heat io/1",
+    wrong = ["zelkor-regctl fetch fans", "zelkor-regctl get", "zelkor-regctl get fans --colour", "zelkor-regctl --tls --ca ca.pem --cert a.pem --key a.key get fans",
+             "zelkor-regctl --tls get fans", "zelkor-chassisctl heat io/1",
              "zelkor-chassisctl set io/1", "zelkor-platformd --configuration c.xml",
              "zelkor-platformd lab.xml", "zelkor-chassisctl import --url io/1 table.txt"]
     problems = [f"right, but: {text}" for text in (refusal(programs, shlex.split(line)) for line in right) if text]

@@ -112,7 +112,8 @@ TEST_F(StopTest, ClientsWriteThatWaitsForASlowBoard_IsBrokenOffAndNeverUndoesThe
         });
     };
     const auto before = countSets();
-    MakeSlow("3000");
+    // The six registers are read before they are written, for the line in the log.
+    MakeSlow("1000");
     test::Process client(RegistryCommand({"set", "fans", "2500"}), m_folder.Path("client.out"),
                          m_folder.Path("client.err"));
     ASSERT_TRUE(Await([&] { return countSets() > before; })) << "the client's write waits for the board";

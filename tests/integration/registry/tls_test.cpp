@@ -31,7 +31,7 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-constexpr std::chrono::seconds c_timeout(20);
+constexpr std::chrono::seconds c_tlsTimeout(20);
 
 /// Listens, and says the same few bytes to everybody who has said something.
 class RudeServer {
@@ -110,7 +110,7 @@ protected:
     }
 
     std::unique_ptr<Client> Connect(const ClientTls& tls, const std::string& host = "127.0.0.1") const {
-        return std::make_unique<Client>(host, m_tlsPort, c_timeout, tls);
+        return std::make_unique<Client>(host, m_tlsPort, c_tlsTimeout, tls);
     }
 
     /// Why a client gets no answer; empty when it does.
@@ -166,7 +166,7 @@ TEST_F(RegistryTls, PortOfItsOwn_LeavesTheOtherInClear) {
     Start({"tlsPort=0"});
     EXPECT_NE(m_tlsPort, m_server->GetPort());
     {
-        Client client("127.0.0.1", m_server->GetPort(), c_timeout);
+        Client client("127.0.0.1", m_server->GetPort(), c_tlsTimeout);
         EXPECT_EQ(client.Hello().major, 1);
     }
     EXPECT_EQ(Failure(Tls("operator")), "");
@@ -182,7 +182,7 @@ TEST_F(RegistryTls, Writers_AreKnownByTheSubjectOfTheirCertificate) {
         EXPECT_THROW(reader->Set("knobs/speed", 5000.0), qreg::RegistryError);
     }
     {
-        Client stranger("127.0.0.1", m_server->GetPort(), c_timeout);
+        Client stranger("127.0.0.1", m_server->GetPort(), c_tlsTimeout);
         EXPECT_THROW(stranger.Set("knobs/speed", 5000.0), qreg::RegistryError) << "no certificate in clear";
         EXPECT_EQ(stranger.Get("knobs/speed"), qnode::Value(4000.0));
     }
@@ -241,13 +241,13 @@ TEST_F(RegistryTls, ClientsOfOneProcess_SpeakInOneWay) {
     EXPECT_EQ(second->Hello().major, 1);
     const std::string refusal = "all clients of a process speak TLS in the same way to one server";
     EXPECT_EQ(test::TextOf([&] { Connect(Tls("operator")); }), refusal);
-    EXPECT_EQ(test::TextOf([&] { Client("127.0.0.1", m_server->GetPort(), c_timeout); }), refusal);
+    EXPECT_EQ(test::TextOf([&] { Client("127.0.0.1", m_server->GetPort(), c_tlsTimeout); }), refusal);
     Stop();
 }
 
 TEST_F(RegistryTls, Name_MustBeOneThatACertificateCanBeFor) {
     for (const char* name : {"not a name", "a:b"}) {
-        EXPECT_THAT(test::TextOf([&] { Client("127.0.0.1", 1, c_timeout, Tls("operator", name)); }),
+        EXPECT_THAT(test::TextOf([&] { Client("127.0.0.1", 1, c_tlsTimeout, Tls("operator", name)); }),
                     StartsWith(std::string("a certificate cannot be for \"") + name));
     }
 }
@@ -255,7 +255,7 @@ TEST_F(RegistryTls, Name_MustBeOneThatACertificateCanBeFor) {
 TEST_F(RegistryTls, InClearToTlsAndTlsToClear_FailInWords) {
     Start({"tlsPort=0"});
     const int clear = m_server->GetPort();
-    EXPECT_THAT(test::TextOf([&] { Client("127.0.0.1", m_tlsPort, c_timeout).Hello(); }),
+    EXPECT_THAT(test::TextOf([&] { Client("127.0.0.1", m_tlsPort, c_tlsTimeout).Hello(); }),
                 HasSubstr("or it speaks TLS only"));
     const int tls = std::exchange(m_tlsPort, clear);
     EXPECT_THAT(Failure(Tls("operator")), StartsWith(NoTls("")));

@@ -140,13 +140,13 @@ std::vector<ProofCase> Bands() {
     };
 }
 
-std::string NameOfCase(const testing::TestParamInfo<ProofCase>& info) {
+std::string NameOfProof(const testing::TestParamInfo<ProofCase>& info) {
     return info.param.name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Errors, FanTableProof, testing::ValuesIn(Errors()), NameOfCase);
-INSTANTIATE_TEST_SUITE_P(CriticalLimits, FanTableProof, testing::ValuesIn(CriticalLimits()), NameOfCase);
-INSTANTIATE_TEST_SUITE_P(Bands, FanTableProof, testing::ValuesIn(Bands()), NameOfCase);
+INSTANTIATE_TEST_SUITE_P(Errors, FanTableProof, testing::ValuesIn(Errors()), NameOfProof);
+INSTANTIATE_TEST_SUITE_P(CriticalLimits, FanTableProof, testing::ValuesIn(CriticalLimits()), NameOfProof);
+INSTANTIATE_TEST_SUITE_P(Bands, FanTableProof, testing::ValuesIn(Bands()), NameOfProof);
 
 TEST(FanTableProof, SensorsThatAreNotKnown_MayHaveTheLimitAndTheHeat) {
     EXPECT_THAT(TextsOf(c_threeBands, {}, false), testing::IsEmpty());
