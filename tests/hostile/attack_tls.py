@@ -185,6 +185,23 @@ def many_half_handshakes(server):
 
 
 @case("tls")
+def time_to_greet(server):
+    """Clients that connect and say nothing are closed, but none before the idle time is over: whoever is slow to begin with
+    the handshake is not cut off by chance."""
+    waiting = []
+    end = time.monotonic() + 1.5 * server.idle  # longer than it takes the server to look at all of them once
+    while time.monotonic() < end or waiting:
+        if time.monotonic() < end:
+            waiting.append((time.monotonic(), raw_connection(server)))
+        closed = [one for one in waiting if ended(one[1], "a greeting")]
+        waiting = [one for one in waiting if one not in closed]
+        lived = min((time.monotonic() - since for since, _ in closed), default=server.idle)
+        expect(lived > 0.9 * server.idle, f"one is closed after {lived:.1f} s, and may be silent for {server.idle} s")
+        expect(time.monotonic() < end + PATIENCE_SECONDS * min(server.slowness, 4), "silent connections are not closed")
+        time.sleep(0.125)
+
+
+@case("tls")
 def stuck_in_a_record(server):
     """Clients with a good certificate that stop in the middle, that never read, that say nothing: each is closed in
     time."""

@@ -1,7 +1,10 @@
 #include "qreg/guarded_access.h"
 
+#include <string>
 #include <utility>
+#include <variant>
 
+#include "qreg/path_names.h"
 #include "qstd/log.h"
 
 namespace qreg {
@@ -13,13 +16,34 @@ constexpr std::size_t c_longestPath = 200;
 constexpr std::size_t c_longestValue = 80;
 constexpr std::size_t c_longestReason = 300;
 
+/// What a client says in quotation marks, so that it does not read as words of the log: a value that ends in
+/// " by 10.0.0.1" names nobody.
+std::string Quoted(const std::string& text, std::size_t most) {
+    std::string quoted = "\"";
+    for (const char letter : ForLog(text, most)) {
+        quoted += letter == '"' || letter == '\\' ? "\\" : "";
+        quoted += letter;
+    }
+    return quoted + '"';
+}
+
+/// As the tree writes it: slashes more than needed could hide the node's name behind the end of what is shown.
 std::string PathText(std::string_view path) {
-    return ForLog(std::string(path), c_longestPath);
+    std::string plain;
+    PathNames names(path);
+    for (std::string_view name; names.Next(name);) {
+        plain += plain.empty() ? "" : "/";
+        plain += name;
+    }
+    const bool isPlain = !plain.empty() && plain.find_first_of(" \"\\") == std::string::npos;
+    return isPlain ? ForLog(plain, c_longestPath) : Quoted(plain, c_longestPath);
 }
 
 std::string ShownValue(const qnode::Value& value) {
-    return qnode::TypeOf(value) == qnode::enums::ValueType_e::empty ? "no value"
-                                                                    : ForLog(qnode::ToText(value), c_longestValue);
+    if (const auto* text = std::get_if<std::string>(&value)) {
+        return Quoted(*text, c_longestValue);
+    }
+    return qnode::TypeOf(value) == qnode::enums::ValueType_e::empty ? "no value" : qnode::ToText(value);
 }
 
 /// Whether the node itself was asked, and has perhaps done something.

@@ -25,12 +25,21 @@ std::string GetProgName() {
 std::string OneLine(const std::string& text) {
     constexpr unsigned char c_firstPrintable = 0x20;
     constexpr unsigned char c_delete = 0x7f;
+    // The second half of the control characters, which terminals obey as well, is C2 80 to C2 9F in UTF-8.
+    constexpr unsigned char c_lead = 0xc2;
+    constexpr unsigned char c_first = 0x80;
+    constexpr unsigned char c_last = 0x9f;
     std::string line = text;
-    for (char& letter : line) {
-        const auto code = static_cast<unsigned char>(letter);
+    unsigned char before = 0;
+    for (std::size_t index = 0; index < line.size(); ++index) {
+        const auto code = static_cast<unsigned char>(line[index]);
         if (code < c_firstPrintable || code == c_delete) {
-            letter = '?';
+            line[index] = '?';
+        } else if (before == c_lead && code >= c_first && code <= c_last) {
+            line[index - 1] = '?';
+            line[index] = '?';
         }
+        before = code;
     }
     return line;
 }

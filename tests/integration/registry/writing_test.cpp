@@ -133,7 +133,7 @@ TEST_F(RegistryWriting, Stranger_IsDeniedAndLoggedWithAddressPathAndValue) {
     const reg::Reading_var reading = m_registry->get("knobs/speed");
     EXPECT_EQ(reading->val.number(), 100.0);
     EXPECT_TRUE(AwaitErrors("Refused to write knobs/speed = 4000 for 127.0.0.1, which may not write"));
-    EXPECT_TRUE(AwaitErrors("Refused to write knobs/label = two?lines for 127.0.0.1, which may not write"));
+    EXPECT_TRUE(AwaitErrors("Refused to write knobs/label = \"two?lines\" for 127.0.0.1, which may not write"));
 }
 
 TEST_F(RegistryWriting, Stranger_WhoTriesAgainAndAgainDoesNotFillTheLog) {

@@ -104,7 +104,7 @@ TEST_F(GuardedAccessTest, Write_IsLoggedWithWhoWhatAndBothValues) {
     m_fans->Put(std::nullopt);
     guard.Write(c_local, "fans", 2500.5);
     EXPECT_THAT(m_log.Messages(), ElementsAre("I: Registry: fans set from 3000 to 4000 by 10.0.0.7 (CN=operator,O=Lab)",
-                                              "I: Registry: //label/ set from old to new by 10.0.0.7",
+                                              R"(I: Registry: label set from "old" to "new" by 10.0.0.7)",
                                               "I: Registry: fans set from no value to 2500.5 by 127.0.0.1"));
 }
 
@@ -131,7 +131,7 @@ TEST_F(GuardedAccessTest, WriteThatReachesNoNode_CountsAsRefused) {
         m_log.Messages(),
         ElementsAre("W: Refused to write nowhere = 1 for 127.0.0.1: No node \"nowhere\" under \"root\" (path "
                     "\"nowhere\")",
-                    "W: Refused to write state = x for 127.0.0.1: Node \"state\" cannot be written by clients",
+                    "W: Refused to write state = \"x\" for 127.0.0.1: Node \"state\" cannot be written by clients",
                     "W: Refused to write fans = no value for 127.0.0.1: Node \"fans\" takes numbers, not an empty "
                     "value"));
 }
@@ -151,6 +151,28 @@ TEST_F(GuardedAccessTest, Refusals_AreLimitedAndCounted_WritesAreNot) {
     EXPECT_EQ(m_log.Messages().size(), 100U);
 }
 
+TEST_F(GuardedAccessTest, TextsOfClients_DoNotReadAsWordsOfTheLog) {
+    const GuardedAccess guard = Guard();
+    m_label->onSet = [] { throw qstd::Exception("bad"); };
+    guard.Write(c_stranger, "label", std::string("x by 10.0.0.1 (CN=boss)"));
+    guard.Write(c_stranger, "label", std::string("x\" by \\\""));
+    guard.Write(c_stranger, "fans = 1 for 10.0.0.1, which may not write", 2);
+    guard.Write(c_stranger, "", std::string());
+    EXPECT_THAT(
+        m_log.Messages(),
+        ElementsAre(R"-(W: Registry: label not set from "old" to "x by 10.0.0.1 (CN=boss)" for 10.0.0.7: bad)-",
+                    R"-(W: Registry: label not set from "old" to "x\" by \\\"" for 10.0.0.7: bad)-",
+                    testing::StartsWith(R"-(W: Refused to write "fans = 1 for 10.0.0.1, which may not write" = 2 for )-"
+                                        "10.0.0.7: No node"),
+                    testing::StartsWith(R"-(W: Refused to write "" = "" for 10.0.0.7: )-")));
+}
+
+TEST_F(GuardedAccessTest, SlashesMoreThanNeeded_DoNotHideTheNode) {
+    EXPECT_EQ(Guard().Write(c_local, std::string(400, '/') + "fans" + std::string(100, '/'), 4000.0).code,
+              ErrorCode_e::ok);
+    EXPECT_THAT(m_log.Messages(), ElementsAre("I: Registry: fans set from 3000 to 4000 by 127.0.0.1"));
+}
+
 TEST_F(GuardedAccessTest, HostileTexts_StayOneLineOfLimitedLength) {
     const GuardedAccess guard = Guard();
     guard.Write({"10.0.0.7", std::string(5000, 'x')}, "label", "two\nlines\x1b[2J" + std::string(60000, 'y'));
@@ -159,7 +181,7 @@ TEST_F(GuardedAccessTest, HostileTexts_StayOneLineOfLimitedLength) {
         EXPECT_LT(message.size(), 1000U);
         EXPECT_EQ(message.find_first_of("\n\r\x1b"), std::string::npos);
     }
-    EXPECT_THAT(m_log.Messages().front(), testing::HasSubstr("label set from old to two?lines?[2Jyyy"));
+    EXPECT_THAT(m_log.Messages().front(), testing::HasSubstr("label set from \"old\" to \"two?lines?[2Jyyy"));
 }
 
 }  // namespace

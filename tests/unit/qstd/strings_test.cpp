@@ -37,6 +37,8 @@ TEST(GetProgName, IsTheProgramWithoutItsFolder) {
 TEST(OneLine, ControlCharactersBecomeQuestionMarks) {
     EXPECT_EQ(qstd::OneLine("a\nb\tc\x7f\x1b[0m"), "a?b?c??[0m");
     EXPECT_EQ(qstd::OneLine(std::string("\0", 1)), "?");
+    EXPECT_EQ(qstd::OneLine("a\u009b2J\u0085"), "a??2J??");
+    EXPECT_EQ(qstd::OneLine("\u00a0\u00bf\xc2"), "\u00a0\u00bf\xc2");
     EXPECT_EQ(qstd::OneLine("T\u00fcr 20 \u00b0C"), "T\u00fcr 20 \u00b0C");
 }
 

@@ -100,8 +100,12 @@ Orb::Orb(const ServerSettings& settings) : m_log(c_messagesPerMinute) {
 void Orb::Initialise(const ServerSettings& settings, const std::vector<Endpoint>& endpoints) {
     const std::string message = std::to_string(std::max(settings.maxMessage, c_leastOrbMessage));
     const std::string callTimeOut = std::to_string(c_callTimeOut.count());
-    const std::string idle = std::to_string(std::max<long long>(settings.idleTime.count(), 1));
-    const std::string scan = std::to_string(std::clamp<long long>(settings.idleTime.count(), 1, 5));
+    // The ORB counts the rounds in which it looks for idle connections. The first one may come at once, so it is one
+    // more than there are in the time.
+    const long long idleSeconds = std::max<long long>(settings.idleTime.count(), 1);
+    const long long scanSeconds = std::min<long long>(idleSeconds, 5);
+    const std::string idle = std::to_string(idleSeconds + scanSeconds);
+    const std::string scan = std::to_string(scanSeconds);
     const std::string transports = std::string("* ") + (!settings.tls          ? "tcp"
                                                         : endpoints.size() > 1 ? "tcp,ssl"
                                                                                : "ssl");
