@@ -112,8 +112,8 @@ TEST_F(FansTest, SpeedThatHasNoRawValue_IsRefusedAndNothingIsWritten) {
     ExpectFailure({"set", "fans/left_front", "abc"}, 1, "bad lexical cast");
     ExpectFailure({"set", "fans", "fast"}, 1, "bad lexical cast");
     EXPECT_THAT(Actions(), IsEmpty());
-    told.push_back(NotWritten("fans/left_front", "abc", "bad lexical cast: .*"));
-    told.push_back(NotWritten("fans", "fast", "bad lexical cast: .*"));
+    told.push_back(NotWritten("fans/left_front", R"("abc")", "bad lexical cast: .*"));
+    told.push_back(NotWritten("fans", R"("fast")", "bad lexical cast: .*"));
     StopQuietly(told);
 }
 

@@ -1,8 +1,10 @@
 // The stop is bounded, however slow the boards are, and leaves the fans at maximum speed.
 
+#include <algorithm>
 #include <filesystem>
 
 #include "chassis_fixture.h"
+#include "registry_fixture.h"
 
 namespace {
 
@@ -10,6 +12,7 @@ using std::chrono::steady_clock;
 using testing::Contains;
 using testing::Each;
 using testing::HasSubstr;
+using testing::MatchesRegex;
 using testing::Not;
 using testing::StartsWith;
 

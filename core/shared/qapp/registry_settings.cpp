@@ -96,6 +96,27 @@ void CheckClients(const qcfg::Element& clients, bool hasTls, qcfg::Findings& fin
     }
 }
 
+void TakeOptions(const Options& options, qreg::ServerSettings& settings) {
+    if (options.isPortGiven) {
+        settings.port = options.port;
+    }
+    if (!options.listen.empty()) {
+        settings.listen = options.listen;
+    }
+}
+
+/// What keeps <tls> from listening beside the port in clear; empty when nothing does. @param settings of that port
+std::string FindPortProblem(const qcfg::Element& tls, const qreg::ServerSettings& settings) {
+    long long port = 0;
+    std::string listen = settings.listen;
+    tls.GetAttrValue("listen", listen);
+    const bool isSame = tls.GetAttrValue("port", port) && port != 0 && port == settings.port &&
+                        (listen == settings.listen || listen.empty() || settings.listen.empty());
+    return isSame ? "attribute \"port\" of <tls>: the registry's own port is " + std::to_string(port) +
+                        " as well; without the attribute that port is for TLS only"
+                  : "";
+}
+
 /// What the parts of the section have to do with each other.
 void CheckSection(const qcfg::Element& section, qcfg::Findings& findings) {
     const std::shared_ptr<qcfg::Element> tls = section.FindChild(c_tlsElement);
@@ -184,24 +205,29 @@ qreg::ServerSettings ReadRegistrySettings(const qcfg::Configuration& configurati
     if (section != nullptr) {
         ReadSection(*section, settings);
     }
-    if (options.isPortGiven) {
-        settings.port = options.port;
-    }
-    if (!options.listen.empty()) {
-        settings.listen = options.listen;
-    }
+    TakeOptions(options, settings);
     if (const auto tls = section != nullptr ? section->FindChild(c_tlsElement) : nullptr) {
         settings.tls = ReadTlsSection(*tls, configuration, settings.listen);
+        if (const std::string problem = FindPortProblem(*tls, settings); !problem.empty()) {
+            throw qstd::Exception(qcfg::AtLine(configuration.GetFileName(), tls->GetLine(), problem));
+        }
     }
     return settings;
 }
 
-qcfg::Findings CheckTlsFiles(const qcfg::Configuration& configuration) {
+qcfg::Findings CheckTlsSection(const qcfg::Configuration& configuration, const Options& options) {
     const auto section = FindOnlySection(configuration, RegistryRule().name);
     const auto tls = section != nullptr ? section->FindChild(c_tlsElement) : nullptr;
     qcfg::Findings findings;
     if (tls == nullptr) {
         return findings;
+    }
+    qreg::ServerSettings settings;
+    settings.port = options.port;
+    ReadSection(*section, settings);
+    TakeOptions(options, settings);
+    if (const std::string problem = FindPortProblem(*tls, settings); !problem.empty()) {
+        findings.push_back({qcfg::Severity_e::error, tls->GetLine(), problem});
     }
     try {
         for (const std::string& concern : ReadIdentity(*tls, configuration)->FindConcerns()) {

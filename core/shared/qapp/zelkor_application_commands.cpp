@@ -71,8 +71,8 @@ bool ZelkorApplication::CheckAndPrint(const Options& options) {
         LoadConfiguration(options);
         findings = qcfg::CheckConfiguration(m_config.GetRoot(), GetRules());
         if (!qcfg::HasError(findings)) {
-            const qcfg::Findings files = CheckTlsFiles(m_config);
-            findings.insert(findings.end(), files.begin(), files.end());
+            const qcfg::Findings ofTls = CheckTlsSection(m_config, options);
+            findings.insert(findings.end(), ofTls.begin(), ofTls.end());
             ProveOnBoards(findings);
         }
     } catch (const std::exception& error) {

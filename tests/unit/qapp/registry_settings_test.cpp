@@ -182,7 +182,7 @@ TEST_F(TlsSettingsTest, FileThatIsWrong_IsAnErrorOfItsLineAtStartAndInTheCheck) 
     const std::string text = "key " + m_folder.Path("server.key") +
                              ": has mode 0644, must not be readable or writable by its group or by others (chmod 600)";
     EXPECT_EQ(Refusal(registry), m_folder.Path("c.xml") + ":4: " + text);
-    const qcfg::Findings findings = qapp::CheckTlsFiles(Configuration(registry));
+    const qcfg::Findings findings = qapp::CheckTlsSection(Configuration(registry), {});
     ASSERT_EQ(findings.size(), 1U);
     EXPECT_EQ(findings[0].severity, qcfg::Severity_e::error);
     EXPECT_EQ(findings[0].line, 4);
@@ -193,12 +193,44 @@ TEST_F(TlsSettingsTest, CertificateThatEndsSoon_IsAWarningOfTheCheckOnly) {
     m_authority.Issue("server", {.days = 10});
     const std::string registry = "<registry>\n" + std::string(c_tls) + "</registry>";
     EXPECT_EQ(Refusal(registry), "(no exception)");
-    const qcfg::Findings findings = qapp::CheckTlsFiles(Configuration(registry));
+    const qcfg::Findings findings = qapp::CheckTlsSection(Configuration(registry), {});
     ASSERT_EQ(findings.size(), 1U);
     EXPECT_EQ(findings[0].severity, qcfg::Severity_e::warning);
     EXPECT_THAT(findings[0].text, testing::HasSubstr("server.pem: expires at "));
-    EXPECT_TRUE(qapp::CheckTlsFiles(Configuration("<registry port='1'/>")).empty());
-    EXPECT_TRUE(qapp::CheckTlsFiles(Configuration("")).empty());
+    EXPECT_TRUE(qapp::CheckTlsSection(Configuration("<registry port='1'/>"), {}).empty());
+    EXPECT_TRUE(qapp::CheckTlsSection(Configuration(""), {}).empty());
+}
+
+TEST_F(TlsSettingsTest, PortThatIsTheOtherOneToo_IsAnErrorAtStartAndInTheCheck) {
+    m_authority.Issue("server");
+    const auto text = [](const std::string& attributes, const std::string& own) {
+        return "<registry " + attributes + ">\n<tls certificate='server.pem' key='server.key' ca='ca.pem' " + own +
+               "/></registry>";
+    };
+    const std::string problem =
+        "attribute \"port\" of <tls>: the registry's own port is 5678 as well; without the attribute that port is for "
+        "TLS only";
+    Options options;
+    options.port = 5678;  // by default
+    for (const auto& [registry, isProblem] : {std::pair(text("", "port='5678'"), true),
+                                              {text("port='5678' listen='::1'", "port='5678'"), true},
+                                              {text("listen='127.0.0.1'", "port='5678' listen='127.0.0.2'"), false},
+                                              {text("port='0'", "port='0'"), false},
+                                              {text("port='5679'", "port='5678'"), false},
+                                              {text("", ""), false}}) {
+        ServerSettings defaults;
+        defaults.port = options.port;
+        EXPECT_EQ(test::TextOf([&] { qapp::ReadRegistrySettings(Configuration(registry), options, defaults); }),
+                  isProblem ? m_folder.Path("c.xml") + ":4: " + problem : "(no exception)")
+            << registry;
+        const qcfg::Findings findings = qapp::CheckTlsSection(Configuration(registry), options);
+        EXPECT_EQ(qcfg::HasError(findings), isProblem) << registry;
+        EXPECT_EQ(std::count_if(findings.begin(), findings.end(), [&](const auto& one) { return one.text == problem; }),
+                  isProblem ? 1 : 0);
+    }
+    options.isPortGiven = true;
+    options.port = 5679;
+    EXPECT_FALSE(qcfg::HasError(qapp::CheckTlsSection(Configuration(text("port='5678'", "port='5678'")), options)));
 }
 
 TEST_F(TlsSettingsTest, KeyCredential_IsReadFromTheFolderOfTheServiceManager) {
