@@ -74,6 +74,18 @@ TEST_F(CheckConfigTest, ErrorsOfTheRules_KeepItFromTheBoards) {
     EXPECT_EQ(result.output, At({"3: error: <frequency>: \"0\" is below the limit of 1"}));
 }
 
+TEST_F(CheckConfigTest, WhatCannotBePrinted_IsNoSuccess) {
+    Configure("<monitor><sensors><exclude board='no/1'>all</exclude></sensors></monitor>\n");
+    for (const char* option : {"--check-config", "--print-schema", "--help", "--version"}) {
+        std::vector<std::string> command{"/bin/sh", "-c", "exec \"$@\" >/dev/full", "sh"};
+        const std::vector<std::string> words = Command({option});
+        command.insert(command.end(), words.begin(), words.end());
+        const test::Result result = test::RunProgram(command);
+        EXPECT_EQ(result.status, 1) << option;
+        EXPECT_EQ(result.error, "zelkor-platformd: Standard output cannot be written\n") << option;
+    }
+}
+
 TEST_F(CheckConfigTest, WarningsAlone_LeaveStatusZero) {
     Configure("<monitor><sensors><exclude board='no/1'>all</exclude></sensors></monitor>\n");
     const test::Result result = Check();

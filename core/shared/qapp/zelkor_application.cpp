@@ -111,16 +111,13 @@ bool ZelkorApplication::RunUnguarded(int argc, char** argv, Detacher& detacher) 
     OpenMissingStandardStreams();
     const Options options = ReadCommandLine(argc, argv);
     if (options.help) {
-        std::cout << m_helpText;
-        return true;
+        return Print(m_helpText);
     }
     if (options.version) {
-        std::cout << m_name << ' ' << qstd::VerInfo::Get() << std::endl;
-        return true;
+        return Print(m_name + ' ' + qstd::VerInfo::Get().ToString() + '\n');
     }
     if (options.printSchema) {
-        std::cout << CreateXsd();
-        return true;
+        return Print(CreateXsd());
     }
     if (options.checkConfig) {
         return CheckAndPrint(options);

@@ -125,6 +125,9 @@ private:
     Options ReadCommandLine(int argc, char** argv);
     bool RunUnguarded(int argc, char** argv, Detacher& detacher);
     bool CheckAndPrint(const Options& options);
+
+    /// Writes @p text to standard output. @return true @throws qstd::Exception when it does not arrive there.
+    static bool Print(const std::string& text);
     void ProveOnBoards(qcfg::Findings& findings);
     qcfg::ElementRule GetRules() const;
     void LoadConfiguration(const Options& options);

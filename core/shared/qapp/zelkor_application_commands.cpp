@@ -80,11 +80,19 @@ bool ZelkorApplication::CheckAndPrint(const Options& options) {
     }
     bmc::BoardPool::Instance().Open(nullptr);
     qcfg::SortByLine(findings);
+    std::string lines;
     for (const qcfg::Finding& finding : findings) {
-        std::cout << qcfg::ToText(finding, options.configFile) << '\n';
+        lines += qcfg::ToText(finding, options.configFile) + '\n';
     }
-    std::cout.flush();
-    return !qcfg::HasError(findings);
+    return Print(lines) && !qcfg::HasError(findings);
+}
+
+bool ZelkorApplication::Print(const std::string& text) {
+    std::cout << text << std::flush;
+    if (!std::cout.good()) {
+        throw qstd::Exception("Standard output cannot be written");
+    }
+    return true;
 }
 
 void ZelkorApplication::ProveOnBoards(qcfg::Findings& findings) {
