@@ -5,7 +5,7 @@ RUN_DIR := $(BUILD)/run
 PREFIX ?= /usr/local
 JOBS := $(shell nproc)
 # Most tests wait for programs, clocks and sockets most of the time.
-TEST_JOBS := $(shell expr 5 \* $(JOBS))
+TEST_JOBS := $(shell expr 4 \* $(JOBS))
 
 .PHONY: help deps build run demo test test-i386 test-deb bench asan tsan tidy format fuzz install deb clean
 

@@ -170,7 +170,7 @@ TEST_F(LostSessionTest, ManyLostSessions_LeaveNoFileThreadOrMemory) {
     const int rounds = wanted == nullptr ? 100 : std::stoi(wanted);
     constexpr int c_slots = 10;           // of a restarted controller, before it would have none left
     constexpr int c_clientsOfRelay = 64;  // each has a socket
-    m_ways.timeout = Milliseconds(10);
+    m_ways.timeout = Milliseconds(30);
     m_ways.retries = 0;
     m_timing.leastBackOff = m_timing.mostBackOff = Milliseconds(1);
     StartControllers(1, 1);
