@@ -177,9 +177,8 @@ itself to see its values one by one. In a pipe every node has its line. Control 
 
   --help, --version
 
-Exit status: 0; 1 an error raised by the node or the server, or wrong usage; 2 no server, or
-none that is trusted; 3 the node has no value now;
-4 no such node.
+Exit status: 0; 1 an error raised by the node or the server, or wrong usage; 2 no server, or none that is trusted; 3 the
+node has no value now; 4 no such node.
 )";
 }
 
