@@ -22,8 +22,8 @@ SOURCE = pathlib.Path(__file__).resolve().parents[2]
 UNIT = "zelkor-platformd.service"
 CONFIGURATION = "/etc/zelkor/zelkor-platformd.xml"
 PACKAGES = ("zelkor-platformd", "zelkor-bmc-ipmi")
-# The service manager, what is recommended, and what the end-to-end tests need: simulated controllers, time zones.
-INCLUDED = "systemd,logrotate,openipmi,ipmitool,tzdata"
+# The service manager, what is recommended, and what the end-to-end tests need: simulated controllers, certificates, time zones.
+INCLUDED = "systemd,logrotate,openipmi,ipmitool,openssl,tzdata"
 SHARDS = 6
 # What the package manager and the service manager keep for themselves, and what is made anew at any time.
 NOT_LOOKED_AT = ("/var/lib/dpkg", "/var/lib/apt", "/var/cache", "/var/log/apt", "/var/log/dpkg.log", "/var/log/journal",
