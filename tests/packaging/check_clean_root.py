@@ -81,6 +81,8 @@ class CleanRoot:
                                f"--include={INCLUDED}", *keep, release["VERSION_CODENAME"], self.root, "-"],
                               input=sources.stdout, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
         expect(done.returncode == 0, done.stdout)
+        # As Debian's installation writes it; the least system has none.
+        (self.root / "etc/hosts").write_text("127.0.0.1\tlocalhost\n::1\tlocalhost ip6-localhost ip6-loopback\n", encoding="utf-8")
 
     def keep_archives(self):
         for package in (self.root / "var/cache/apt/archives").glob("*.deb"):
