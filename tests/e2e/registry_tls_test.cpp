@@ -89,7 +89,7 @@ TEST_F(RegistryTlsTest, BesideTheOtherPort_RolesGoByCertificateAndAddress) {
     EXPECT_EQ(refused.status, 1);
     EXPECT_EQ(refused.error, "Clients at 127.0.0.1 may not write\n");
     EXPECT_EQ(FanRegisters(), before);
-    EXPECT_EQ(OverTls({"set", "fans/left_front", "3000"}).status, 0);
+    EXPECT_EQ(OverTls({"set", "fans/left_front", "3000"}, "127.0.0.1").status, 0);
     EXPECT_EQ(Stop(), 0);
     EXPECT_THAT(Log(), HasSubstr("WARNING  Refused to write fans = 4000 for 127.0.0.1, which may not write\n"));
     EXPECT_THAT(Messages(), testing::Contains(MatchesRegex("INFO     Registry: fans/left_front set from [0-9]+ to 3000 "
@@ -120,7 +120,7 @@ TEST_F(RegistryTlsTest, TheExample_IsProvedAndRuns) {
     EXPECT_EQ(check.status, 0);
     EXPECT_EQ(check.output, "");
     StartAndAwait();
-    // The example listens on IPv4 only, which the name may stand for or not.
+    // The example listens on IPv4 only; the name may stand for the other kind first.
     const Result asked = OverTls({"ls"}, "127.0.0.1");
     EXPECT_EQ(asked.output, "boards\nfans\n") << asked.error;
     EXPECT_EQ(Stop(), 0);
