@@ -57,6 +57,18 @@ class ByHand:
         return self.outgoing.read()
 
 
+def deaf_client(server):
+    """Asks more and more and never reads: the replies fill its socket."""
+    client = ByHand(server)
+    client.connection.socket.settimeout(0.5 * server.slowness)
+    try:
+        for _ in range(20000):
+            client.connection.send(client.records(giop.request(1, "subtree", subtree())))
+    except OSError:
+        pass  # full
+    return client
+
+
 def client_hello(server, **settings):
     """The first message of a handshake."""
     context = ssl.SSLContext(ssl.PROTOCOL_TLS_CLIENT)
@@ -219,15 +231,8 @@ def stuck_in_a_record(server):
         client.connection.send(client.records(whole[:size]) + client.records(whole[size:])[:7])
         waiting[f"after {size} bytes and a piece of a record"] = client.connection
     waiting["silent"] = ByHand(server).connection
-    for number in range(5):  # never read: the replies fill the socket, then the server's sending must time out
-        deaf = ByHand(server)
-        deaf.connection.socket.settimeout(0.5 * server.slowness)
-        try:
-            for _ in range(20000):
-                deaf.connection.send(deaf.records(giop.request(1, "subtree", subtree())))
-        except OSError:
-            pass  # full
-        waiting[f"never reads {number}"] = deaf.connection
+    for number in range(5):  # the server's sending must time out
+        waiting[f"never reads {number}"] = deaf_client(server).connection
     closed = set()
     patience = PATIENCE_SECONDS * min(server.slowness, 4)
     end = time.monotonic() + patience
@@ -289,13 +294,7 @@ def stop_amid_handshakes(server):
             client = raw_connection(other)
             client.send(hello[:(0, 5, len(hello))[number % 3]])
             waiting.append(client)
-        deaf = ByHand(other)
-        deaf.connection.socket.settimeout(0.5 * server.slowness)
-        try:
-            for _ in range(20000):
-                deaf.connection.send(deaf.records(giop.request(1, "subtree", subtree())))
-        except OSError:
-            pass  # full
+        deaf = deaf_client(other)
         stuck = ByHand(other)
         stuck.connection.send(stuck.records(giop.request(1, "get", get(other.names.number)))[:9])
         start = time.monotonic()

@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include "qcfg/rule_walk.h"
+
 namespace qcfg {
 
 namespace {
@@ -40,13 +42,13 @@ std::string Sentences(const std::string& text) {
     return lines;
 }
 
-class ManualWriter {
+class ManualWriter final : public RuleWalk {
 public:
     std::string Write(const ElementRule& root) {
         m_page = ".SH ELEMENTS\n";
-        WriteElement(root, "");
+        Walk(root);
         m_page += ".SH VALUES\nWhere a name is wanted, its number may be written in its place.\n";
-        for (const auto& [title, names] : m_names) {
+        for (const auto& [title, names] : GetNames()) {
             m_page += ".SS " + Escape(title) + "\n";
             std::string list;
             for (const auto& [name, number] : names) {
@@ -58,39 +60,19 @@ public:
     }
 
 private:
-    /// Variants are told one by one: what belongs to a variant does not stand in the element's own lists.
-    // NOLINTNEXTLINE(misc-no-recursion)
-    void WriteElement(const ElementRule& rule, const std::string& parentPath) {
-        const std::string path = parentPath + (parentPath.empty() ? "" : " / ") + rule.name;
+    void WriteElement(const ElementRule& rule, const std::string& path) override {
         m_page += ".SS " + Escape(path) + "\n" + Sentences(rule.doc);
         if (rule.text != nullptr) {
             m_page += ".PP\n";
             WriteValue("Text", *rule.text, Place_e::text, false, rule.defaultValue);
         }
-        std::vector<AttributeRule> attributes;
-        if (!rule.variants.empty()) {
-            attributes.push_back(WithAllVariants(rule).attributes.front());
-        }
-        attributes.insert(attributes.end(), rule.attributes.begin(), rule.attributes.end());
-        WriteAttributes(attributes);
-        WriteChildList(rule.children);
-        for (const VariantRule& variant : rule.variants) {
-            m_page += ".PP\nWith " + Bold(rule.variantAttribute + "=\"" + variant.name + "\"") + ":\n" +
-                      Sentences(variant.doc);
-            WriteAttributes(variant.attributes);
-            WriteChildList(variant.children);
-        }
-        for (const ElementRule& child : rule.children) {
-            WriteElement(child, path);
-        }
-        for (const VariantRule& variant : rule.variants) {
-            for (const ElementRule& child : variant.children) {
-                WriteElement(child, path);
-            }
-        }
     }
 
-    void WriteAttributes(const std::vector<AttributeRule>& attributes) {
+    void WriteVariant(const VariantRule& variant, const std::string& attribute) override {
+        m_page += ".PP\nWith " + Bold(attribute + "=\"" + variant.name + "\"") + ":\n" + Sentences(variant.doc);
+    }
+
+    void WriteAttributes(const std::vector<AttributeRule>& attributes) override {
         for (const AttributeRule& attribute : attributes) {
             m_page += ".TP\n" + Bold(attribute.name) + "\n";
             WriteValue("Value", *attribute.type, Place_e::attribute, attribute.isRequired, attribute.defaultValue);
@@ -98,7 +80,7 @@ private:
         }
     }
 
-    void WriteChildList(const RuleList& children) {
+    void WriteChildList(const RuleList& children) override {
         for (const ElementRule& child : children) {
             m_page += ".TP\n" + Bold("<" + child.name + ">") + " (" + HowOften(child.occurrence) + ")\n" +
                       Sentences(child.doc);
@@ -108,17 +90,13 @@ private:
     /// "Value: whole number 0..9; default 5."
     void WriteValue(const char* what, const ValueType& type, Place_e place, bool isRequired,
                     const std::string& defaultValue) {
-        if (!type.GetNames().empty()) {
-            m_names.emplace(type.GetSchemaName(place), type.GetNames());
-        }
-        m_page += std::string(what) + ": " + Escape(type.Describe(place)) +
+        m_page += std::string(what) + ": " + Escape(Describe(type, place)) +
                   (isRequired             ? "; required.\n"
                    : defaultValue.empty() ? ".\n"
                                           : "; default " + Escape(defaultValue) + ".\n");
     }
 
     std::string m_page;
-    std::map<std::string, std::vector<std::pair<std::string, long long>>> m_names;
 };
 
 }  // namespace

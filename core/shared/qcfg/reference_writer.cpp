@@ -1,8 +1,9 @@
 #include "qcfg/reference_writer.h"
 
-#include <map>
 #include <utility>
 #include <vector>
+
+#include "qcfg/rule_walk.h"
 
 namespace qcfg {
 
@@ -21,12 +22,12 @@ std::string Cell(const std::string& text) {
     return cell;
 }
 
-class ReferenceWriter {
+class ReferenceWriter final : public RuleWalk {
 public:
     std::string Write(const ElementRule& root, const std::string& preface) {
         m_page = preface;
-        WriteElement(root, "");
-        for (const auto& [title, names] : m_names) {
+        Walk(root);
+        for (const auto& [title, names] : GetNames()) {
             m_page += "\n## Values: " + title + "\n\n| name | number |\n|---|---|\n";
             for (const auto& [name, number] : names) {
                 m_page += "| " + Code(name) + " | " + std::to_string(number) + " |\n";
@@ -36,37 +37,19 @@ public:
     }
 
 private:
-    /// Variants are told one by one: what belongs to a variant does not stand in the element's own tables.
-    // NOLINTNEXTLINE(misc-no-recursion)
-    void WriteElement(const ElementRule& rule, const std::string& parentPath) {
-        const std::string path = parentPath + (parentPath.empty() ? "" : " / ") + rule.name;
+    void WriteElement(const ElementRule& rule, const std::string& path) override {
         m_page += "\n## " + path + "\n\n" + rule.doc + "\n";
         if (rule.text != nullptr) {
             m_page += "\nText: " + Describe(*rule.text, Place_e::text) +
                       (rule.defaultValue.empty() ? "." : "; default " + Code(rule.defaultValue) + ".") + "\n";
         }
-        if (!rule.variants.empty()) {
-            const ElementRule all = WithAllVariants(rule);
-            WriteAttributes({all.attributes.begin(), all.attributes.begin() + 1});
-        }
-        WriteAttributes(rule.attributes);
-        WriteChildList(rule.children);
-        for (const VariantRule& variant : rule.variants) {
-            m_page += "\nWith `" + rule.variantAttribute + "=\"" + variant.name + "\"`: " + variant.doc + "\n";
-            WriteAttributes(variant.attributes);
-            WriteChildList(variant.children);
-        }
-        for (const ElementRule& child : rule.children) {
-            WriteElement(child, path);
-        }
-        for (const VariantRule& variant : rule.variants) {
-            for (const ElementRule& child : variant.children) {
-                WriteElement(child, path);
-            }
-        }
     }
 
-    void WriteAttributes(const std::vector<AttributeRule>& attributes) {
+    void WriteVariant(const VariantRule& variant, const std::string& attribute) override {
+        m_page += "\nWith `" + attribute + "=\"" + variant.name + "\"`: " + variant.doc + "\n";
+    }
+
+    void WriteAttributes(const std::vector<AttributeRule>& attributes) override {
         if (attributes.empty()) {
             return;
         }
@@ -78,7 +61,7 @@ private:
         }
     }
 
-    void WriteChildList(const RuleList& children) {
+    void WriteChildList(const RuleList& children) override {
         if (children.IsEmpty()) {
             return;
         }
@@ -89,15 +72,7 @@ private:
         }
     }
 
-    std::string Describe(const ValueType& type, Place_e place) {
-        if (!type.GetNames().empty()) {
-            m_names.emplace(type.GetSchemaName(place), type.GetNames());
-        }
-        return type.Describe(place);
-    }
-
     std::string m_page;
-    std::map<std::string, std::vector<std::pair<std::string, long long>>> m_names;
 };
 
 }  // namespace
