@@ -1,5 +1,6 @@
 #include "qreg/guarded_access.h"
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <variant>
@@ -53,10 +54,12 @@ bool HasReachedNode(ErrorCode_e code) {
 
 }  // namespace
 
-GuardedAccess::GuardedAccess(const Access& access, ClientList mayRead, ClientList mayWrite)
+GuardedAccess::GuardedAccess(const Access& access, ClientList mayRead, ClientList mayWrite,
+                             std::chrono::milliseconds patience)
     : m_access(access),
       m_mayRead(std::move(mayRead)),
       m_mayWrite(std::move(mayWrite)),
+      m_before(access, patience),
       m_refusals(c_refusalsPerMinute) {}
 
 bool GuardedAccess::MayRead(const Peer& peer) const {
@@ -82,7 +85,7 @@ Outcome GuardedAccess::Write(const Peer& peer, std::string_view path, const qnod
                            ", which may not write");
         return {ErrorCode_e::denied, {}, "Clients at " + peer.ToText() + " may not write"};
     }
-    const std::string before = ValueText(path);
+    const std::string before = ValueBeforeText(path);
     Outcome outcome = m_access.Write(path, value);
     if (!HasReachedNode(outcome.code)) {
         TellRefusal(peer, path, ShownValue(value), outcome.text);
@@ -102,9 +105,12 @@ void GuardedAccess::TellRefusal(const Peer& peer, std::string_view path, const s
                        ForLog(reason, c_longestReason));
 }
 
-std::string GuardedAccess::ValueText(std::string_view path) const {
-    const Outcome outcome = m_access.ReadBeforeWrite(path);
-    return outcome.code == ErrorCode_e::ok ? ShownValue(outcome.value) : "no value";
+std::string GuardedAccess::ValueBeforeText(std::string_view path) const {
+    const std::optional<Outcome> outcome = m_before.Read(path);
+    if (!outcome) {
+        return "unknown";
+    }
+    return outcome->code == ErrorCode_e::ok ? ShownValue(outcome->value) : "no value";
 }
 
 }  // namespace qreg

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <string_view>
 
@@ -9,6 +10,7 @@
 #include "qreg/error.h"
 #include "qreg/limited_log.h"
 #include "qreg/peer.h"
+#include "qreg/value_before.h"
 
 namespace qreg {
 
@@ -17,10 +19,14 @@ namespace qreg {
 /// at most a few a minute have. Any thread, many at once.
 class GuardedAccess {
 public:
+    static constexpr std::chrono::milliseconds c_patience{2000};
+
     /// @param access outlives this object
     /// @param mayRead clients that may read, besides those in @p mayWrite; empty: every client
     /// @param mayWrite clients that may write; empty: every client that may read
-    GuardedAccess(const Access& access, ClientList mayRead, ClientList mayWrite);
+    /// @param patience how long a write may be kept waiting for the value before
+    GuardedAccess(const Access& access, ClientList mayRead, ClientList mayWrite,
+                  std::chrono::milliseconds patience = c_patience);
 
     /// Whether there are clients that RefuseToRead would refuse.
     bool RestrictsReading() const noexcept { return !m_mayRead.IsEmpty(); }
@@ -29,8 +35,8 @@ public:
     /// @throws RegistryError denied, after a word in the log, when @p peer may not read.
     void RefuseToRead(const Peer& peer, std::string_view path) const;
 
-    /// Access::Write for those who may. The log gets the value before, which is read first: that takes as long as a
-    /// read does. Never throws but for want of memory.
+    /// Access::Write for those who may. The log gets the value before, which is read first, and "unknown" where that
+    /// takes too long. Never throws but for want of memory.
     Outcome Write(const Peer& peer, std::string_view path, const qnode::Value& value) const;
 
     /// Tells, with the refusals, of a write that was none.
@@ -45,11 +51,12 @@ private:
     bool MayWrite(const Peer& peer) const;
 
     /// What the node holds, for the log.
-    std::string ValueText(std::string_view path) const;
+    std::string ValueBeforeText(std::string_view path) const;
 
     const Access& m_access;
     const ClientList m_mayRead;
     const ClientList m_mayWrite;
+    mutable ValueBefore m_before;
     mutable LimitedLog m_refusals;
 };
 

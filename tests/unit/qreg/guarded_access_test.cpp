@@ -2,6 +2,11 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <thread>
+
 #include "qstd/exception.h"
 #include "tests/support/log_capture.h"
 #include "tests/unit/qreg/value_node.h"
@@ -17,6 +22,7 @@ using qreg::Outcome;
 using qreg::Peer;
 using qreg::RegNode;
 using test::AddValue;
+using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -33,8 +39,9 @@ ClientList ListOf(const std::string& from, const std::string& subject = {}) {
 /// fans (double), label (text) and state (text that clients only read) under a root.
 class GuardedAccessTest : public testing::Test {
 protected:
-    GuardedAccess Guard(ClientList mayRead = {}, ClientList mayWrite = {}) const {
-        return {m_access, std::move(mayRead), std::move(mayWrite)};
+    GuardedAccess Guard(ClientList mayRead = {}, ClientList mayWrite = {},
+                        std::chrono::milliseconds patience = std::chrono::minutes(1)) const {
+        return {m_access, std::move(mayRead), std::move(mayWrite), patience};
     }
 
     /// "code: text" of the refusal to read; empty when there is none.
@@ -119,6 +126,46 @@ TEST_F(GuardedAccessTest, NodeThatCannotBeReadBefore_IsWrittenAllTheSame) {
     m_fans->onGet = [] { throw qstd::Exception("no answer"); };
     EXPECT_EQ(Guard().Write(c_local, "fans", 4000.0).code, ErrorCode_e::ok);
     EXPECT_THAT(m_log.Messages(), ElementsAre("I: Registry: fans set from no value to 4000 by 127.0.0.1"));
+}
+
+TEST_F(GuardedAccessTest, NodeThatIsSlowToTell_IsWrittenInTimeAndItsValueIsUnknown) {
+    std::promise<void> boardAnswers;
+    m_fans->onGet = [answers = boardAnswers.get_future().share()] { answers.wait(); };
+    const GuardedAccess guard = Guard({}, {}, std::chrono::milliseconds(10));
+    EXPECT_EQ(guard.Write(c_local, "fans", 4000.0).code, ErrorCode_e::ok);
+    EXPECT_EQ(m_fans->Held(), 4000.0);
+    boardAnswers.set_value();
+    EXPECT_THAT(m_log.Messages(), ElementsAre("I: Registry: fans set from unknown to 4000 by 127.0.0.1"));
+}
+
+TEST_F(GuardedAccessTest, ManyWritesOfASlowNode_AskItOnlyAFewTimesAtOnce) {
+    std::promise<void> boardAnswers;
+    std::atomic<std::size_t> asked{0};
+    m_fans->onGet = [&asked, answers = boardAnswers.get_future().share()] {
+        ++asked;
+        answers.wait();
+    };
+    const GuardedAccess guard = Guard({}, {}, std::chrono::milliseconds(10));
+    for (std::size_t i = 0; i < 3 * qreg::ValueBefore::c_mostLate; ++i) {
+        EXPECT_EQ(guard.Write(c_local, "fans", 4000.0).code, ErrorCode_e::ok);
+    }
+    EXPECT_EQ(m_log.Messages().size(), 3 * qreg::ValueBefore::c_mostLate) << "every write has its line";
+    EXPECT_THAT(m_log.Messages(), Each("I: Registry: fans set from unknown to 4000 by 127.0.0.1"));
+    boardAnswers.set_value();
+    while (asked < qreg::ValueBefore::c_mostLate) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(asked, qreg::ValueBefore::c_mostLate);
+    m_log.Clear();
+    // As soon as the late ones have ended there is room again.
+    const auto isKnown = [&] {
+        guard.Write(c_local, "fans", 5000.0);
+        return m_log.Messages().back().find("unknown") == std::string::npos;
+    };
+    while (!isKnown()) {
+        std::this_thread::yield();
+    }
+    EXPECT_THAT(m_log.Messages().back(), testing::MatchesRegex("I: Registry: fans set from [45]000 to 5000 by .*"));
 }
 
 TEST_F(GuardedAccessTest, WriteThatReachesNoNode_CountsAsRefused) {
