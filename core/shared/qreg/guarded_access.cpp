@@ -85,16 +85,19 @@ Outcome GuardedAccess::Write(const Peer& peer, std::string_view path, const qnod
                            ", which may not write");
         return {ErrorCode_e::denied, {}, "Clients at " + peer.ToText() + " may not write"};
     }
+    const std::string shownPath = PathText(path);
+    // Until the line is written: the log tells of writes in their order, each from the value that the last one left.
+    const WriteTurns::Turn turn(m_turns, shownPath);
     const std::string before = ValueBeforeText(path);
     Outcome outcome = m_access.Write(path, value);
     if (!HasReachedNode(outcome.code)) {
         TellRefusal(peer, path, ShownValue(value), outcome.text);
     } else if (outcome.code == ErrorCode_e::ok) {
-        qstd::LogInfo("Registry: " + PathText(path) + " set from " + before + " to " + ShownValue(value) + " by " +
+        qstd::LogInfo("Registry: " + shownPath + " set from " + before + " to " + ShownValue(value) + " by " +
                       peer.ToText());
     } else {
-        qstd::LogWarning("Registry: " + PathText(path) + " not set from " + before + " to " + ShownValue(value) +
-                         " for " + peer.ToText() + ": " + ForLog(outcome.text, c_longestReason));
+        qstd::LogWarning("Registry: " + shownPath + " not set from " + before + " to " + ShownValue(value) + " for " +
+                         peer.ToText() + ": " + ForLog(outcome.text, c_longestReason));
     }
     return outcome;
 }

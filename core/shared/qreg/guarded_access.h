@@ -11,6 +11,7 @@
 #include "qreg/limited_log.h"
 #include "qreg/peer.h"
 #include "qreg/value_before.h"
+#include "qreg/write_turns.h"
 
 namespace qreg {
 
@@ -35,8 +36,8 @@ public:
     /// @throws RegistryError denied, after a word in the log, when @p peer may not read.
     void RefuseToRead(const Peer& peer, std::string_view path) const;
 
-    /// Access::Write for those who may. The log gets the value before, which is read first, and "unknown" where that
-    /// takes too long. Never throws but for want of memory.
+    /// Access::Write for those who may, one at a time for a node. The log gets the value before, which is read first,
+    /// and "unknown" where that takes too long. Never throws but for want of memory.
     Outcome Write(const Peer& peer, std::string_view path, const qnode::Value& value) const;
 
     /// Tells, with the refusals, of a write that was none.
@@ -57,6 +58,7 @@ private:
     const ClientList m_mayRead;
     const ClientList m_mayWrite;
     mutable ValueBefore m_before;
+    mutable WriteTurns m_turns;
     mutable LimitedLog m_refusals;
 };
 

@@ -168,6 +168,43 @@ TEST_F(GuardedAccessTest, ManyWritesOfASlowNode_AskItOnlyAFewTimesAtOnce) {
     EXPECT_THAT(m_log.Messages().back(), testing::MatchesRegex("I: Registry: fans set from [45]000 to 5000 by .*"));
 }
 
+TEST_F(GuardedAccessTest, WritesAtTheSameMoment_EachLineBeginsWithWhatTheLastOneLeft) {
+    const GuardedAccess guard = Guard();
+    m_fans->onSet = [] { std::this_thread::yield(); };
+    std::vector<std::future<void>> clients;
+    for (int client = 0; client < 4; ++client) {
+        clients.push_back(std::async(std::launch::async, [&guard, client] {
+            for (int i = 0; i < 50; ++i) {
+                guard.Write(c_local, i % 2 == 0 ? "fans" : "/fans", 1000 * client + i);
+            }
+        }));
+    }
+    clients.clear();
+    std::string last = "3000";
+    const std::vector<std::string> messages = m_log.Messages();
+    ASSERT_EQ(messages.size(), 200U);
+    for (const std::string& message : messages) {
+        const std::string begin = "I: Registry: fans set from " + last + " to ";
+        ASSERT_THAT(message, testing::StartsWith(begin));
+        last = message.substr(begin.size(), message.find(" by ") - begin.size());
+    }
+    EXPECT_EQ(last, qnode::ToText(*m_fans->Held()));
+}
+
+TEST_F(GuardedAccessTest, WriteThatHangs_KeepsNoOtherNodeWaiting) {
+    const GuardedAccess guard = Guard();
+    std::promise<void> isWriting;
+    std::promise<void> boardAnswers;
+    m_fans->onSet = [&] {
+        isWriting.set_value();
+        boardAnswers.get_future().wait();
+    };
+    auto hangs = std::async(std::launch::async, [&] { guard.Write(c_local, "fans", 4000.0); });
+    isWriting.get_future().wait();
+    EXPECT_EQ(guard.Write(c_local, "label", std::string("new")).code, ErrorCode_e::ok);
+    boardAnswers.set_value();
+}
+
 TEST_F(GuardedAccessTest, WriteThatReachesNoNode_CountsAsRefused) {
     const GuardedAccess guard = Guard();
     m_state->onGet = [] { FAIL() << "read without need"; };
