@@ -7,7 +7,8 @@ JOBS := $(shell nproc)
 # Most tests wait for programs, clocks and sockets most of the time.
 TEST_JOBS := $(shell expr 4 \* $(JOBS))
 
-.PHONY: help deps build run demo test test-i386 test-deb bench asan tsan tidy format fuzz install deb clean
+.PHONY: help deps build run demo test test-i386 test-deb bench asan tsan tidy format fuzz install deb clean \
+        asan-build asan-test tsan-build tsan-test
 
 help:
 	@echo "make run      install what is missing, build, start the daemon on the example chassis"
@@ -62,10 +63,14 @@ bench: build
 	@.ci/install-packages .ci/packages-bench
 	@bench/run $(BUILD)
 
-asan tsan: deps
-	@cmake --preset $@
-	@cmake --build --preset $@ -j $(JOBS)
-	@ctest --preset $@ -j $(TEST_JOBS)
+asan tsan: %: %-test
+
+asan-build tsan-build: %-build: deps
+	@cmake --preset $*
+	@cmake --build --preset $* -j $(JOBS)
+
+asan-test tsan-test: %-test: %-build
+	@ctest --preset $* -j $(TEST_JOBS)
 
 tidy:
 	@.ci/install-packages .ci/packages .ci/packages-lint
