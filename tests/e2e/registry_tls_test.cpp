@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "registry_fixture.h"
+#include "tests/support/tls/test_authority.h"
 
 namespace {
 
@@ -94,6 +95,90 @@ TEST_F(RegistryTlsTest, BesideTheOtherPort_RolesGoByCertificateAndAddress) {
     EXPECT_THAT(Log(), HasSubstr("WARNING  Refused to write fans = 4000 for 127.0.0.1, which may not write\n"));
     EXPECT_THAT(Messages(), testing::Contains(MatchesRegex("INFO     Registry: fans/left_front set from [0-9]+ to 3000 "
                                                            "by 127[.]0[.]0[.]1 [(]CN=operator,O=Lab[)]")));
+}
+
+TEST_F(RegistryTlsTest, FilesReadAnewAtReload_HoldForConnectionsFromThenOn) {
+    Configure("<registry>\n<tls " + std::string(c_files) + "/>\n</registry>\n");
+    StartAndAwait();
+    EXPECT_EQ(OverTls({"ls"}).output, "boards\nfans\n");
+    const auto files = {"ca.pem", "server.pem", "server.key", "operator.pem", "operator.key"};
+    const auto bring = [&](const char* name, const std::string& from, const std::string& to) {
+        std::filesystem::copy_file(m_folder.Path(from + name), m_folder.Path(to + name),
+                                   std::filesystem::copy_options::overwrite_existing);
+    };
+    std::filesystem::create_directory(m_folder.Path("old"));
+    for (const char* name : files) {
+        bring(name, "", "old/");
+    }
+    // All made anew, by another authority of the same name.
+    std::filesystem::remove(m_folder.Path("ca.key"));
+    SetUp();
+    const Result stranger = OverTls({"ls"});
+    EXPECT_EQ(stranger.status, 2) << "the service knows nothing of them yet";
+
+    const auto countRenewals = [this] {
+        const std::string log = Log();
+        std::size_t count = 0;
+        for (std::size_t at = 0; (at = log.find("were read anew.", at)) != std::string::npos; ++at) {
+            ++count;
+        }
+        return count;
+    };
+    EXPECT_EQ(countRenewals(), 0U);
+    m_daemon->Signal(SIGHUP);
+    ASSERT_TRUE(AwaitLog("INFO     TLS: certificates, key and revocation lists were read anew.\n"));
+    const Result renewed = OverTls({"ls"});
+    EXPECT_EQ(renewed.output, "boards\nfans\n") << renewed.error;
+
+    // The new authority signs nobody of the old one: neither side takes the other.
+    for (const char* name : {"operator.pem", "operator.key"}) {
+        bring(name, "old/", "");
+    }
+    const Result old = OverTls({"ls"});
+    EXPECT_EQ(old.status, 2);
+    EXPECT_TRUE(AwaitLog("WARNING  Refused a TLS connection from 127.0.0.1")) << old.error;
+
+    // A key that belongs to another certificate changes nothing.
+    bring("server.key", "old/", "");
+    m_daemon->Signal(SIGHUP);
+    ASSERT_TRUE(AwaitLog("ERROR    TLS goes on with the files as they were read before - " +
+                         m_folder.Path("config.xml") + ":4: certificate " + m_folder.Path("server.pem") +
+                         ": does not belong to the key " + m_folder.Path("server.key") + "\n"));
+    EXPECT_EQ(OverTls({"ls"}).status, 2) << "still the new ones";
+
+    // And back, as often as one likes.
+    for (const char* name : files) {
+        bring(name, "old/", "");
+    }
+    m_daemon->Signal(SIGHUP);
+    ASSERT_TRUE(Await([&] { return countRenewals() == 2; }));
+    EXPECT_EQ(OverTls({"ls"}).output, "boards\nfans\n");
+    EXPECT_EQ(Stop(), 0);
+}
+
+TEST_F(RegistryTlsTest, RevokedClient_IsRefusedAfterAReload) {
+    std::filesystem::create_directory(m_folder.Path("own"));
+    const test::TestAuthority authority(m_folder.Path("own"));
+    authority.Issue("server", {.usage = "serverAuth"});
+    authority.Issue("operator", {.subject = "/O=Lab/CN=operator", .names = "", .usage = "clientAuth"});
+    authority.WriteRevocations("now");
+    for (const char* name : {"ca.pem", "server.pem", "server.key", "operator.pem", "operator.key"}) {
+        std::filesystem::copy_file(authority.Path(name), m_folder.Path(name),
+                                   std::filesystem::copy_options::overwrite_existing);
+    }
+    Configure("<registry>\n<tls " + std::string(c_files) + " crl='own/now.crl'/>\n</registry>\n");
+    StartAndAwait();
+    const Result before = OverTls({"ls"});
+    EXPECT_EQ(before.output, "boards\nfans\n") << before.error;
+    authority.Revoke("operator");
+    authority.WriteRevocations("now");
+    m_daemon->Signal(SIGHUP);
+    ASSERT_TRUE(AwaitLog("were read anew.\n"));
+    EXPECT_EQ(OverTls({"ls"}).status, 2);
+    EXPECT_TRUE(
+        AwaitLog("WARNING  Refused a TLS connection from 127.0.0.1 (CN=operator,O=Lab): certificate revoked\n"));
+    EXPECT_THAT(Log(), HasSubstr("WARNING  TLS: "));
+    EXPECT_EQ(Stop(), 0);
 }
 
 TEST_F(RegistryTlsTest, WhoMayNotRead_IsTold) {

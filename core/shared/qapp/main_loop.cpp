@@ -11,6 +11,7 @@
 #include <cstring>
 #include <ctime>
 #include <string>
+#include <utility>
 
 #include "qstd/clock.h"
 #include "qstd/log.h"
@@ -25,10 +26,12 @@ constexpr std::time_t c_tenYears = 10L * 365 * 24 * 3600;
 
 }  // namespace
 
-MainLoop::MainLoop(Signals& signals, const ServiceNotifier& notifier, const Health& health)
+MainLoop::MainLoop(Signals& signals, const ServiceNotifier& notifier, const Health& health,
+                   std::function<void()> onReload)
     : m_signals(signals),
       m_notifier(notifier),
       m_health(health),
+      m_onReload(std::move(onReload)),
       m_clockWatch(::timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC)) {
     if (m_clockWatch < 0) {
         qstd::LogWarning(std::string("Setting the calendar clock is not noticed: ") + std::strerror(errno));
@@ -61,6 +64,7 @@ void MainLoop::OnSignals() {
     if (m_signals.TakeReopenRequest()) {
         qstd::Log::GetInstance().Reopen();
         qstd::TraceFile::GetInstance().Reopen();
+        m_onReload();
     }
 }
 

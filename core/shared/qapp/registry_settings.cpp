@@ -215,6 +215,11 @@ qreg::ServerSettings ReadRegistrySettings(const qcfg::Configuration& configurati
     return settings;
 }
 
+std::shared_ptr<const qreg::tls::Identity> ReadTlsIdentity(const qcfg::Configuration& configuration) {
+    const auto tls = FindOnlySection(configuration, RegistryRule().name)->FindChild(c_tlsElement);
+    return ReadIdentityAtLine(*tls, configuration);
+}
+
 qcfg::Findings CheckTlsSection(const qcfg::Configuration& configuration, const Options& options) {
     const auto section = FindOnlySection(configuration, RegistryRule().name);
     const auto tls = section != nullptr ? section->FindChild(c_tlsElement) : nullptr;

@@ -21,6 +21,10 @@ qcfg::ElementRule RegistryRule();
 /// @pre the section keeps the rules.
 qcfg::Findings CheckTlsSection(const qcfg::Configuration& configuration, const Options& options);
 
+/// The identity that the files of <tls> make now. @pre ReadRegistrySettings has read a section with <tls>.
+/// @throws qstd::Exception "FILE:LINE: text" saying which file is wrong, and how.
+std::shared_ptr<const qreg::tls::Identity> ReadTlsIdentity(const qcfg::Configuration& configuration);
+
 /// How the registry server is to run: what the section <registry> says, and what the command line says in its place.
 /// @param defaults what holds where neither says anything
 /// @throws qstd::Exception "FILE:LINE: text" for anything in the section that the rules do not allow, for an error of

@@ -63,8 +63,8 @@ qcfg::ElementRule TlsRule() {
         .doc =
             "TLS, version 1.2 or later, with certificates on both sides. Without `port` nothing is served in clear: "
             "the "
-            "registry's own port is for TLS only. The files are in PEM form and read at start; relative paths are "
-            "relative to this file."};
+            "registry's own port is for TLS only. The files are in PEM form, read at start and anew at "
+            "SIGHUP; relative paths are relative to this file."};
     rule.attributes = {
         {.name = "certificate",
          .type = qcfg::Text("path of a file"),
@@ -117,14 +117,19 @@ std::shared_ptr<const qreg::tls::Identity> ReadIdentity(const qcfg::Element& tls
                                  .crl = resolve("crl")});
 }
 
-qreg::TlsSettings ReadTlsSection(const qcfg::Element& tls, const qcfg::Configuration& configuration,
-                                 const std::string& listen) {
-    qreg::TlsSettings settings;
+std::shared_ptr<const qreg::tls::Identity> ReadIdentityAtLine(const qcfg::Element& tls,
+                                                              const qcfg::Configuration& configuration) {
     try {
-        settings.identity = ReadIdentity(tls, configuration);
+        return ReadIdentity(tls, configuration);
     } catch (const qstd::Exception& error) {
         throw qstd::Exception(qcfg::AtLine(configuration.GetFileName(), tls.GetLine(), error.what()));
     }
+}
+
+qreg::TlsSettings ReadTlsSection(const qcfg::Element& tls, const qcfg::Configuration& configuration,
+                                 const std::string& listen) {
+    qreg::TlsSettings settings;
+    settings.identity = ReadIdentityAtLine(tls, configuration);
     long long port = 0;
     if (tls.GetAttrValue("port", port)) {
         settings.port = static_cast<int>(port);

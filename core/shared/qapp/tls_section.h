@@ -20,6 +20,10 @@ qcfg::ElementRule TlsRule();
 std::shared_ptr<const qreg::tls::Identity> ReadIdentity(const qcfg::Element& tls,
                                                         const qcfg::Configuration& configuration);
 
+/// The same. @throws qstd::Exception "FILE:LINE: text" for what ReadIdentity finds.
+std::shared_ptr<const qreg::tls::Identity> ReadIdentityAtLine(const qcfg::Element& tls,
+                                                              const qcfg::Configuration& configuration);
+
 /// How the server is to speak TLS. @param listen where it listens for everything else
 /// @throws qstd::Exception "FILE:LINE: text" for what ReadIdentity finds.
 qreg::TlsSettings ReadTlsSection(const qcfg::Element& tls, const qcfg::Configuration& configuration,

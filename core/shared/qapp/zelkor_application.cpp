@@ -26,6 +26,7 @@
 #include "qapp/start_watch.h"
 #include "qcfg/document.h"
 #include "qnode/factory.h"
+#include "qreg/tls/identity.h"
 #include "qstd/exception.h"
 #include "qstd/log.h"
 #include "qstd/ver_info.h"
@@ -264,12 +265,29 @@ void ZelkorApplication::AcceptRequests() {
     }
 }
 
+void ZelkorApplication::RenewTls() {
+    if (m_server == nullptr || m_server->GetTlsPort() == 0) {
+        return;
+    }
+    try {
+        const std::shared_ptr<const qreg::tls::Identity> identity = ReadTlsIdentity(m_config);
+        m_server->RenewTls(*identity);
+        qstd::LogInfo("TLS: certificates, key and revocation lists were read anew.");
+        for (const std::string& concern : identity->FindConcerns()) {
+            qstd::LogWarning("TLS: " + concern);
+        }
+    } catch (const std::exception& error) {
+        qstd::LogError(std::string("TLS goes on with the files as they were read before - ") + error.what());
+    }
+}
+
 bool ZelkorApplication::Serve(Signals& signals, Detacher& detacher, bool isForeground) {
     if (isForeground) {
         qstd::Log::GetInstance().OpenStandardError();
     }
     const ServiceNotifier notifier;
-    MainLoop mainLoop(signals, notifier, m_health);  // watches the calendar clock from before the first worker sleeps
+    // Watches the calendar clock from before the first worker sleeps.
+    MainLoop mainLoop(signals, notifier, m_health, [this] { RenewTls(); });
     // A start that waits for boards ends, too, when a stop is asked for; the limit set then stands.
     std::optional<std::chrono::steady_clock::time_point> lastMoment;
     const auto limitAccesses = [&lastMoment] {

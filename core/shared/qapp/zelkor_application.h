@@ -140,6 +140,8 @@ private:
     void OpenRegistry(const Options& options);
     bool Serve(Signals& signals, Detacher& detacher, bool isForeground);
     void AcceptRequests();
+    /// Has the server speak TLS with what its files say now. Wrong ones are told of and change nothing.
+    void RenewTls();
     bool CallHooks(const char* phase, bool isForeground, const std::function<void()>& hooks);
 
     const std::string m_name;

@@ -79,8 +79,15 @@ void AddressList::Add(const std::string& text) {
 bool AddressList::Contains(const std::string& address) const {
     // The zone of a link-local address ("fe80::1%eth0") says where it is, not which it is.
     const auto parsed = Parse<Bytes>(address.substr(0, address.find('%')));
-    return parsed && std::any_of(m_prefixes.begin(), m_prefixes.end(),
-                                 [&](const Prefix& prefix) { return Cut(parsed->bytes, prefix.bits) == prefix.bytes; });
+    if (!parsed) {
+        return false;
+    }
+    static const Bytes c_mapped = Parse<Bytes>("0.0.0.0")->bytes;
+    const bool isMapped = Cut(parsed->bytes, c_mappedBits) == c_mapped;
+    return std::any_of(m_prefixes.begin(), m_prefixes.end(), [&](const Prefix& prefix) {
+        // Shorter ones are of IPv6: who lets "::/0" in has not thought of IPv4.
+        return (prefix.bits >= c_mappedBits || !isMapped) && Cut(parsed->bytes, prefix.bits) == prefix.bytes;
+    });
 }
 
 }  // namespace qreg

@@ -100,6 +100,7 @@ private:
         int GetPort() const override { return 1; }
         int GetTlsPort() const override { return 0; }
         void Serve() override { m_application.Note("(server serves)"); }
+        void RenewTls(const qreg::tls::Identity& /*identity*/) override { m_application.Note("(server renews TLS)"); }
         void Refuse() override { m_application.Note("(server refuses)"); }
         void Stop() override { m_application.Note("(server stops)"); }
 

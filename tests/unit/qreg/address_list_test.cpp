@@ -52,7 +52,9 @@ TEST(AddressList, LengthZeroIsEveryAddressOfItsKind) {
     EXPECT_TRUE(ListOf({"0.0.0.0/0"}).Contains("255.1.2.3"));
     EXPECT_FALSE(ListOf({"0.0.0.0/0"}).Contains("::1"));
     EXPECT_TRUE(ListOf({"::/0"}).Contains("::1"));
-    EXPECT_TRUE(ListOf({"::/0"}).Contains("10.0.0.1"));
+    EXPECT_FALSE(ListOf({"::/0"}).Contains("10.0.0.1"));
+    EXPECT_FALSE(ListOf({"::/80"}).Contains("::ffff:10.0.0.1"));
+    EXPECT_TRUE(ListOf({"::ffff:0:0/96"}).Contains("10.0.0.1"));
 }
 
 TEST(AddressList, WholeLengthIsOneAddress) {

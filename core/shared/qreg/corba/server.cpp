@@ -6,6 +6,7 @@
 #include "qreg/access.h"
 #include "qreg/corba/orb.h"
 #include "qreg/corba/registry_servant.h"
+#include "qreg/corba/tls_context.h"
 #include "qreg/guarded_access.h"
 #include "qreg/subscriptions.h"
 #include "qstd/log.h"
@@ -34,6 +35,8 @@ public:
     int GetTlsPort() const override { return m_orb.GetTlsPort(); }
 
     void Serve() override { m_orb.Serve(m_servant.in(), m_connections); }
+
+    void RenewTls(const tls::Identity& identity) override { RenewIdentity(identity); }
 
     void Refuse() override { RefuseAll(); }
 
