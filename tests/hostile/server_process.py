@@ -10,6 +10,7 @@ import resource
 import signal
 import ssl
 import subprocess
+import sys
 import tempfile
 import time
 
@@ -19,6 +20,9 @@ from registry_calls import DAEMON_NAMES, HELPER_NAMES, get, read_value
 SANITIZER_REPORT = re.compile(r"(AddressSanitizer|LeakSanitizer|ThreadSanitizer|UndefinedBehavior|runtime error:|"
                               r"==\d+== *(Invalid|Conditional|Use of|Syscall param|Process terminating))")
 
+
+# What the sanitizer says of any object when no descriptor is left for it to look with: see cmake/ZelkorBuild.cmake.
+NOT_LOOKED_AT = re.compile(r".*runtime error: .* which does not point to an object of type .*\n")
 
 # What is known to be kept.
 LEAKS = f"suppressions={pathlib.Path(__file__).resolve().parent / 'lsan.supp'}:print_suppressions=0"
@@ -52,6 +56,7 @@ class ServerProcess:
         self.slowness = {"": 1, "address": 4, "undefined": 4, "thread": 8, "valgrind": 20}[self.sanitizer]
         self.names = names
         self.is_stopped = False  # by the test itself
+        self.has_few_descriptors = descriptors is not None
         self.folder = tempfile.TemporaryDirectory(prefix="registry-test-")
         folder = pathlib.Path(self.folder.name)
         self.out, self.err = folder / "out", folder / "err"
@@ -64,9 +69,10 @@ class ServerProcess:
         if self.sanitizer == "valgrind":
             known = pathlib.Path(__file__).resolve().parent / "valgrind.supp"
             command = ["valgrind", "--quiet", "--error-exitcode=99", f"--suppressions={known}", *command]
+        environment = dict(os.environ, LSAN_OPTIONS=LEAKS, UBSAN_OPTIONS=f"halt_on_error={0 if self.has_few_descriptors else 1}")
         with open(self.out, "wb") as out, open(self.err, "wb") as err:
             self.process = subprocess.Popen(command, stdout=out, stderr=err, stdin=subprocess.DEVNULL, cwd=folder,
-                                            preexec_fn=limit, env=dict(os.environ, LSAN_OPTIONS=LEAKS))
+                                            preexec_fn=limit, env=environment)
         self.port = None
         wait_until(lambda: self.read_port() or self.process.poll() is not None, start_seconds * self.slowness)
         if self.port is None:
@@ -81,6 +87,9 @@ class ServerProcess:
             if not self.is_stopped:
                 self.stop()
         else:
+            # What it says belongs to the failure, an end by itself above all.
+            state = "still ran" if self.alive() else f"had ended by itself, status {self.process.poll()}"
+            print(f"the server {state}; its errors: {self.errors()[-6000:] or 'none'}", file=sys.stderr)
             self.process.kill()
             self.process.wait()
         self.folder.cleanup()
@@ -159,7 +168,8 @@ class ServerProcess:
 
     def check_report(self):
         """@raises Failure when a sanitizer (or valgrind) reported something."""
-        found = SANITIZER_REPORT.search(self.errors())
+        errors = NOT_LOOKED_AT.sub("", self.errors()) if self.has_few_descriptors else self.errors()
+        found = SANITIZER_REPORT.search(errors)
         expect(found is None, f"report on standard error:\n{self.errors()[-6000:]}")
 
 

@@ -2,9 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <netinet/in.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "qreg/corba/descriptor_limit.h"
 #include "qreg/corba/server.h"
 #include "qstd/exception.h"
 #include "tests/integration/registry/test_tree.h"
@@ -51,6 +53,24 @@ std::string FailureOf(const std::string& listen, int port) {
         return exception.what();
     }
     return {};
+}
+
+TEST(RegistryServerStart, DescriptorsAreRaisedBeyondTheConnections_SoThatASurplusLeavesSomeToTheProgram) {
+    const test::LogCapture log;
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlim_t wanted = 1000 + qreg::corba::DescriptorLimit::c_reserve + qreg::corba::DescriptorLimit::c_forSurplus;
+    if (before.rlim_max < 2 * wanted) {
+        GTEST_SKIP() << "only " << before.rlim_max << " files may be opened here";
+    }
+    const rlimit few{256, before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+    const auto server = Create("127.0.0.1", 0);
+    server->Serve();
+    rlimit raised{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &raised), 0);
+    EXPECT_GE(raised.rlim_cur, wanted);
+    ::setrlimit(RLIMIT_NOFILE, &before);
 }
 
 TEST(RegistryServerStart, ThirtyTimesInOneProcess_OnTheSamePort) {

@@ -72,7 +72,7 @@ int PortIn(const sockaddr_storage& address) noexcept {
 void DescriptorLimit::Begin(std::size_t connections) {
     const std::set<std::size_t> open = FindOpen();
     const std::size_t wanted = NumberAfter(open, connections);
-    const std::size_t allowed = RaiseTo(wanted + c_reserve);
+    const std::size_t allowed = RaiseTo(wanted + c_reserve + c_forSurplus);
     if (allowed < wanted + c_reserve) {
         qstd::LogWarning("The registry server may have fewer than " + std::to_string(connections) +
                          " connections at a time: this process may open only " + std::to_string(allowed) + " files");

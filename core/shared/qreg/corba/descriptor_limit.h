@@ -13,6 +13,10 @@ public:
     /// Descriptors that are kept for the rest of the program: logs, boards, a look into /proc.
     static constexpr std::size_t c_reserve = 32;
 
+    /// Descriptors beyond those, where they are allowed: a connection has its own until it is refused, and a thousand
+    /// clients that come at the same moment would leave the rest of the program none.
+    static constexpr std::size_t c_forSurplus = 4096;
+
     /// Makes room for @p connections besides what is open now: raises this process's limit as far as needed and
     /// allowed. Says so in the log when that is not enough.
     void Begin(std::size_t connections);
