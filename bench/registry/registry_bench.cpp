@@ -2,7 +2,7 @@
 // that take turns, because machines are noisy: only the ratios say something. Longer than other sources because it is a
 // list of measurements that share one setting.
 //
-// usage: registry_bench [ROUNDS [one|eight|thousand|snapshots|notifications]]
+// usage: registry_bench [ROUNDS [one|tls|eight|thousand|snapshots|notifications]]
 
 #include <signal.h>
 #include <stdlib.h>
@@ -20,6 +20,8 @@
 #include "dbus_peer.h"
 #include "qnode/node.h"
 #include "qreg/corba/server.h"
+#include "qreg/corba/tls_context.h"
+#include "qreg/tls/identity.h"
 #include "qstd/any.h"
 #include "raw_peer.h"
 #include "sampling.h"
@@ -112,12 +114,45 @@ int ServeRegistry() {
     return server->GetPort();
 }
 
+/// Who speaks TLS with the certificates in @p folder, which are made as for any chassis.
+std::shared_ptr<const qreg::tls::Identity> IdentityIn(const std::string& folder, qreg::tls::Side_e side) {
+    const std::string own = folder + (side == qreg::tls::Side_e::server ? "/server" : "/operator");
+    return std::make_shared<const qreg::tls::Identity>(
+        side, qreg::tls::IdentityFiles{.certificate = own + ".pem", .key = own + ".key", .ca = folder + "/ca.pem"});
+}
+
+std::string MakeCertificates(const std::string& folder) {
+    const std::string command =
+        "cd " + folder + " && " ZELKOR_EXAMPLES "/tls/make-certificates localhost 127.0.0.1 >/dev/null 2>&1";
+    if (std::system(command.c_str()) != 0) {
+        throw std::runtime_error("no certificates could be made");
+    }
+    return folder;
+}
+
+/// A registry server that speaks TLS only.
+int ServeOverTls(const std::string& folder) {
+    qreg::ServerSettings settings;
+    settings.listen = "127.0.0.1";
+    settings.product = "bench";
+    settings.tls = qreg::TlsSettings{IdentityIn(folder, qreg::tls::Side_e::server), std::nullopt, settings.listen};
+    static auto server = qreg::corba::CreateServer(settings, bench::MakeTree(2, c_sensors));
+    server->Serve();
+    return server->GetPort();
+}
+
 class Bench {
 public:
     Bench(int rounds, const std::string& folder)
-        : m_rounds(rounds), m_raw(bench::ServeRaw), m_registry(ServeRegistry), m_dbus(folder) {
+        : m_rounds(rounds),
+          m_raw(bench::ServeRaw),
+          m_registry(ServeRegistry),
+          m_overTls([certificates = MakeCertificates(folder)] { return ServeOverTls(certificates); }),
+          m_dbus(folder) {
         int count = 0;
-        const char* options[][2] = {{"maxGIOPConnectionPerServer", "64"}, {nullptr, nullptr}};
+        qreg::corba::UseIdentity(IdentityIn(folder, qreg::tls::Side_e::client));
+        const char* options[][2] = {
+            {"maxGIOPConnectionPerServer", "64"}, {"clientTransportRule", "* tcp,ssl"}, {nullptr, nullptr}};
         m_orb = CORBA::ORB_init(count, nullptr, "omniORB4", options);
     }
     ~Bench() { m_orb->destroy(); }
@@ -148,6 +183,26 @@ public:
         Show("registry get", getTimes, rawTimes);
         Show("D-Bus property (sd-bus)", dbusTimes, rawTimes);
         std::printf("  %-28s %8.2f of D-Bus (goal 0.50)\n", "registry get", getTimes.Median() / dbusTimes.Median());
+    }
+
+    void OverTls() {
+        const std::string path = bench::ValuePath(1, 3);
+        const auto getFrom = [&path](const reg::Registry_1_1_var& registry) {
+            return [&path, registry] { reg::Reading_var(registry->get(path.c_str())); };
+        };
+        const auto inClear = getFrom(Resolve(m_registry.GetPort()));
+        const auto overTls = getFrom(Resolve(m_overTls.GetPort(), "ssliop"));
+        std::printf("\nthe same over TLS: median us (p99)\n");
+        Pin(Cores_e::one);
+        Samples clearTimes;
+        Samples tlsTimes;
+        for (int round = 0; round < m_rounds; ++round) {
+            clearTimes.Add(bench::Time(4000, inClear));
+            tlsTimes.Add(bench::Time(4000, overTls));
+        }
+        Pin(Cores_e::any);
+        Show("in clear", clearTimes, clearTimes, "in clear");
+        Show("over TLS", tlsTimes, clearTimes, "in clear");
     }
 
     void EightClients() {
@@ -234,8 +289,8 @@ public:
     }
 
 private:
-    reg::Registry_1_1_ptr Resolve(int port) const {
-        const std::string url = "corbaloc:iiop:1.2@127.0.0.1:" + std::to_string(port) + "/Registry";
+    reg::Registry_1_1_ptr Resolve(int port, const std::string& protocol = "iiop") const {
+        const std::string url = "corbaloc:" + protocol + ":1.2@127.0.0.1:" + std::to_string(port) + "/Registry";
         const CORBA::Object_var object = m_orb->string_to_object(url.c_str());
         return reg::Registry_1_1::_narrow(object);
     }
@@ -296,14 +351,15 @@ private:
         Pin(Cores_e::any);
     }
 
-    static void Show(const char* name, const Samples& samples, const Samples& raw) {
-        std::printf("  %-28s %8.1f (%8.1f)  %.2f of raw\n", name, samples.Median(), samples.Quantile(0.99),
-                    samples.Median() / raw.Median());
+    static void Show(const char* name, const Samples& samples, const Samples& floor, const char* whose = "raw") {
+        std::printf("  %-28s %8.1f (%8.1f)  %.2f of %s\n", name, samples.Median(), samples.Quantile(0.99),
+                    samples.Median() / floor.Median(), whose);
     }
 
     const int m_rounds;
     const Peer m_raw;
     const Peer m_registry;
+    const Peer m_overTls;
     const bench::DbusPeer m_dbus;
     CORBA::ORB_var m_orb;
 };
@@ -319,11 +375,9 @@ int main(int argc, char** argv) {
     {
         Bench bench(argc > 1 ? std::atoi(argv[1]) : 5, folder);
         const std::string only = argc > 2 ? argv[2] : "";
-        const std::vector<std::pair<std::string, void (Bench::*)()>> all{{"one", &Bench::OneValue},
-                                                                         {"eight", &Bench::EightClients},
-                                                                         {"thousand", &Bench::Thousand},
-                                                                         {"snapshots", &Bench::Snapshots},
-                                                                         {"notifications", &Bench::Notifications}};
+        const std::vector<std::pair<std::string, void (Bench::*)()>> all{
+            {"one", &Bench::OneValue},      {"tls", &Bench::OverTls},         {"eight", &Bench::EightClients},
+            {"thousand", &Bench::Thousand}, {"snapshots", &Bench::Snapshots}, {"notifications", &Bench::Notifications}};
         for (const auto& [name, measure] : all) {
             if (only.empty() || only == name) {
                 (bench.*measure)();
