@@ -1,12 +1,14 @@
 #include "configuration_proof.h"
 
 #include <algorithm>
+#include <cctype>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "chassis_survey.h"
 #include "fan_table_proof.h"
+#include "heard_warnings.h"
 #include "qstd/strings.h"
 #include "sensor_list_proof.h"
 #include "temperature_control.h"
@@ -23,6 +25,7 @@ public:
 
     void Prove() {
         ReportSilentBoards();
+        ReportWarnings();
         ProveList("monitor", m_survey.all, m_survey.all);
         const Module::Selection isProtected = ProveList("damage_protection", m_survey.all, m_survey.temperatures);
         const Module::Selection watched =
@@ -71,6 +74,31 @@ private:
                                           " does not answer, nothing is proved of its sensors: " + board.silence});
             }
         }
+    }
+
+    /// What boards that answer say of their records and thresholds. What is said of the others stands there already.
+    void ReportWarnings() {
+        for (const std::string& text : m_heard.Get()) {
+            const auto named = std::find_if(m_survey.boards.begin(), m_survey.boards.end(),
+                                            [&](const auto& board) { return Names(text, board.uri.ToString()); });
+            const bool isNamed = named != m_survey.boards.end();
+            if (!isNamed || named->silence.empty()) {
+                m_findings.push_back(
+                    {Severity_e::warning, LineOf(isNamed ? named->uri : bmc::Uri()), qstd::OneLine(text)});
+            }
+        }
+    }
+
+    /// Whether @p text holds @p uri as a word of its own.
+    static bool Names(const std::string& text, const std::string& uri) {
+        const auto isPart = [](char letter) { return std::isalnum(static_cast<unsigned char>(letter)) != 0; };
+        for (std::size_t at = text.find(uri); at != std::string::npos; at = text.find(uri, at + 1)) {
+            const std::size_t end = at + uri.size();
+            if ((at == 0 || !isPart(text[at - 1])) && (end == text.size() || !isPart(text[end]))) {
+                return true;
+            }
+        }
+        return false;
     }
 
     Module::Selection ProveList(const std::string& worker, const Module::Selection& available,
@@ -138,6 +166,7 @@ private:
     }
 
     const qcfg::Configuration& m_configuration;
+    const HeardWarnings m_heard;  ///< from before the survey on
     const ChassisSurvey m_survey;
     qcfg::Findings& m_findings;
 };

@@ -2,11 +2,13 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
 #include "bmc/broken_off.h"
 #include "qstd/exception.h"
+#include "qstd/log.h"
 #include "tests/support/mock_boards.h"
 
 namespace {
@@ -148,6 +150,31 @@ TEST_F(ConfigurationProof, BoardThatDoesNotAnswer_WarnsOfWhatIsNotProved) {
                     "c.xml:4: warning: <exclude>: whether there is a sensor 99 cannot be proved: no answer from "
                     "u:b",
                     "c.xml:5: error: <include>: board \"u:a\" has no sensor 13"));
+}
+
+TEST_F(ConfigurationProof, WarningsOfBoardsThatAnswer_StandAtTheirLineOnceEach) {
+    const auto warn = [](std::vector<std::string> texts) {
+        return [texts] {
+            std::for_each(texts.begin(), texts.end(), qstd::LogWarning);
+            qstd::LogInfo("Board u:a has no sensors");
+            return std::vector<bmc::SensorId>{};
+        };
+    };
+    ON_CALL(m_boards.icb, GetSensorsIds)
+        .WillByDefault(warn({"Not all thresholds of board u:a could be read: 3 is\nrefused",
+                             "Not all thresholds of board u:a could be read: 3 is\nrefused", "of a board u:aa"}));
+    EXPECT_THAT(Prove("<boards backend='x'>\n<board uri='u:b'/>\n<board uri='u:a'/></boards>"),
+                ElementsAre("c.xml:2: warning: of a board u:aa",
+                            "c.xml:4: warning: Not all thresholds of board u:a could be read: 3 is?refused"));
+}
+
+TEST_F(ConfigurationProof, WarningsOfSilentBoards_AreNotToldTwice) {
+    ON_CALL(m_boards.slot2, GetSensorsIds).WillByDefault([]() -> std::vector<bmc::SensorId> {
+        qstd::LogWarning("Board u:b does not answer");
+        throw qstd::Exception("no answer");
+    });
+    EXPECT_THAT(Prove(""), ElementsAre(c_silence + std::string("no answer")));
+    EXPECT_FALSE(qstd::Log::m_enabled) << "as it was before";
 }
 
 TEST_F(ConfigurationProof, SilentBoard_IsToldInItsOwnLine) {
