@@ -174,6 +174,34 @@ class ServiceLife(ServiceTest):
         lines = everything.splitlines()
         self.assertEqual([line for line in in_journal if line not in lines], [])
 
+    def make_certificate(self):
+        """A new key and a certificate that it has signed itself, in the folder of the configuration."""
+        with tempfile.TemporaryDirectory() as folder:
+            key, certificate = (pathlib.Path(folder, name) for name in ("key", "certificate"))
+            subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
+                            "-subj", "/CN=server", "-days", "90", "-keyout", key, "-out", certificate], check=True,
+                           capture_output=True)
+            MANAGER.write("/etc/zelkor/server.pem", certificate.read_text(encoding="utf-8"))
+            MANAGER.write("/etc/zelkor/server.key", key.read_text(encoding="utf-8"))
+            MANAGER.run("chmod", "600", "/etc/zelkor/server.key")
+
+    def test_reload_reads_certificates_anew_and_a_key_that_is_a_credential_at_a_restart_only(self):
+        self.make_certificate()
+        self.restrict("LoadCredential=tls.key:/etc/zelkor/server.key\n")
+        MANAGER.write(CONFIGURATION, SIMULATED.replace(
+            "  <monitor>", '  <registry><tls certificate="server.pem" key-credential="tls.key" ca="server.pem"/></registry>'
+            "\n  <monitor>"))
+        self.start()
+        MANAGER.run("systemctl", "reload", UNIT)
+        self.await_log("TLS: certificates, key and revocation lists were read anew.\n")
+        self.make_certificate()
+        MANAGER.run("systemctl", "reload", UNIT)
+        self.await_log("ERROR    TLS goes on with the files as they were read before - ")
+        self.assertIn("does not belong to the key ", MANAGER.read(LOG))
+        MANAGER.run("systemctl", "restart", UNIT)
+        self.assertEqual(self.show("ActiveState"), "active", self.journal())
+        MANAGER.run("rm", "/etc/zelkor/server.pem", "/etc/zelkor/server.key")
+
 
 class Restrictions(ServiceTest):
 

@@ -110,10 +110,10 @@ void GuardedAccess::TellRefusal(const Peer& peer, std::string_view path, const s
 
 std::string GuardedAccess::ValueBeforeText(std::string_view path) const {
     const std::optional<Outcome> outcome = m_before.Read(path);
-    if (!outcome) {
-        return "unknown";
+    if (outcome && outcome->code == ErrorCode_e::ok) {
+        return ShownValue(outcome->value);
     }
-    return outcome->code == ErrorCode_e::ok ? ShownValue(outcome->value) : "no value";
+    return outcome && outcome->code == ErrorCode_e::no_value ? "no value" : "unknown";
 }
 
 }  // namespace qreg

@@ -37,7 +37,7 @@ public:
     void RefuseToRead(const Peer& peer, std::string_view path) const;
 
     /// Access::Write for those who may, one at a time for a node. The log gets the value before, which is read first,
-    /// and "unknown" where that takes too long. Never throws but for want of memory.
+    /// and "unknown" where that takes too long or fails. Never throws but for want of memory.
     Outcome Write(const Peer& peer, std::string_view path, const qnode::Value& value) const;
 
     /// Tells, with the refusals, of a write that was none.

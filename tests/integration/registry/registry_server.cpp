@@ -1,6 +1,6 @@
 // A registry server on the tests' tree, in a process of its own: calls within one process pass by the sockets and by
-// the checks that stand before a request. Prints its port, then that for TLS. Refuses requests after SIGUSR1,
-// ends after SIGTERM.
+// the checks that stand before a request. Prints its port, then that for TLS. Refuses requests after SIGUSR1, reads the
+// files of TLS anew at SIGHUP, ends after SIGTERM.
 //
 //     registry_server [NAME=VALUE]...    listen port push connections maxMessage idle read write writer leaves wait
 //     queue tls=FOLDER with server.pem, server.key, ca.pem, and server.crl if there is one; tlsPort: its own port
@@ -54,6 +54,16 @@ private:
     std::map<std::string, std::string> m_words;
 };
 
+/// @param folder with a slash at its end
+std::shared_ptr<const qreg::tls::Identity> ReadIdentity(const std::string& folder) {
+    return std::make_shared<qreg::tls::Identity>(
+        qreg::tls::Side_e::server,
+        qreg::tls::IdentityFiles{.certificate = folder + "server.pem",
+                                 .key = folder + "server.key",
+                                 .ca = folder + "ca.pem",
+                                 .crl = test::Exists(folder + "server.crl") ? folder + "server.crl" : ""});
+}
+
 qreg::ServerSettings ToSettings(const Words& words) {
     qreg::ServerSettings settings;
     settings.product = "registry_server 1.0";
@@ -77,12 +87,7 @@ qreg::ServerSettings ToSettings(const Words& words) {
     const std::string folder = words.Text("tls") + "/";
     if (folder != "/") {
         qreg::TlsSettings tls;
-        tls.identity = std::make_shared<qreg::tls::Identity>(
-            qreg::tls::Side_e::server,
-            qreg::tls::IdentityFiles{.certificate = folder + "server.pem",
-                                     .key = folder + "server.key",
-                                     .ca = folder + "ca.pem",
-                                     .crl = test::Exists(folder + "server.crl") ? folder + "server.crl" : ""});
+        tls.identity = ReadIdentity(folder);
         if (!words.Text("tlsPort").empty()) {
             tls.port = static_cast<int>(words.Number("tlsPort", 0));
         }
@@ -98,9 +103,14 @@ void Run(const Words& words, const sigset_t& signals) {
     server->Serve();
     std::cout << server->GetPort() << "\ntls " << server->GetTlsPort() << std::endl;
     int signal = 0;
-    while (sigwait(&signals, &signal) == 0 && signal == SIGUSR1) {
-        server->Refuse();
-        std::cout << "refusing" << std::endl;
+    while (sigwait(&signals, &signal) == 0 && signal != SIGTERM) {
+        if (signal == SIGHUP) {
+            server->RenewTls(*ReadIdentity(words.Text("tls") + "/"));
+            std::cout << "renewed" << std::endl;
+        } else {
+            server->Refuse();
+            std::cout << "refusing" << std::endl;
+        }
     }
     const auto begin = std::chrono::steady_clock::now();
     server->Stop();
@@ -117,6 +127,7 @@ int main(int argc, char** argv) {
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);
     sigaddset(&signals, SIGUSR1);
+    sigaddset(&signals, SIGHUP);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     qstd::Log::GetInstance().OpenStandardError();
     try {

@@ -122,10 +122,10 @@ TEST_F(GuardedAccessTest, WriteThatTheNodeRefuses_IsLoggedWithItsReason) {
                                               "value: 20?or too low"));
 }
 
-TEST_F(GuardedAccessTest, NodeThatCannotBeReadBefore_IsWrittenAllTheSame) {
+TEST_F(GuardedAccessTest, NodeThatCannotBeReadBefore_IsWrittenAllTheSameAndItsValueIsUnknown) {
     m_fans->onGet = [] { throw qstd::Exception("no answer"); };
     EXPECT_EQ(Guard().Write(c_local, "fans", 4000.0).code, ErrorCode_e::ok);
-    EXPECT_THAT(m_log.Messages(), ElementsAre("I: Registry: fans set from no value to 4000 by 127.0.0.1"));
+    EXPECT_THAT(m_log.Messages(), ElementsAre("I: Registry: fans set from unknown to 4000 by 127.0.0.1"));
 }
 
 TEST_F(GuardedAccessTest, NodeThatIsSlowToTell_IsWrittenInTimeAndItsValueIsUnknown) {

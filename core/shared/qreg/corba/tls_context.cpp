@@ -87,6 +87,8 @@ void RenewIdentity(const tls::Identity& identity) {
         throw qstd::Exception("TLS cannot be had: " + tls::TakeReason());
     }
     identity.Apply(context.get());
+    // A connection asks its context for this one at each step. What else the ORB has set it has taken over already.
+    SSL_CTX_set_info_callback(context.get(), sslContext::info_callback);
     NewestContext::Instance().Set(std::move(context));
 }
 
