@@ -8,7 +8,8 @@
 namespace qreg {
 
 /// Addresses of the network, given one by one or by prefix: "10.0.0.7", "127.0.0.0/8", "fe80::/10". Bits behind those
-/// of the prefix do not count. "::/0" is every address of IPv6, and none of IPv4: that is "0.0.0.0/0". Immutable after it was filled, so safe to read from any thread.
+/// of the prefix do not count. "::/0" is every address of IPv6, and none of IPv4: that is "0.0.0.0/0". Immutable after
+/// it was filled, so safe to read from any thread.
 class AddressList {
 public:
     /// @throws qstd::Exception naming @p text when it is neither an IPv4 or IPv6 address nor a prefix of one.

@@ -58,8 +58,8 @@ public:
     /// Serves requests from now on.
     virtual void Serve() = 0;
 
-    /// Speaks TLS as @p identity, and takes peers as it says, on every connection that is made from now on. @pre it speaks
-    /// TLS. @throws qstd::Exception when OpenSSL refuses; then nothing has changed.
+    /// Speaks TLS as @p identity, and takes peers as it says, on every connection that is made from now on. @pre it
+    /// speaks TLS. @throws qstd::Exception when OpenSSL refuses; then nothing has changed.
     virtual void RenewTls(const tls::Identity& identity) = 0;
 
     /// Refuses every request from now on and ends all waiting polls. When it returns no client's write is under way any
