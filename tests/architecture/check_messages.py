@@ -50,6 +50,8 @@ COMPOSED = {
     ("daemon/temperature_control.cpp", "step.warning"): FAN_TABLE,
     ("bmc/ipmi/reachability.cpp", 'fmt::format("{} {}: {}{}", Name(port), ControllerWords(result.failure), result.text, '
      'm_allBoards)'): ("bmc/ipmi/reachability.cpp", [(r'return "([a-z ]+)";', "Controller * {}: *")]),
+    ("core/shared/qapp/registry_settings.cpp", '"TLS: " + concern'):
+        ("core/shared/qreg/tls/identity.cpp", [(r'"(expire[sd] at |holds only from )"', "TLS: *: {}*")]),
 }
 
 # Exceptions raised here end a start, or what is asked for in its place, and their text is logged, or stands on standard error
