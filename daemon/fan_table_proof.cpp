@@ -12,7 +12,7 @@ namespace {
 using qcfg::Severity_e;
 
 /// Of those that a row is too hot for, so many are named besides the first.
-constexpr std::size_t c_namedSensors = 10;
+constexpr std::size_t c_namedSensors = 5;
 
 std::string Number(std::uint32_t number) {
     return std::to_string(number);
