@@ -7,6 +7,7 @@
 
 #include "bmc/board_pool.h"
 #include "bmc/broken_off.h"
+#include "fans_node.h"
 #include "qstd/strings.h"
 
 namespace {
@@ -17,6 +18,17 @@ struct BoardAnswer {
     Module::Selection all;
     Module::Selection temperatures;
 };
+
+/// Why the fan controller does not tell what a register holds; empty when it does.
+std::string AskFans(const bmc::Board& board) {
+    try {
+        return board.FpgaSpiRead(FansNode::c_firstFan).failed == 0 ? "" : "the transfer failed";
+    } catch (const std::exception& error) {
+        return qstd::OneLine(error.what());
+    } catch (...) {
+        return "unknown exception";
+    }
+}
 
 /// @throws what the board raises
 void AskBoard(bmc::Board& board, BoardAnswer& answer) {
@@ -29,6 +41,8 @@ void AskBoard(bmc::Board& board, BoardAnswer& answer) {
         }
     }
     board.GetFwRevision();  // sensors may be known from earlier; this is asked of the controller
+    answer.board.isController = board.GetType() == bmc::BoardType_e::icb;
+    answer.board.fanTrouble = answer.board.isController ? AskFans(board) : "";
 }
 
 BoardAnswer Survey(const bmc::Uri& uri) {

@@ -26,6 +26,8 @@ struct ChassisSurvey {
         bmc::Uri uri;
         bmc::Board* board = nullptr;  ///< null when the pool does not find it
         std::string silence;          ///< why its sensors are not known; empty: they are
+        bool isController = false;    ///< it answers, and is the one that carries the fan controller
+        std::string fanTrouble;       ///< of such a board: why a fan's register cannot be read; empty: it can
         std::map<bmc::SensorId, Sensor> sensors;
     };
 
@@ -40,7 +42,7 @@ struct ChassisSurvey {
     const Board* Find(const bmc::Uri& uri) const;
 };
 
-/// Asks all boards of the pool, side by side, and reads no sensor. A board counts as answering only when its controller
-/// does: what a backend keeps of a dead one proves nothing. Lasts as long as the slowest board, at most until the time
-/// that bmc::BoardPool::LimitAccesses has set.
+/// Asks all boards of the pool, side by side, and reads no sensor, and of the fans one register. A board counts as
+/// answering only when its controller does: what a backend keeps of a dead one proves nothing. Lasts as long as the
+/// slowest board, at most until the time that bmc::BoardPool::LimitAccesses has set.
 ChassisSurvey SurveyChassis();

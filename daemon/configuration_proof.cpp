@@ -26,6 +26,7 @@ public:
     void Prove() {
         ReportSilentBoards();
         ReportWarnings();
+        ProveFanController();
         ProveList("monitor", m_survey.all, m_survey.all);
         const Module::Selection isProtected = ProveList("damage_protection", m_survey.all, m_survey.temperatures);
         const Module::Selection watched =
@@ -99,6 +100,28 @@ private:
             }
         }
         return false;
+    }
+
+    /// The fans are set through the first board of that type.
+    void ProveFanController() {
+        const ElementPtr section = FindSection("temperature_control");
+        if (section == nullptr || !IsEnabled(section)) {
+            return;
+        }
+        const auto controller = std::find_if(m_survey.boards.begin(), m_survey.boards.end(),
+                                             [](const ChassisSurvey::Board& board) { return board.isController; });
+        if (controller != m_survey.boards.end() && !controller->fanTrouble.empty()) {
+            m_findings.push_back(
+                {Severity_e::warning, LineOf(controller->uri),
+                 "board " + controller->uri.ToString() +
+                     ": its fan registers cannot be read, so the fans do not follow the temperature: " +
+                     controller->fanTrouble});
+        } else if (controller == m_survey.boards.end() && m_survey.IsComplete()) {
+            m_findings.push_back(
+                {Severity_e::error, section->GetLine(),
+                 "<temperature_control>: the chassis has no board of the type \"icb\", through which the "
+                 "fans are set"});
+        }
     }
 
     Module::Selection ProveList(const std::string& worker, const Module::Selection& available,

@@ -11,6 +11,9 @@ namespace {
 
 using qcfg::Severity_e;
 
+/// Of those that a row is too hot for, so many are named besides the first.
+constexpr std::size_t c_namedSensors = 5;
+
 std::string Number(std::uint32_t number) {
     return std::to_string(number);
 }
@@ -61,10 +64,29 @@ private:
                     continue;  // the limits of the others are not known
                 }
                 text += coolest == nullptr ? "; no watched sensor has an upper non-critical limit"
-                                           : ", the upper non-critical limit of " + coolest->name;
+                                           : ", the upper non-critical limit of " + coolest->name +
+                                                 NameOthersBelow(m_table[error.row].upper, *coolest);
             }
             m_findings.push_back({error.row, Severity_e::error, text});
         }
+    }
+
+    /// The sensors but @p named that the row is too hot for, too, so that nobody has to find them one after another.
+    std::string NameOthersBelow(std::uint32_t upper, const WatchedSensor& named) const {
+        std::string text;
+        std::size_t count = 0;
+        for (const WatchedSensor& sensor : m_sensors) {
+            const bool isBelow = sensor.highNonCritical.IsValid() && sensor.highNonCritical.Converted() < upper;
+            if (&sensor == &named || !isBelow || ++count > c_namedSensors) {
+                continue;
+            }
+            text += (text.empty() ? "; also below: " : ", ") + sensor.name + ": ";
+            qstd::AppendNumber(text, sensor.highNonCritical.Converted());
+        }
+        if (count > c_namedSensors) {
+            text += " and " + std::to_string(count - c_namedSensors) + " more";
+        }
+        return text;
     }
 
     /// Whichever sensor is at that temperature, it may be the hottest one, which the table goes by.

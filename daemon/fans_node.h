@@ -17,6 +17,9 @@ class FansNode : public qreg::RegNode {
 public:
     static constexpr std::size_t c_fans = 6;
 
+    /// The register of the first fan's reference speed.
+    static constexpr std::uint16_t c_firstFan = 0x40;
+
     FansNode();
 
     /// Finds the first chassis controller board of the pool and makes the fans on it. Called once, by the factory.
@@ -49,7 +52,7 @@ public:
 private:
     /// The fans' reference speed registers, in the order of the children.
     // NOLINTNEXTLINE(readability-identifier-naming): a name that others know
-    static constexpr std::array<std::uint32_t, c_fans> m_fan_addresses{0x40, 0x48, 0x50, 0x58, 0x60, 0x68};
+    static constexpr std::array<std::uint32_t, c_fans> m_fan_addresses{c_firstFan, 0x48, 0x50, 0x58, 0x60, 0x68};
 
     /// The first chassis controller board of the pool, null when there is none.
     static bmc::Board* FindController();

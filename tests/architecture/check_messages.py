@@ -48,10 +48,10 @@ FAN_TABLE = ("daemon/fan_table.cpp", [(r'"([A-Z][^"]* [^"]*)"', "{}*"), (r'"( is
 COMPOSED = {
     ("daemon/temperature_control.cpp", "*error"): FAN_TABLE,
     ("daemon/temperature_control.cpp", "step.warning"): FAN_TABLE,
-    ("core/shared/qapp/zelkor_application.cpp", '"TLS: " + concern'):
-        ("core/shared/qreg/tls/identity.cpp", [(r'"(expire[sd] at )"', "TLS: * *: {}*")]),
     ("bmc/ipmi/reachability.cpp", 'fmt::format("{} {}: {}{}", Name(port), ControllerWords(result.failure), result.text, '
      'm_allBoards)'): ("bmc/ipmi/reachability.cpp", [(r'return "([a-z ]+)";', "Controller * {}: *")]),
+    ("core/shared/qapp/registry_settings.cpp", '"TLS: " + concern'):
+        ("core/shared/qreg/tls/identity.cpp", [(r'"(expire[sd] at |holds only from )"', "TLS: *: {}*")]),
 }
 
 # Exceptions raised here end a start, or what is asked for in its place, and their text is logged, or stands on standard error

@@ -14,7 +14,7 @@ TEST_F(DaemonTest, UnknownOption_IsRefused) {
     Configure("");
     ExpectRefusal(Command({"--frequency", "5"}), "zelkor-platformd: unrecognised option '--frequency'");
     ExpectRefusal(Command({"--con", "x"}), "unrecognised option '--con'");
-    ExpectRefusal(Command({"config.xml"}), "unexpected argument");
+    ExpectRefusal(Command({"config.xml"}), "unexpected argument \"config.xml\" on the command line");
 }
 
 TEST_F(DaemonTest, OptionValueOutOfRange_IsRefused) {

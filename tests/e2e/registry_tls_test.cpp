@@ -17,10 +17,23 @@ using testing::Not;
 class RegistryTlsTest : public test::RegistryTest {
 protected:
     void SetUp() override {
-        const Result made = test::RunProgram({"/bin/sh", "-c", "cd \"$1\" && exec \"$2\" localhost 127.0.0.1", "sh",
-                                              m_folder.Path(), ZELKOR_EXAMPLES "/tls/make-certificates"});
+        const Result made = MakeCertificates();
         ASSERT_EQ(made.status, 0) << made.error;
         EXPECT_EQ(made.output, "subject=CN=operator,O=Lab\n");
+    }
+
+    /// What the example makes beside the configuration. @param clients "operator" when there is none
+    Result MakeCertificates(const std::vector<std::string>& clients = {}) const {
+        std::vector<std::string> words{"/bin/sh",
+                                       "-c",
+                                       "cd \"$1\" && shift && exec \"$@\"",
+                                       "sh",
+                                       m_folder.Path(),
+                                       ZELKOR_EXAMPLES "/tls/make-certificates",
+                                       "localhost",
+                                       "127.0.0.1"};
+        words.insert(words.end(), clients.begin(), clients.end());
+        return test::RunProgram(words);
     }
 
     /// The port that the log names behind an announcement.
@@ -111,7 +124,9 @@ TEST_F(RegistryTlsTest, FilesReadAnewAtReload_HoldForConnectionsFromThenOn) {
         bring(name, "", "old/");
     }
     // All made anew, by another authority of the same name.
-    std::filesystem::remove(m_folder.Path("ca.key"));
+    for (const char* name : files) {
+        std::filesystem::remove(m_folder.Path(name));
+    }
     SetUp();
     const Result stranger = OverTls({"ls"});
     EXPECT_EQ(stranger.status, 2) << "the service knows nothing of them yet";
@@ -156,6 +171,25 @@ TEST_F(RegistryTlsTest, FilesReadAnewAtReload_HoldForConnectionsFromThenOn) {
     EXPECT_EQ(Stop(), 0);
 }
 
+TEST_F(RegistryTlsTest, CertificatesMadeAgain_OnlyWhatIsMissingIsNewAndOfTheSameAuthority) {
+    const auto read = [this](const char* name) { return test::ReadFile(m_folder.Path(name)); };
+    const std::string authority = read("ca.pem");
+    const std::string authorityKey = read("ca.key");
+    const std::string server = read("server.pem");
+    const std::string person = read("operator.pem");
+    std::filesystem::remove(m_folder.Path("server.pem"));
+    const Result made = MakeCertificates({"operator", "reader"});
+    EXPECT_EQ(made.status, 0) << made.error;
+    EXPECT_EQ(made.output, "subject=CN=operator,O=Lab\nsubject=CN=reader,O=Lab\n");
+    EXPECT_EQ(read("ca.pem") + read("ca.key") + read("operator.pem"), authority + authorityKey + person);
+    EXPECT_NE(read("server.pem"), server);
+    Configure("<registry>\n<tls " + std::string(c_files) + "/>\n</registry>\n");
+    StartAndAwait();
+    const Result listed = OverTls({"ls"});
+    EXPECT_EQ(listed.output, "boards\nfans\n") << listed.error;
+    EXPECT_EQ(Stop(), 0);
+}
+
 TEST_F(RegistryTlsTest, RevokedClient_IsRefusedAfterAReload) {
     std::filesystem::create_directory(m_folder.Path("own"));
     const test::TestAuthority authority(m_folder.Path("own"));
@@ -178,6 +212,27 @@ TEST_F(RegistryTlsTest, RevokedClient_IsRefusedAfterAReload) {
     EXPECT_TRUE(
         AwaitLog("WARNING  Refused a TLS connection from 127.0.0.1 (CN=operator,O=Lab): certificate revoked\n"));
     EXPECT_THAT(Log(), HasSubstr("WARNING  TLS: "));
+    EXPECT_EQ(Stop(), 0);
+}
+
+TEST_F(RegistryTlsTest, CertificateThatHasExpired_DoesNotHinderTheStart) {
+    std::filesystem::create_directory(m_folder.Path("own"));
+    const test::TestAuthority authority(m_folder.Path("own"));
+    authority.Issue("server", {.days = -1});
+    for (const char* name : {"ca.pem", "server.pem", "server.key"}) {
+        std::filesystem::copy_file(authority.Path(name), m_folder.Path(name),
+                                   std::filesystem::copy_options::overwrite_existing);
+    }
+    Configure("<registry>\n<tls " + std::string(c_files) + " port='0'/>\n</registry>\n");
+    const std::string said = "certificate " + m_folder.Path("server.pem") + ": expired at ";
+    const Result check = Check();
+    EXPECT_EQ(check.status, 1);
+    EXPECT_THAT(check.output, HasSubstr(":4: error: " + said));
+    StartAndAwait();
+    EXPECT_TRUE(AwaitLog("WARNING  TLS: " + said)) << Log();
+    EXPECT_EQ(InClear({"ls"}).output, "boards\nfans\n");
+    const Result refused = OverTls({"ls"});
+    EXPECT_EQ(refused.status, 2);
     EXPECT_EQ(Stop(), 0);
 }
 

@@ -30,6 +30,7 @@ EXPECTED = [
     "share/man/man1/zelkor-regctl.1.gz",
     "share/man/man5/zelkor-platformd.xml.5.gz",
     "share/man/man8/zelkor-platformd.8.gz",
+    "share/zelkor/registry.idl",
     "share/zelkor/zelkor-platformd.xsd",
 ]
 PAGES = ("zelkor-platformd", "zelkor-platformd.xml", "zelkor-regctl", "zelkor-chassisctl")

@@ -127,6 +127,8 @@ class ServiceLife(ServiceTest):
         MANAGER.write(CONFIGURATION, SIMULATED.replace("<monitor>", '<monitor colour="red">'))
         self.start()
         self.assertRegex(self.journal(), f"{CONFIGURATION}:3: (error|warning): .*colour")
+        named = MANAGER.run("journalctl", "-o", "cat", "--no-pager", "-t", "zelkor-platformd", "--since", self.begin).stdout
+        self.assertIn("colour", named, "the finding stands under another name than the daemon's")
 
     def test_check_that_does_not_end_is_ended(self):
         command = [line for line in MANAGER.run("systemctl", "cat", UNIT).stdout.splitlines()
@@ -244,7 +246,7 @@ class Restrictions(ServiceTest):
 
     def restrictions(self, own):
         """A unit with these lines, restricted as the service is."""
-        other = ("Type=", "Exec", "Watchdog", "Restart")
+        other = ("Type=", "Exec", "Watchdog", "Restart", "SyslogIdentifier=")
         lines = [line for line in MANAGER.read(UNIT_FILE).splitlines() if not line.startswith(other)]
         return "\n".join(lines).replace("[Service]\n", "[Service]\n" + own)
 

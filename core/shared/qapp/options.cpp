@@ -85,13 +85,15 @@ po::options_description DescribeOptions(const Options& defaults) {
 Options ParseOptions(int argc, const char* const* argv, const po::options_description& description,
                      po::variables_map& values) {
     try {
-        const po::positional_options_description noPositional;
-        po::store(
-            po::command_line_parser(argc, argv).options(description).positional(noPositional).style(c_style).run(),
-            values);
+        const po::parsed_options parsed = po::command_line_parser(argc, argv).options(description).style(c_style).run();
+        for (const po::option& option : parsed.options) {
+            if (option.position_key >= 0) {
+                throw qstd::Exception("unexpected argument \"" + option.value.front() +
+                                      "\" on the command line; options begin with \"-\"");
+            }
+        }
+        po::store(parsed, values);
         po::notify(values);
-    } catch (const po::too_many_positional_options_error&) {
-        throw qstd::Exception("unexpected argument on the command line; options begin with \"-\"");
     } catch (const po::error& error) {
         throw qstd::Exception(error.what());
     }

@@ -10,6 +10,7 @@
 #include "qreg/tls/identity.h"
 #include "qreg/tls/subject.h"
 #include "qstd/exception.h"
+#include "qstd/log.h"
 
 namespace qapp {
 
@@ -217,7 +218,13 @@ qreg::ServerSettings ReadRegistrySettings(const qcfg::Configuration& configurati
 
 std::shared_ptr<const qreg::tls::Identity> ReadTlsIdentity(const qcfg::Configuration& configuration) {
     const auto tls = FindOnlySection(configuration, RegistryRule().name)->FindChild(c_tlsElement);
-    return ReadIdentityAtLine(*tls, configuration);
+    return ReadIdentityAtLine(*tls, configuration, qreg::tls::Outdated_e::refused);
+}
+
+void TellTlsConcerns(const qreg::tls::Identity& identity) {
+    for (const std::string& concern : identity.FindConcerns()) {
+        qstd::LogWarning("TLS: " + concern);
+    }
 }
 
 qcfg::Findings CheckTlsSection(const qcfg::Configuration& configuration, const Options& options) {
@@ -235,7 +242,8 @@ qcfg::Findings CheckTlsSection(const qcfg::Configuration& configuration, const O
         findings.push_back({qcfg::Severity_e::error, tls->GetLine(), problem});
     }
     try {
-        for (const std::string& concern : ReadIdentity(*tls, configuration)->FindConcerns()) {
+        const auto identity = ReadIdentity(*tls, configuration, qreg::tls::Outdated_e::refused);
+        for (const std::string& concern : identity->FindConcerns()) {
             findings.push_back({qcfg::Severity_e::warning, tls->GetLine(), concern});
         }
     } catch (const qstd::Exception& error) {

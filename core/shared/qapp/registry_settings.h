@@ -25,10 +25,13 @@ qcfg::Findings CheckTlsSection(const qcfg::Configuration& configuration, const O
 /// @throws qstd::Exception "FILE:LINE: text" saying which file is wrong, and how.
 std::shared_ptr<const qreg::tls::Identity> ReadTlsIdentity(const qcfg::Configuration& configuration);
 
+/// Tells the log what does not hold today, or will not for long.
+void TellTlsConcerns(const qreg::tls::Identity& identity);
+
 /// How the registry server is to run: what the section <registry> says, and what the command line says in its place.
 /// @param defaults what holds where neither says anything
 /// @throws qstd::Exception "FILE:LINE: text" for anything in the section that the rules do not allow, for an error of
-///         CheckTlsSection, and for a second section.
+///         CheckTlsSection but a date, and for a second section.
 qreg::ServerSettings ReadRegistrySettings(const qcfg::Configuration& configuration, const Options& options,
                                           qreg::ServerSettings defaults);
 

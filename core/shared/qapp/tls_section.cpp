@@ -5,7 +5,6 @@
 
 #include "qcfg/document.h"
 #include "qcfg/value_types.h"
-#include "qreg/tls/identity.h"
 #include "qstd/exception.h"
 
 namespace qapp {
@@ -101,7 +100,8 @@ qcfg::ElementRule TlsRule() {
 }
 
 std::shared_ptr<const qreg::tls::Identity> ReadIdentity(const qcfg::Element& tls,
-                                                        const qcfg::Configuration& configuration) {
+                                                        const qcfg::Configuration& configuration,
+                                                        qreg::tls::Outdated_e outdated) {
     const auto resolve = [&](const std::string& name) {
         return Has(tls, name)
                    ? std::filesystem::path(configuration.ResolvePath(TextOf(tls, name))).lexically_normal().string()
@@ -114,13 +114,15 @@ std::shared_ptr<const qreg::tls::Identity> ReadIdentity(const qcfg::Element& tls
                                  .key = isCredential ? CredentialPath(TextOf(tls, "key-credential")) : resolve("key"),
                                  .isKeyCredential = isCredential,
                                  .ca = resolve("ca"),
-                                 .crl = resolve("crl")});
+                                 .crl = resolve("crl")},
+        outdated);
 }
 
 std::shared_ptr<const qreg::tls::Identity> ReadIdentityAtLine(const qcfg::Element& tls,
-                                                              const qcfg::Configuration& configuration) {
+                                                              const qcfg::Configuration& configuration,
+                                                              qreg::tls::Outdated_e outdated) {
     try {
-        return ReadIdentity(tls, configuration);
+        return ReadIdentity(tls, configuration, outdated);
     } catch (const qstd::Exception& error) {
         throw qstd::Exception(qcfg::AtLine(configuration.GetFileName(), tls.GetLine(), error.what()));
     }
@@ -129,7 +131,7 @@ std::shared_ptr<const qreg::tls::Identity> ReadIdentityAtLine(const qcfg::Elemen
 qreg::TlsSettings ReadTlsSection(const qcfg::Element& tls, const qcfg::Configuration& configuration,
                                  const std::string& listen) {
     qreg::TlsSettings settings;
-    settings.identity = ReadIdentityAtLine(tls, configuration);
+    settings.identity = ReadIdentityAtLine(tls, configuration, qreg::tls::Outdated_e::taken);
     long long port = 0;
     if (tls.GetAttrValue("port", port)) {
         settings.port = static_cast<int>(port);

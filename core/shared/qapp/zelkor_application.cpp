@@ -244,6 +244,7 @@ void ZelkorApplication::OpenRegistry(const Options& options) {
     m_isAnyPort = settings.port == 0;
     m_isAnyTlsPort = isTlsBeside && *settings.tls->port == 0;
     if (m_createServer) {
+        m_firstIdentity = settings.tls ? settings.tls->identity : nullptr;
         m_server = m_createServer(settings, m_registry);
     }
 }
@@ -263,6 +264,10 @@ void ZelkorApplication::AcceptRequests() {
     if (m_isAnyTlsPort) {
         tell(m_server->GetTlsPort());
     }
+    if (m_firstIdentity != nullptr) {
+        TellTlsConcerns(*m_firstIdentity);
+        m_firstIdentity = nullptr;
+    }
 }
 
 void ZelkorApplication::RenewTls() {
@@ -273,9 +278,7 @@ void ZelkorApplication::RenewTls() {
         const std::shared_ptr<const qreg::tls::Identity> identity = ReadTlsIdentity(m_config);
         m_server->RenewTls(*identity);
         qstd::LogInfo("TLS: certificates, key and revocation lists were read anew.");
-        for (const std::string& concern : identity->FindConcerns()) {
-            qstd::LogWarning("TLS: " + concern);
-        }
+        TellTlsConcerns(*identity);
     } catch (const std::exception& error) {
         qstd::LogError(std::string("TLS goes on with the files as they were read before - ") + error.what());
     }

@@ -157,8 +157,10 @@ private:
     qapp::PidFile m_pidFile;
     qreg::ServerFactory m_createServer;
     std::unique_ptr<qreg::Server> m_server;  ///< from before OnPostInit to the end of Run
-    bool m_isAnyPort = false;                ///< the system chose the server's port
-    bool m_isAnyTlsPort = false;             ///< and that of TLS beside it
+    /// What TLS began with, until its concerns are told; null without TLS.
+    std::shared_ptr<const qreg::tls::Identity> m_firstIdentity;
+    bool m_isAnyPort = false;     ///< the system chose the server's port
+    bool m_isAnyTlsPort = false;  ///< and that of TLS beside it
     std::vector<std::unique_ptr<ZelkorBoard>> m_boards;
 };
 

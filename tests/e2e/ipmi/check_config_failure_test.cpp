@@ -33,12 +33,19 @@ TEST_F(IpmiCheckConfigTest, BoardsThatAnswer_AreProved_ADeadOneIsWarnedOf) {
     const std::string file = m_folder.Path("config.xml");
     EXPECT_EQ(all.status, 1);
     EXPECT_EQ(all.error, "");
-    const std::string wrongLimit = file +
-                                   ":12: error: Upper temperature limit is invalid: 81 > 80, the upper non-critical "
-                                   "limit of sensor 1 of icb/0 (T1)\n";
+    // Of 10 sensors a board, all with the same limit.
+    const auto wrongLimit = [&file](int more) {
+        std::string text =
+            file + ":12: error: Upper temperature limit is invalid: 81 > 80, the upper non-critical limit of ";
+        text += "sensor 1 of icb/0 (T1); also below: ";
+        for (const char* id : {"2", "3", "4", "5", "6"}) {
+            text += std::string(*id == '2' ? "" : ", ") + "sensor " + id + " of icb/0 (T" + id + "): 80";
+        }
+        return text + " and " + std::to_string(more) + " more\n";
+    };
     const std::string noEleven = ":9: error: <include>: board \"io/1\" has no sensor 11\n";
     EXPECT_EQ(all.output,
-              file + noEleven + file + ":10: error: <include>: board \"io/2\" has no sensor 11\n" + wrongLimit);
+              file + noEleven + file + ":10: error: <include>: board \"io/2\" has no sensor 11\n" + wrongLimit(24));
 
     Kill(m_sites[2], Death_e::frozen);
     const test::Result some = Check(took);
@@ -50,7 +57,7 @@ TEST_F(IpmiCheckConfigTest, BoardsThatAnswer_AreProved_ADeadOneIsWarnedOf) {
     EXPECT_THAT(some.output, testing::EndsWith("\n" + file + noEleven + file +
                                                ":10: warning: <include>: whether there is a sensor 11 cannot be "
                                                "proved: no answer from io/2\n" +
-                                               wrongLimit));
+                                               wrongLimit(14)));
     EXPECT_LT(took, std::chrono::seconds(10));
 
     EXPECT_EQ(FanRegisters(), registers);

@@ -211,6 +211,31 @@ TEST_F(ConfigurationProof, BoardThatThePoolDoesNotFind_MayBeOfAnyType) {
                             "u:a"));
 }
 
+TEST_F(ConfigurationProof, FanRegistersThatCannotBeRead_ToldAtTheBoardOfTheFans) {
+    const std::string boards = "<boards backend='x'>\n<board uri='u:a'/></boards>\n";
+    const std::string fans = std::string("<temperature_control>") + c_goodFans + "</temperature_control>";
+    const std::string text =
+        "c.xml:3: warning: board u:a: its fan registers cannot be read, so the fans do not follow the temperature: ";
+    ON_CALL(m_boards.icb, FpgaSpiRead).WillByDefault(Throw(qstd::Exception("0xC1\n(invalid command)")));
+    EXPECT_THAT(Prove(boards + fans), ElementsAre(text + "0xC1?(invalid command)"));
+    ON_CALL(m_boards.icb, FpgaSpiRead).WillByDefault(Return(bmc::FpgaReadResult{1, 0}));
+    EXPECT_THAT(Prove(boards + fans), ElementsAre(text + "the transfer failed"));
+    EXPECT_THAT(Prove(boards + "<temperature_control enabled='false'>" + c_goodFans + "</temperature_control>"),
+                IsEmpty());
+    EXPECT_THAT(Prove(boards), IsEmpty());
+}
+
+TEST_F(ConfigurationProof, NoBoardWithFans_AnErrorWhenAllBoardsAnswer) {
+    ON_CALL(m_boards.icb, GetType).WillByDefault(Return(bmc::BoardType_e::io));
+    EXPECT_THAT(
+        Prove(std::string("\n<temperature_control>") + c_goodFans + "</temperature_control>"),
+        ElementsAre("c.xml:3: error: <temperature_control>: the chassis has no board of the type \"icb\", through "
+                    "which the fans are set"));
+    Silence(m_boards.slot2);
+    EXPECT_THAT(Prove(std::string("\n<temperature_control>") + c_goodFans + "</temperature_control>"),
+                ElementsAre(testing::StartsWith("c.xml:1: warning: board u:b does not answer")));
+}
+
 TEST_F(ConfigurationProof, Table_EveryFindingAtItsRow) {
     EXPECT_THAT(
         ProveFans("<set lower='40' upper='50' rpm='3000'/>\n<set lower='55' upper='76' rpm='4000'/>\n"

@@ -64,6 +64,14 @@ std::vector<ProofCase> Errors() {
          {c_inlet, Sensor("the outlet", SensorReading(55), SensorReading(90))},
          {"1: E Upper temperature limit is invalid: 60 > 55, the upper non-critical limit of the outlet",
           "2: E Upper temperature limit is invalid: 70 > 55, the upper non-critical limit of the outlet"}},
+        {"OtherSensorsThatTheRowIsTooHotFor_AreNamed",
+         {{30, 60, 3000}, {50, 70, 6500}},
+         {c_inlet, Sensor("a", SensorReading(55), c_none), Sensor("b", SensorReading(45.5), c_none),
+          Sensor("c", SensorReading(65), c_none), Sensor("d", c_none, c_none)},
+         {"0: E Upper temperature limit is invalid: 60 > 45.5, the upper non-critical limit of b; also below: a: 55",
+          "1: E Upper temperature limit is invalid: 70 > 45.5, the upper non-critical limit of b; also below: a: 55, "
+          "c: "
+          "65"}},
         {"NoSensorHasALimit",
          {{40, 50, 3000}},
          {Sensor("the inlet", c_none, c_none)},

@@ -14,6 +14,7 @@ namespace {
 
 using qreg::tls::Identity;
 using qreg::tls::IdentityFiles;
+using qreg::tls::Outdated_e;
 using qreg::tls::Side_e;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -155,6 +156,24 @@ TEST_F(IdentityTest, CertificateOutsideItsTime_IsRefused) {
     test::ManualClock clock;  // some time that is not today
     clock.SetCalendarBy(-std::chrono::hours(24) * 365 * 30);
     EXPECT_THAT(Refusal(Files()), StartsWith("certificate " + Path("server.pem") + ": holds only from 20"));
+}
+
+TEST_F(IdentityTest, WhatDoesNotHoldToday_IsAConcernWhereItIsTaken) {
+    s_authority->Issue("past", {.subject = "/CN=past", .days = -1});
+    const Identity past(Side_e::server, Files("past"), Outdated_e::taken);
+    EXPECT_THAT(past.FindConcerns(),
+                ElementsAre(testing::AllOf(StartsWith("certificate " + Path("past.pem") + ": expired at 20"),
+                                           testing::EndsWith(" UTC (CN=past)"))));
+    s_authority->WriteRevocations("list");
+    IdentityFiles files = Files();
+    files.crl = Path("list.crl");
+    test::ManualClock clock;
+    clock.SetCalendarBy(std::chrono::hours(24) * 365 * 60);
+    EXPECT_THAT(Identity(Side_e::server, files, Outdated_e::taken).FindConcerns(),
+                testing::Contains(StartsWith("crl " + files.crl + ": expired at 20")));
+    clock.SetCalendarBy(-std::chrono::hours(24) * 365 * 90);
+    EXPECT_THAT(Identity(Side_e::server, Files(), Outdated_e::taken).FindConcerns(),
+                ElementsAre(StartsWith("certificate " + Path("server.pem") + ": holds only from 20")));
 }
 
 TEST_F(IdentityTest, CertificateThatEndsSoon_IsAConcern) {

@@ -127,22 +127,28 @@ struct Identity::Parts {
 
 namespace {
 
+std::string SubjectIn(const X509& certificate) {
+    return " (" + NameText(*X509_get_subject_name(&certificate)) + ")";
+}
+
+/// Empty when it holds already.
+std::string FindBegin(const X509& certificate) {
+    const ASN1_TIME* const begin = X509_get0_notBefore(&certificate);
+    return Compare(begin, Now()) > 0 ? "holds only from " + TimeText(begin) + SubjectIn(certificate) : "";
+}
+
 void RefuseOutsideItsTime(const std::string& path, const X509& certificate) {
-    const std::time_t now = Now();
-    const std::string subject = " (" + NameText(*X509_get_subject_name(&certificate)) + ")";
-    if (Compare(X509_get0_notBefore(&certificate), now) > 0) {
-        Refuse("certificate", path, "holds only from " + TimeText(X509_get0_notBefore(&certificate)) + subject);
+    if (const std::string begin = FindBegin(certificate); !begin.empty()) {
+        Refuse("certificate", path, begin);
     }
-    if (Compare(X509_get0_notAfter(&certificate), now) <= 0) {
-        Refuse("certificate", path, "expired at " + TimeText(X509_get0_notAfter(&certificate)) + subject);
+    if (Compare(X509_get0_notAfter(&certificate), Now()) <= 0) {
+        Refuse("certificate", path,
+               "expired at " + TimeText(X509_get0_notAfter(&certificate)) + SubjectIn(certificate));
     }
 }
 
 void ProveOwnCertificate(Side_e side, const std::string& path, const std::vector<CertificatePtr>& certificates,
                          const std::string& keyPath, EVP_PKEY* key) {
-    for (const CertificatePtr& certificate : certificates) {
-        RefuseOutsideItsTime(path, *certificate);
-    }
     X509* const own = certificates.front().get();
     const bool isServer = side == Side_e::server;
     if (X509_check_purpose(own, isServer ? X509_PURPOSE_SSL_SERVER : X509_PURPOSE_SSL_CLIENT, 0) != 1) {
@@ -158,13 +164,18 @@ void ProveOwnCertificate(Side_e side, const std::string& path, const std::vector
 
 }  // namespace
 
-Identity::Identity(Side_e side, const IdentityFiles& files)
+Identity::Identity(Side_e side, const IdentityFiles& files, Outdated_e outdated)
     : m_files(files), m_parts([&] {
           auto parts = std::make_unique<Parts>();
           if (!files.certificate.empty()) {
               parts->certificates =
                   ReadAll<CertificatePtr>("certificate", files.certificate, "certificate", PEM_read_bio_X509);
               parts->key = ReadKey(files);
+              if (outdated == Outdated_e::refused) {
+                  for (const CertificatePtr& certificate : parts->certificates) {
+                      RefuseOutsideItsTime(files.certificate, *certificate);
+                  }
+              }
               ProveOwnCertificate(side, files.certificate, parts->certificates, files.key, parts->key.get());
           }
           parts->authorities = ReadAll<CertificatePtr>("ca", files.ca, "certificate", PEM_read_bio_X509);
@@ -172,7 +183,7 @@ Identity::Identity(Side_e side, const IdentityFiles& files)
               parts->revocations = ReadAll<CrlPtr>("crl", files.crl, "revocation list", PEM_read_bio_X509_CRL);
               for (const CrlPtr& list : parts->revocations) {
                   const ASN1_TIME* const end = X509_CRL_get0_nextUpdate(list.get());
-                  if (end != nullptr && Compare(end, Now()) <= 0) {
+                  if (outdated == Outdated_e::refused && end != nullptr && Compare(end, Now()) <= 0) {
                       Refuse("crl", files.crl, "is out of date since " + TimeText(end) + ": no peer could be taken");
                   }
               }
@@ -200,12 +211,13 @@ std::vector<std::string> Identity::FindConcerns() const {
         }
     };
     for (const CertificatePtr& certificate : m_parts->certificates) {
-        look("certificate", m_files.certificate, X509_get0_notAfter(certificate.get()),
-             " (" + NameText(*X509_get_subject_name(certificate.get())) + ")");
+        if (const std::string begin = FindBegin(*certificate); !begin.empty()) {
+            concerns.push_back("certificate " + m_files.certificate + ": " + begin);
+        }
+        look("certificate", m_files.certificate, X509_get0_notAfter(certificate.get()), SubjectIn(*certificate));
     }
     for (const CertificatePtr& authority : m_parts->authorities) {
-        look("ca", m_files.ca, X509_get0_notAfter(authority.get()),
-             " (" + NameText(*X509_get_subject_name(authority.get())) + ")");
+        look("ca", m_files.ca, X509_get0_notAfter(authority.get()), SubjectIn(*authority));
     }
     for (const CrlPtr& list : m_parts->revocations) {
         look("crl", m_files.crl, X509_CRL_get0_nextUpdate(list.get()), "; no peer is taken from then on");

@@ -15,6 +15,12 @@ enum class Side_e {
     client,
 };
 
+/// What becomes of an own certificate, or a revocation list, that does not hold today.
+enum class Outdated_e {
+    refused,
+    taken,  ///< FindConcerns tells of it; peers refuse the certificate, and nobody is taken by the list
+};
+
 /// The files that an identity is read from, all of them PEM.
 struct IdentityFiles {
     std::string certificate;  ///< its own, and behind it those that lead towards the root; empty: none, for a client
@@ -32,14 +38,14 @@ public:
     static constexpr std::chrono::hours c_endsSoon{24 * 30};
 
     /// @throws qstd::Exception naming the file and what is wrong with it: it cannot be read or does not parse, others
-    ///         can read the key, the key does not fit the certificate, the certificate is not for this side, or today
-    ///         is outside the time it holds for.
-    Identity(Side_e side, const IdentityFiles& files);
+    ///         can read the key, the key does not fit the certificate, the certificate is not for this side, or, unless
+    ///         that is @p outdated, today is outside the time it holds for.
+    Identity(Side_e side, const IdentityFiles& files, Outdated_e outdated = Outdated_e::refused);
     Identity(const Identity&) = delete;
     Identity& operator=(const Identity&) = delete;
     ~Identity();
 
-    /// What is good today and will not be for long: sentences that name the file.
+    /// What does not hold today, or will not for long: sentences that name the file.
     std::vector<std::string> FindConcerns() const;
 
     /// Makes @p context speak TLS 1.2 and later as this identity, and take no peer without a certificate that leads to
