@@ -94,10 +94,12 @@ protected:
         Relay().SetFaults({});
         EXPECT_TRUE(AwaitAnswer(0));
         std::this_thread::sleep_for(Milliseconds(50));  // for what the relay still holds
+        // With such short time-outs the controller may seem silent when it only waits for a processor.
         for (int id = 1; id <= c_sensors; ++id) {
-            EXPECT_EQ(Read(0, id), id * 8);
+            EXPECT_TRUE(Await([&] { return ErrorOf([&] { EXPECT_EQ(Read(0, id), id * 8); }).empty(); }));
         }
-        EXPECT_EQ(Board().FpgaSpiWrite(0x1000, 1).failed, 0);
+        EXPECT_TRUE(
+            Await([&] { return ErrorOf([&] { EXPECT_EQ(Board().FpgaSpiWrite(0x1000, 1).failed, 0); }).empty(); }));
         std::map<std::uint16_t, int> executed;
         for (const ExecutedWrite& write : Simulator().GetWrites()) {
             const auto value = static_cast<std::uint16_t>(write.data.at(2) << 8 | write.data.at(3));
@@ -130,8 +132,10 @@ TEST_P(RelayFaultKindTest, BothWays_NeverAWrongValue) {
     Start();
     m_mostExecutions = GetParam().faults.duplicate > 0 ? 2 : 1;
     Relay().SetFaults(GetParam().faults);
-    UseDuring([] { std::this_thread::sleep_for(std::chrono::seconds(1)); });
-    EXPECT_GT(m_right, 0);
+    UseDuring([this] {
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        EXPECT_TRUE(Await([this] { return m_right > 0; }));
+    });
     ExpectAllWellAfterwards();
 }
 
@@ -153,8 +157,8 @@ TEST_F(RelayFaultTest, AnswersLaterThanTheTimeout_AreTakenForNoOthers) {
             Relay().SetFaults({});
             std::this_thread::sleep_for(Milliseconds(70));
         }
+        EXPECT_TRUE(Await([this] { return m_right > 0; }));
     });
-    EXPECT_GT(m_right, 0);
     EXPECT_GT(m_openings.opened, 1) << "late answers cost sessions";
     ExpectAllWellAfterwards();
 }
@@ -192,7 +196,10 @@ TEST_P(RelayFuzzTest, RandomFaultsBothWays_NeverAWrongValue) {
     UseDuring([&] {
         std::mt19937 random(seed);
         const auto end = Clock::now() + length;
-        for (int round = 0; Clock::now() < end; ++round) {
+        const auto isEnough = [this] { return m_right > 100 && m_failed > 0; };
+        // Longer on a busy machine.
+        for (int round = 0; Clock::now() < end || (!isEnough() && Clock::now() < end + std::chrono::seconds(90));
+             ++round) {
             Relay().SetFaults(RelayDirection_e::to_server, DrawFaults(random));
             Relay().SetFaults(RelayDirection_e::to_client, DrawFaults(random));
             std::this_thread::sleep_for(Milliseconds(random() % 150));
