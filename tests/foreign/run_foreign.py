@@ -87,7 +87,7 @@ def converse(server, folder, client, wanted):
 
 def talk(options, server, folder):
     """The conversations of one run."""
-    limit = 100 * server.slowness
+    limit = 200 * server.slowness
     socket = pathlib.Path(server.folder.name) / "chassis.sock"
     if options.regctl:
         def tool(port):
