@@ -18,7 +18,7 @@ using testing::StartsWith;
 
 class StopTest : public test::ChassisTest {
 protected:
-    /// What a stop takes on boards that are slow is measured elsewhere. This is far above it.
+    /// What a stop takes on boards that are slow is measured by bench/daemon_life.py. This is far above it.
     static constexpr std::chrono::seconds c_stopLimit{30};
 
     static constexpr const char* c_everySecond =

@@ -1,5 +1,6 @@
-// The daemon is asked to stop while its boards are dead, and is soon gone. How soon is measured elsewhere (two seconds
-// on a machine that has nothing else to do); here the limit lies between that and what waiting for a board takes.
+// The daemon is asked to stop while its boards are dead, and is soon gone: within two seconds on a machine that has
+// nothing else to do, which is what the time for the boards' answers and for the last try add up to. The limit here
+// lies between that and what waiting for a board takes; how long it took is printed.
 
 #include "failing_boards_fixture.h"
 
