@@ -78,7 +78,7 @@ def refusal(programs, words):
                 arguments = arguments[:place] + arguments[place + 2:]
         arguments = [*NOBODY[name], *arguments]
         expected = 2
-    done = subprocess.run([programs / name, *arguments], capture_output=True, text=True, timeout=60, check=False,
+    done = subprocess.run([programs / name, *arguments], capture_output=True, text=True, timeout=200, check=False,
                           stdin=subprocess.DEVNULL)
     if done.returncode == expected:
         return None

@@ -158,7 +158,7 @@ TEST_F(CheckConfigTest, BoardsThatFail_AreWarnedOf_WritesNothing_AndEndsInTime) 
     EXPECT_THAT(slow.output, HasSubstr("warning: board slot/2" + unproved + "it takes too long\n"));
     EXPECT_THAT(slow.output, HasSubstr(noSensor));
     EXPECT_GT(took, std::chrono::seconds(14));
-    EXPECT_LT(took, std::chrono::seconds(25));
+    EXPECT_LT(took, std::chrono::seconds(90)) << "an access takes an hour";
     EXPECT_EQ(test::ReadFile(m_folder.Path("journal")), "") << "nothing was done to the hardware";
     EXPECT_FALSE(test::Exists(m_folder.Path("log")));
 }

@@ -43,9 +43,10 @@ protected:
         throw std::runtime_error(name + " is in none of the folders " + folders);
     }
 
-    /// Waits until @p isTrue, looking every few milliseconds. @return whether it came true.
-    static bool Await(const std::function<bool()>& isTrue, std::chrono::seconds limit = std::chrono::seconds(30)) {
-        const auto end = std::chrono::steady_clock::now() + limit;
+    /// Waits until @p isTrue, looking every few milliseconds: as long as a machine that has much else to do may need.
+    /// @return whether it came true.
+    static bool Await(const std::function<bool()>& isTrue) {
+        const auto end = std::chrono::steady_clock::now() + c_waitLimit;
         while (!isTrue()) {
             if (std::chrono::steady_clock::now() > end) {
                 return false;

@@ -21,6 +21,9 @@ const std::vector<std::string> c_stopped{
     "INFO     *Monitor process stopped", "INFO     *Damage Protection process stopped",
     "INFO     *Temperature Control process stopped", "INFO     *Time synchronization process stopped"};
 
+/// What the stop says, besides, where the machine is so loaded that it does not learn in time that the fans are fast.
+const std::string c_setOnceMore = "INFO     Fans changed from 0 RPM to 6500 RPM.";
+
 TEST_F(DaemonTest, LogLines_HaveAPrefixOf35CharactersUnderWhichReportsAlign) {
     Configure("<monitor><frequency>60</frequency></monitor>");
     StartAndAwait();
@@ -97,7 +100,9 @@ TEST_F(DaemonTest, HangUp_ReopensLogAndTraceAndTheDaemonGoesOn) {
     EXPECT_EQ(Stop(), 0);
     std::vector<std::string> last = c_stopped;
     last.emplace_back("INFO     ***Platform daemon is stopping.");
-    EXPECT_THAT(Messages(), testing::UnorderedElementsAreArray(last));
+    std::vector<std::string> messages = Messages();
+    messages.erase(std::remove(messages.begin(), messages.end(), c_setOnceMore), messages.end());
+    EXPECT_THAT(messages, testing::UnorderedElementsAreArray(last));
     EXPECT_THAT(test::ReadFile(log + ".1"), HasSubstr("***Platform daemon started"));
     EXPECT_THAT(test::ReadFile(trace), HasSubstr("***Platform daemon is stopping."));
     EXPECT_THAT(test::ReadFile(trace + ".1"), HasSubstr("***Platform daemon started"));
@@ -184,7 +189,7 @@ TEST_F(DaemonTest, StopAtManyMomentsOfASlowPass_IsAlwaysOrderly) {
         EXPECT_EQ(Chassis({"slow", "slot/2", "20"}).status, 0);
         std::this_thread::sleep_for(std::chrono::milliseconds(delay));
         EXPECT_EQ(Stop(), 0) << "after " << delay << " ms";
-        EXPECT_THAT(Messages().back(), testing::EndsWith(" stopped"));
+        EXPECT_THAT(Messages().back(), testing::AnyOf(testing::EndsWith(" stopped"), c_setOnceMore));
         EXPECT_THAT(Messages(), IsSupersetOf(c_stopped));
     }
 }
@@ -203,7 +208,8 @@ TEST_F(DaemonTest, StopWhileAWorkerReadsItsSettings_TheWorkerEndsAfterMainWithAl
                                               "INFO     Monitor settings:", "INFO     *Monitor process stopped",
                                               "INFO     *Damage Protection process stopped",
                                               "INFO     *Temperature Control process stopped"}));
-        EXPECT_THAT(Messages().back(), testing::AnyOf(testing::EndsWith(" stopped"), testing::EndsWith(" settings:")));
+        EXPECT_THAT(Messages().back(),
+                    testing::AnyOf(testing::EndsWith(" stopped"), testing::EndsWith(" settings:"), c_setOnceMore));
     }
 }
 

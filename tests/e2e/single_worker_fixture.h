@@ -35,9 +35,22 @@ protected:
     /// Starts the daemon with @p section for the worker, and waits until that has said its settings.
     void Run(const std::string& section, const std::string& chassis = c_threeBoards,
              const std::vector<std::string>& options = {}) {
+        RunProgramFor(section, Program("zelkor-platformd"), chassis, options);
+    }
+
+    /// The same of a daemon whose stop asks the controller how fast the fans are for as long as that takes; the shipped
+    /// one does for half a second, which a loaded machine may miss.
+    void RunUntilAnswered(const std::string& section) {
+        RunProgramFor(section, Program("held_daemon"), c_threeBoards, {});
+    }
+
+    void RunProgramFor(const std::string& section, const std::string& program, const std::string& chassis,
+                       const std::vector<std::string>& options) {
         std::filesystem::remove_all(m_folder.Path("log"));
         Configure(OthersDisabled() + section, chassis);
-        Start(options);
+        std::vector<std::string> command = Command(options);
+        command[0] = program;
+        m_daemon = std::make_unique<Process>(command, m_folder.Path("out"), m_folder.Path("err"));
         ASSERT_TRUE(AwaitLog(m_name + " settings:")) << ReadFile(m_folder.Path("err"));
     }
 

@@ -18,6 +18,9 @@ using testing::StartsWith;
 
 class StopTest : public test::ChassisTest {
 protected:
+    /// What a stop takes on boards that are slow is measured by bench/daemon_life.py. This is far above it.
+    static constexpr std::chrono::seconds c_stopLimit{30};
+
     static constexpr const char* c_everySecond =
         "<monitor><frequency>1</frequency><filter><absolute enabled='false'/></filter></monitor>\n"
         "<damage_protection><frequency>1</frequency></damage_protection>\n"
@@ -25,10 +28,23 @@ protected:
         "</temperature_control>\n"
         "<timesync><frequency>1</frequency><delta>2</delta></timesync>\n";
 
+    /// How long a stop asks boards how things are.
+    enum class Patience_e {
+        shipped,  ///< half a second, which a loaded machine may miss with boards that are quick
+        endless   ///< until they answer
+    };
+
+    /// Starts the configured daemon.
+    void Start(Patience_e patience, const std::vector<std::string>& options = {}) {
+        std::vector<std::string> command = Command(options);
+        command[0] = patience == Patience_e::endless ? Program("held_daemon") : command[0];
+        m_daemon = std::make_unique<test::Process>(command, m_folder.Path("out"), m_folder.Path("err"));
+    }
+
     /// Runs the daemon with all workers until each has begun its passes.
-    void StartAll(const std::vector<std::string>& options = {}) {
+    void StartAll(Patience_e patience = Patience_e::shipped, const std::vector<std::string>& options = {}) {
         Configure(c_everySecond);
-        Start(options);
+        Start(patience, options);
         ASSERT_TRUE(AwaitLog("Fans changed from ")) << test::ReadFile(m_folder.Path("err"));
         ASSERT_TRUE(AwaitLog("Monitor settings:"));
         ASSERT_TRUE(AwaitLog("Damage Protection settings:"));
@@ -84,6 +100,13 @@ TEST_F(StopTest, QuickBoards_FansAreLeftAtMaximumSpeed) {
     StartAll();
     EXPECT_EQ(Stop(), 0);
     ExpectOrderlyEnd();
+    EXPECT_THAT(LastChangeOfTheFans(), LeftFast());
+}
+
+TEST_F(StopTest, SpeedThatTheControllerTells_IsTheOneThatTheLogNames) {
+    StartAll(Patience_e::endless);
+    EXPECT_EQ(Stop(), 0);
+    ExpectOrderlyEnd();
     EXPECT_EQ(LastChangeOfTheFans(), "INFO     Fans changed from 4007 RPM to 6500 RPM.");
 }
 
@@ -93,7 +116,7 @@ TEST_F(StopTest, EveryBoardTakesASecond_PassesAreBrokenOffAndTheFansAreSet) {
     GoIntoAPass();
     const auto begin = steady_clock::now();
     EXPECT_EQ(Stop(), 0);
-    EXPECT_LT(steady_clock::now() - begin, std::chrono::seconds(10));
+    EXPECT_LT(steady_clock::now() - begin, c_stopLimit);
     ExpectOrderlyEnd();
     EXPECT_EQ(LastChangeOfTheFans(), "INFO     Fans changed from 0 RPM to 6500 RPM.");
 }
@@ -111,7 +134,7 @@ TEST_F(StopTest, ManyMomentsOfSlowPasses_AreAllOrderly) {
 }
 
 TEST_F(StopTest, ClientsWriteThatWaitsForASlowBoard_IsBrokenOffAndNeverUndoesTheStop) {
-    StartAll({"--trace-level", "4"});
+    StartAll(Patience_e::shipped, {"--trace-level", "4"});
     // Where a call is traced as it begins.
     const auto countSets = [this] {
         const auto lines = test::ReadLines(m_folder.Path("log/zelkor-platformd.trace"));
@@ -136,7 +159,7 @@ TEST_F(StopTest, ClientsWriteThatWaitsForASlowBoard_IsBrokenOffAndNeverUndoesThe
 }
 
 TEST_F(StopTest, SpeedThatNoRegisterStandsFor_DoesNotKeepTheFansFromBeingSet) {
-    StartAll();
+    StartAll(Patience_e::endless);
     FollowJournal();
     Ask({"set", "fans", "29.6"});
     ASSERT_TRUE(AwaitLog("Problem in Temperature Control process - Too high rpm value: 29"));
@@ -148,7 +171,8 @@ TEST_F(StopTest, SpeedThatNoRegisterStandsFor_DoesNotKeepTheFansFromBeingSet) {
 
 TEST_F(StopTest, RegisterThatDoesNotAnswer_TheOthersAreSetAndItIsTold) {
     Configure("<temperature_control enabled='false'/>\n");
-    StartAndAwait("*Temperature Control process stopped");
+    Start(Patience_e::endless);
+    ASSERT_TRUE(AwaitLog("*Temperature Control process stopped")) << test::ReadFile(m_folder.Path("err"));
     Ask({"set", "fans", "6500"});
     FollowJournal();
     Do({"fpga", "write", "0x58", "774"});  // one of the fans is slow, another one cannot be asked
@@ -163,7 +187,7 @@ TEST_F(StopTest, BoardsPastAnyPatience_StopEndsAllTheSameAndSaysThatTheFansAreNo
     MakeSlow("60000");
     GoIntoAPass();
     m_daemon->Signal(SIGTERM);
-    EXPECT_EQ(m_daemon->Wait(std::chrono::seconds(55)), 1);
+    EXPECT_EQ(m_daemon->Wait(), 1);
     const auto messages = MessagesOfTheStop();
     EXPECT_THAT(messages, Contains("ERROR    Problem at stop - Board icb/0 did not answer within 20000 ms: the access "
                                    "was given up"));

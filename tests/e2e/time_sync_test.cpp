@@ -95,24 +95,29 @@ protected:
                "frequency = " + frequency + " seconds\n" + indent + "delta     = " + delta + " seconds";
     }
 
+    /// Between the reading of a board's clock and that of the host's a second may begin, and a loaded machine may have
+    /// others to do.
+    static testing::Matcher<std::uint32_t> SomewhatMoreThan(std::uint32_t difference) {
+        return testing::ResultOf([difference](std::uint32_t found) { return found - difference; }, testing::Le(30U));
+    }
+
     static constexpr const char* c_everySecond = "<timesync><frequency>1</frequency></timesync>\n";
     const std::string c_started = "I: *Time synchronization process started.";
     const std::string c_stopped = "I: *Time synchronization process stopped";
 };
 
 TEST_F(BoardClockTest, DriftingClocks_AreSetToTheHostsTimeAndToldWithBothTimes) {
-    StartWith("", Boards({{"icb/0", "icb", "-10"}, {"os/0", "os", "-100"}, {"slot/2", "power_supply", "5"}}));
+    StartWith("", Boards({{"icb/0", "icb", "-10"}, {"os/0", "os", "-100"}, {"slot/2", "power_supply", "35"}}));
     ASSERT_TRUE(AwaitSet("slot_2"));
     const std::vector<SetClock> behind = SetClocksOf("icb_0");
     const std::vector<SetClock> ahead = SetClocksOf("slot_2");
     ASSERT_EQ(behind.size(), 1U);
     ASSERT_EQ(ahead.size(), 1U);
-    // A second may begin between the reading of the board's clock and that of the host's.
-    EXPECT_THAT(behind[0].difference, testing::AnyOf(10U, 11U));
+    EXPECT_THAT(behind[0].difference, SomewhatMoreThan(10));
     EXPECT_EQ(behind[0].difference, behind[0].newTime - behind[0].oldTime);
-    EXPECT_THAT(ahead[0].difference, testing::AnyOf(4294967291U, 4294967292U)) << "a board ahead wraps";
+    EXPECT_THAT(ahead[0].difference, SomewhatMoreThan(4294967261U)) << "a board ahead wraps";
     EXPECT_EQ(ahead[0].difference, static_cast<std::uint32_t>(ahead[0].newTime - ahead[0].oldTime));
-    EXPECT_LE(std::time(nullptr) - ahead[0].newTime, 60) << "the new time is that of the host";
+    EXPECT_LE(std::time(nullptr) - ahead[0].newTime, 200) << "the new time is that of the host";
     EXPECT_THAT(ActionsOn("icb/0"), testing::Contains("icb/0 SetTime " + std::to_string(behind[0].newTime)));
     EXPECT_THAT(ActionsOn("slot/2"), ElementsAre("slot/2 SetTime " + std::to_string(ahead[0].newTime)));
     EXPECT_THAT(ActionsOn("os/0"), ElementsAre()) << "the host is the reference";
@@ -139,18 +144,18 @@ TEST_F(BoardClockTest, ClockThatIsSet_IsLeftAloneUntilItDriftsAgain) {
     EXPECT_EQ(SetClocksOf("icb_0").size(), 1U);
     Do({"clock", "icb/0", "-30"});
     ASSERT_TRUE(AwaitSet("icb_0", 2));
-    EXPECT_THAT(SetClocksOf("icb_0")[1].difference, testing::AnyOf(30U, 31U));
+    EXPECT_THAT(SetClocksOf("icb_0")[1].difference, SomewhatMoreThan(30));
     EXPECT_EQ(SetClocksOf("slot_2").size(), 1U);
     EXPECT_EQ(Stop(), 0);
 }
 
 TEST_F(BoardClockTest, ClockInsideTheMargin_IsLeftAloneOnEitherSide) {
-    StartWith("", Boards({{"slot/1", "io", "1.5"},
-                          {"slot/2", "io", "-1.5"},
-                          {"slot/3", "io", "2.5"},
-                          {"slot/4", "io", "-2.5"},
-                          {"icb/0", "icb", "-9"},
-                          {"os/0", "os", "0"}}));
+    StartWith("<timesync><delta>60</delta></timesync>\n", Boards({{"slot/1", "io", "30"},
+                                                                  {"slot/2", "io", "-30"},
+                                                                  {"slot/3", "io", "90"},
+                                                                  {"slot/4", "io", "-90"},
+                                                                  {"icb/0", "icb", "-99"},
+                                                                  {"os/0", "os", "0"}}));
     ASSERT_TRUE(AwaitSet("icb_0"));  // the last of the pass
     EXPECT_EQ(SetClocksOf("slot_1").size(), 0U);
     EXPECT_EQ(SetClocksOf("slot_2").size(), 0U);
@@ -160,12 +165,12 @@ TEST_F(BoardClockTest, ClockInsideTheMargin_IsLeftAloneOnEitherSide) {
 }
 
 TEST_F(BoardClockTest, NumbersThatDoNotConvert_KeepTheirDefaultsAndHexadecimalOnesAreTaken) {
-    const std::string boards = Boards({{"slot/2", "io", "-4"}, {"icb/0", "icb", "-9"}, {"os/0", "os", "0"}});
-    StartWith("<timesync><frequency>abc</frequency><delta>0x5</delta></timesync>\n", boards);
+    const std::string boards = Boards({{"slot/2", "io", "-40"}, {"icb/0", "icb", "-90"}, {"os/0", "os", "0"}});
+    StartWith("<timesync><frequency>abc</frequency><delta>0x50</delta></timesync>\n", boards);
     ASSERT_TRUE(AwaitSet("icb_0"));
     EXPECT_EQ(Stop(), 0);
-    EXPECT_EQ(ReportOf(Worker::clocks), Settings("true", "3600", "5"));
-    EXPECT_EQ(SetClocksOf("slot_2").size(), 0U) << "5 seconds are allowed";
+    EXPECT_EQ(ReportOf(Worker::clocks), Settings("true", "3600", "80"));
+    EXPECT_EQ(SetClocksOf("slot_2").size(), 0U) << "80 seconds are allowed";
 
     std::filesystem::remove_all(m_folder.Path("log"));
     StartWith("<timesync enabled='perhaps'><frequency>0x</frequency><delta>2.5</delta></timesync>\n", boards);
@@ -308,7 +313,7 @@ TEST_F(BoardClockTest, NoDifferenceAllowed_EveryBoardIsSetInEveryPass) {
     EXPECT_GE(SetClocksOf("slot_2").size(), 2U);
     EXPECT_THAT(ActionsOn("os/0"), ElementsAre());
     for (const SetClock& set : SetClocksOf("slot_2")) {
-        EXPECT_THAT(set.difference, testing::AnyOf(0U, 1U));
+        EXPECT_THAT(set.difference, SomewhatMoreThan(0));
         EXPECT_EQ(set.difference, set.newTime - set.oldTime);
     }
     EXPECT_EQ(Stop(), 0);

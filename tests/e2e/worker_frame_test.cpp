@@ -104,7 +104,7 @@ TEST_F(WorkerFrameTest, StopWhileAllSleep_EndsThemWellBeforeTheirPeriods) {
     const auto begin = std::chrono::steady_clock::now();
     m_daemon->Signal(SIGTERM);
     EXPECT_EQ(Stop(), 0) << "a second request changes nothing";
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(60)) << "periods are of an hour";
     ExpectOrderlyEnd();
 }
 

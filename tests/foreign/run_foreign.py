@@ -79,7 +79,7 @@ def converse(server, folder, client, wanted):
         client(int(relay.stdout.readline()))
     finally:
         relay.terminate()
-        relay.wait(10)
+        relay.wait(60)
     operations = analyse(capture, server.port)
     expect(wanted <= operations, f"the analyser does not see {sorted(wanted - operations)} in {sorted(operations)}")
     print(f"well-formed, {len(operations)} operations recognised")
@@ -87,7 +87,7 @@ def converse(server, folder, client, wanted):
 
 def talk(options, server, folder):
     """The conversations of one run."""
-    limit = 20 * server.slowness
+    limit = 200 * server.slowness
     socket = pathlib.Path(server.folder.name) / "chassis.sock"
     if options.regctl:
         def tool(port):

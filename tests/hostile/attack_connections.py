@@ -10,7 +10,7 @@ import giop
 from cases import case, throw
 from giop import Closed, Connection, Refused
 from registry_calls import get, poll, read_lease, read_value, subscribe, subtree
-from server_process import expect, wait_until
+from server_process import SETTLE_SECONDS, expect, wait_until
 
 
 def is_open(client):
@@ -24,12 +24,13 @@ def is_open(client):
         return False
 
 
-def open_connections(server, count):
-    """So many connections, more than the server allows. Those that it closes are closed here too, until no more are for
-    half a second; it may take its time to come to the first one. @return those that stay"""
+def open_connections(server, count, most):
+    """So many connections, more than the server allows. Those that it closes are closed here too, until `most` are left or
+    fewer and no more are closed for a second: it may take its time to come to each. @return those that stay"""
     clients = [server.connect() for _ in range(count)]
     last_change = time.monotonic()
-    while time.monotonic() - last_change < (0.5 if len(clients) < count else 10) * server.slowness:
+    end = last_change + 100 * min(server.slowness, 4)
+    while time.monotonic() < end and (len(clients) > most or time.monotonic() - last_change < server.slowness):
         kept = [client for client in clients if is_open(client)]
         if len(kept) < len(clients):
             last_change = time.monotonic()
@@ -37,7 +38,7 @@ def open_connections(server, count):
             clients = kept
         time.sleep(0.05)
     for client in clients:
-        client.socket.settimeout(10.0 * server.slowness)
+        client.socket.settimeout(60.0 * server.slowness)
     return clients
 
 
@@ -58,15 +59,15 @@ def check_each(clients, path, what):
 @case("connections")
 def a_thousand_connections(server):
     """As many as are allowed: each is served, and the surplus is closed at once without harm to the others."""
-    clients = open_connections(server, 1200)
+    clients = open_connections(server, 1200, 1000)
     expect(950 <= len(clients) <= 1000, f"{len(clients)} of 1200 connections are held, 1000 are allowed")
-    expect(server.cpu_share() < 0.15, "the server is busy with connections that want nothing")
+    server.check_rests(0.15, "with connections that want nothing")
     check_each(clients, server.names.number, "when all are taken")
     for _ in range(300):  # knocking at the door of a full house
         server.connect().close()
     check_each(clients[::50], server.names.number, "after more were refused")
     close_all(clients)
-    expect(wait_until(lambda: answers(server), 5 * server.slowness), "no new connection is taken after all have gone")
+    expect(wait_until(lambda: answers(server), SETTLE_SECONDS * server.slowness), "no new connection is taken after all have gone")
 
 
 def answers(server):
@@ -80,12 +81,12 @@ def answers(server):
 @case("descriptors")
 def descriptors_exhausted(server):
     """The server may open few files: it refuses connections in time, keeps serving those it has, and does not spin."""
-    clients = open_connections(server, 150)
+    clients = open_connections(server, 150, 119)
     expect(8 <= len(clients) < 120, f"{len(clients)} connections are held where 100 files may be open")
-    expect(server.cpu_share() < 0.15, "the server is busy with connections that it cannot take")
+    server.check_rests(0.15, "with connections that it cannot take")
     check_each(clients, server.names.number, "when descriptors are short")
     close_all(clients)
-    expect(wait_until(lambda: answers(server), 5 * server.slowness), "no new connection is taken after all have gone")
+    expect(wait_until(lambda: answers(server), SETTLE_SECONDS * server.slowness), "no new connection is taken after all have gone")
 
 
 @case("connections")
@@ -143,7 +144,7 @@ def every_version_and_byte_order(server):
 def subscriber_that_waits(port, path, told):
     """A client in a process of its own: subscribes, and waits in a poll until it is killed."""
     client = Connection(port, 60)
-    subscription, _, _ = read_lease(client.call("subscribe", subscribe([path], lease_s=2)))
+    subscription, _, _ = read_lease(client.call("subscribe", subscribe([path], lease_s=60)))
     client.send(giop.request(5, "poll", poll(subscription, wait_ms=20000)))
     told.send(subscription)
     signal.pause()
@@ -151,8 +152,8 @@ def subscriber_that_waits(port, path, told):
 
 @case("connections")
 def a_client_killed_while_it_waits(server):
-    """A subscriber is killed while its poll waits: its poll ends, the subscription ends when its lease does, and
-    another client can take it over before."""
+    """A subscriber is killed while its poll waits: its poll ends, and another client can take its
+    subscription over."""
     context = multiprocessing.get_context("fork")
     killed = []
     for _ in range(10):

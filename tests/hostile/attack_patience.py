@@ -11,7 +11,7 @@ from server_process import expect
 
 # The server closes a connection that is stuck in a message after its call time-out (10 s), and an idle one after its
 # idle time, which the tests set to a few seconds. Both are looked for every few seconds only.
-PATIENCE_SECONDS = 24
+PATIENCE_SECONDS = 75
 
 
 def open_stuck(server):

@@ -28,6 +28,15 @@ NOT_LOOKED_AT = re.compile(r".*runtime error: .* which does not point to an obje
 LEAKS = f"suppressions={pathlib.Path(__file__).resolve().parent / 'lsan.supp'}:print_suppressions=0"
 
 
+# How long a server may take to answer, and to end: what a busy machine needs, and less than the server's time-out of a
+# client that does not read (10 s), which others must not wait for.
+ANSWER_SECONDS = 8.0
+
+# How long it may take to come to rest: threads end some seconds after their connection, and a server may keep a few for
+# the next one.
+SETTLE_SECONDS = 60
+
+
 class Failure(Exception):
     """What a test found wrong."""
 
@@ -51,7 +60,7 @@ class ServerProcess:
     """A running server. `sanitizer` (address, thread or empty) says how it was built: its memory says nothing then and
     it is slower. `names` are paths of its tree."""
 
-    def __init__(self, command, *, sanitizer="", descriptors=None, names=HELPER_NAMES, start_seconds=20):
+    def __init__(self, command, *, sanitizer="", descriptors=None, names=HELPER_NAMES, start_seconds=100):
         self.sanitizer = sanitizer.partition(",")[0]
         self.slowness = {"": 1, "address": 4, "undefined": 4, "thread": 8, "valgrind": 20}[self.sanitizer]
         self.names = names
@@ -102,10 +111,10 @@ class ServerProcess:
         self.port = int(found.group(1)) if found else None
         return self.port
 
-    def connect(self, timeout=10.0):
+    def connect(self, timeout=60.0):
         return Connection(self.port, timeout * self.slowness)
 
-    def connect_tls(self, timeout=10.0):
+    def connect_tls(self, timeout=60.0):
         """Only to a daemon that was started with TLS."""
         return Connection(self.tls_port, timeout * self.slowness, context=self.certificates.context())
 
@@ -144,7 +153,11 @@ class ServerProcess:
         time.sleep(seconds)
         return (self.cpu_seconds() - before) / (time.monotonic() - start)
 
-    def check_answers(self, seconds=2.0):
+    def check_rests(self, share, what):
+        """The server takes less than this share of one core, once it has had the processor for what it still had to do."""
+        expect(wait_until(lambda: self.cpu_share() < share, SETTLE_SECONDS * self.slowness), f"the server is busy {what}")
+
+    def check_answers(self, seconds=ANSWER_SECONDS):
         """A correct request on a new connection is answered in time, with a number."""
         start = time.monotonic()
         with Connection(self.port, seconds * self.slowness) as client:
@@ -153,7 +166,7 @@ class ServerProcess:
         expect(kind in (2, 6), f"{self.names.number} is {value!r} of type {kind}: no number")
         expect(took <= seconds * self.slowness, f"a get took {took:.2f} s, {seconds} are allowed")
 
-    def stop(self, seconds=5.0):
+    def stop(self, seconds=ANSWER_SECONDS):
         """Ends the server as its system does. @raises Failure when it does not end well."""
         self.check_alive()
         self.process.send_signal(signal.SIGTERM)
@@ -219,7 +232,7 @@ class DaemonProcess(ServerProcess):
                         'ca="ca.pem" port="0"/>\n</registry>')
         (folder / "config.xml").write_text(
             f'<zelkor>\n{registry}\n<boards backend="sim" chassis="chassis.xml" '
-            'control="chassis.sock"/>\n<monitor><frequency>1</frequency></monitor>\n</zelkor>\n', encoding="utf-8")
+            'control="chassis.sock"/>\n<temperature_control enabled="false"/>\n<monitor><frequency>1</frequency></monitor>\n</zelkor>\n', encoding="utf-8")
 
     def read_port(self):
         found = re.search(r"Registry server listens on port (\d+)\n", self.errors())
@@ -253,9 +266,6 @@ def start_server(options):
 class Baseline:
     """What a server takes when nobody uses it, to compare with afterwards."""
 
-    # Threads end some seconds after their connection, and a server may keep a few for the next one.
-    SETTLE_SECONDS = 10
-
     def __init__(self, server, resident_mib=60):
         self.server = server
         self.resident_mib = resident_mib
@@ -269,7 +279,7 @@ class Baseline:
         server.check_alive()
         server.check_report()
         server.check_answers()
-        expect(wait_until(lambda: server.cpu_share(0.2) < 0.15, self.SETTLE_SECONDS * server.slowness),
+        expect(wait_until(lambda: server.cpu_share(0.2) < 0.15, SETTLE_SECONDS * server.slowness),
                "the server does not come to rest")
         if not server.sanitizer:
             expect(server.resident_mib() <= self.resident_mib,
@@ -277,7 +287,7 @@ class Baseline:
 
     def check_given_back(self):
         """@raises Failure unless connections and threads are as many as at the begin."""
-        server, settle = self.server, self.SETTLE_SECONDS * self.server.slowness
+        server, settle = self.server, SETTLE_SECONDS * self.server.slowness
         expect(wait_until(lambda: server.descriptors() <= self.descriptors + 1, settle),
                f"{server.descriptors()} descriptors are open, {self.descriptors} were before")
         expect(wait_until(lambda: server.threads() <= self.threads + 4, settle),

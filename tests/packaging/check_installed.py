@@ -37,7 +37,7 @@ PAGES = ("zelkor-platformd", "zelkor-platformd.xml", "zelkor-regctl", "zelkor-ch
 
 
 def output_of(*command, **environment):
-    done = subprocess.run(command, capture_output=True, text=True, timeout=60, check=False, env={**os.environ, **environment})
+    done = subprocess.run(command, capture_output=True, text=True, timeout=200, check=False, env={**os.environ, **environment})
     return done.returncode, done.stdout + done.stderr
 
 

@@ -20,7 +20,7 @@ def make(build, folder):
 def findings(packages):
     """What lintian says that counts, and its status."""
     done = subprocess.run(["lintian", "--fail-on=error,warning", "--allow-root", *map(str, packages)], capture_output=True,
-                          text=True, timeout=200, check=False)
+                          text=True, timeout=500, check=False)
     return done.stdout + done.stderr, done.returncode
 
 

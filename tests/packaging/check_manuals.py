@@ -31,7 +31,7 @@ def man(*words, width="80"):
     """As a person's terminal would have it. @return standard output and what man had to say"""
     environment = {"PATH": os.environ["PATH"], "LC_ALL": "C.UTF-8", "MANROFFSEQ": "", "MANWIDTH": width,
                    "MANPAGER": "cat", "HOME": "/nonexistent"}
-    done = subprocess.run(["man", *words], capture_output=True, text=True, env=environment, timeout=60, check=False)
+    done = subprocess.run(["man", *words], capture_output=True, text=True, env=environment, timeout=200, check=False)
     if done.returncode != 0 and not done.stderr:
         sys.exit(f"man {' '.join(words)}: status {done.returncode}")
     return done.stdout, done.stderr
@@ -79,7 +79,7 @@ def commands_in(lines, indent):
 
 
 def check_help(page, program):
-    done = subprocess.run([program, "--help"], capture_output=True, text=True, timeout=60, check=True)
+    done = subprocess.run([program, "--help"], capture_output=True, text=True, timeout=200, check=True)
     told = done.stdout
     sections = sections_of(page)
     options = set(OPTION.findall(told))

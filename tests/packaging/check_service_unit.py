@@ -56,7 +56,7 @@ def verify(unit, folder):
 def findings(unit):
     """What systemd-analyze says of this unit, and not of those that it looks into on the way."""
     done = subprocess.run(["systemd-analyze", "verify", "--man=no", str(unit)], capture_output=True, text=True,
-                          timeout=50, check=False)
+                          timeout=200, check=False)
     said = [line for line in (done.stdout + done.stderr).splitlines() if unit.name in line]
     return said or ([f"status {done.returncode}: {done.stderr}"] if done.returncode != 0 else [])
 
@@ -81,7 +81,7 @@ def security(unit, folder):
 def exposure(unit):
     """What systemd-analyze says of what is open to a unit; the status is bad when it is more than 2.0 of 10."""
     done = subprocess.run(["systemd-analyze", "security", "--offline=true", "--threshold=20", "--no-pager", str(unit)],
-                          capture_output=True, text=True, timeout=50, check=False)
+                          capture_output=True, text=True, timeout=200, check=False)
     return done.stdout + done.stderr, done.returncode
 
 
@@ -100,7 +100,7 @@ def stop_post(unit, folder):
             environment = {"PATH": os.environ["PATH"], "STAND_IN_STATUS": str(status)}
             if result is not None:
                 environment["SERVICE_RESULT"] = result
-            done = subprocess.run(command, env=environment, timeout=20, check=False)
+            done = subprocess.run(command, env=environment, timeout=200, check=False)
             called = calls.read_text(encoding="utf-8") if calls.exists() else ""
             expected = "--fans-safe\n" if is_expected else ""
             if called != expected:

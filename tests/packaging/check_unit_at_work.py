@@ -38,7 +38,7 @@ SIMULATED = '<zelkor>\n  <boards backend="sim" control="/run/zelkor/chassis.sock
 MANAGER: own_systemd.OwnSystemd
 
 
-def await_true(is_true, seconds=30):
+def await_true(is_true, seconds=100):
     """Whether it came true in time."""
     end = time.monotonic() + seconds
     while not is_true():
@@ -109,7 +109,7 @@ class ServiceLife(ServiceTest):
         self.assertEqual(self.show("NRestarts"), "1")
 
     def test_hung_process_is_ended_by_the_watchdog_and_the_service_starts_anew(self):
-        self.restrict("WatchdogSec=1\nTimeoutAbortSec=1\n")
+        self.restrict("WatchdogSec=4\nTimeoutAbortSec=1\n")
         self.start()
         process = self.show("MainPID")
         MANAGER.run("kill", "-STOP", process)
@@ -118,9 +118,9 @@ class ServiceLife(ServiceTest):
         self.assertIn("All fans are set to 6500 RPM.", self.journal())
 
     def test_watchdog_is_fed(self):
-        self.restrict("WatchdogSec=400ms\n")
+        self.restrict("WatchdogSec=4\n")
         self.start()
-        time.sleep(1.5)
+        time.sleep(6)
         self.assertEqual((self.show("ActiveState"), self.show("NRestarts")), ("active", "0"), self.journal())
 
     def test_findings_of_the_check_stand_in_the_journal_and_do_not_hinder_the_start(self):
@@ -139,7 +139,7 @@ class ServiceLife(ServiceTest):
         self.restrict(f"ExecStartPre=\nExecStartPre=-{' '.join(quick)}\n")
         begin = time.monotonic()
         self.start()
-        self.assertLess(time.monotonic() - begin, 10)
+        self.assertLess(time.monotonic() - begin, 60)
 
     def test_configuration_that_cannot_be_read_is_told_and_the_service_tries_again(self):
         MANAGER.write(CONFIGURATION, "<zelkor>")
@@ -207,21 +207,22 @@ class ServiceLife(ServiceTest):
 
 class Restrictions(ServiceTest):
 
-    def problems(self, configuration=SIMULATED, expected="Fans changed from"):
-        """What goes wrong in a life of the service under the unit and the drop-in."""
+    def problems(self, patience, configuration=SIMULATED, expected="Fans changed from"):
+        """What goes wrong in a life of the service under the unit and the drop-in, or does not go right within so many
+        seconds."""
         MANAGER.write(CONFIGURATION, configuration)
         MANAGER.run("systemctl", "start", UNIT, check=False)
         found = []
         if self.show("ActiveState") != "active":
             found.append(f"the start: {self.show('Result')}")
-        elif not await_true(lambda: expected in MANAGER.read(LOG), 10):
+        elif not await_true(lambda: expected in MANAGER.read(LOG), patience):
             found.append(f"no message {expected!r}")
         else:
             MANAGER.run("mv", LOG, f"{LOG}.1")
             MANAGER.run("systemctl", "reload", UNIT)
             if MANAGER.run("zelkor-regctl", "set", "fans", "4000", check=False).returncode != 0:
                 found.append("a client's write")
-            if not await_true(lambda: MANAGER.read(LOG) != "", 10):
+            if not await_true(lambda: MANAGER.read(LOG) != "", patience):
                 found.append("no log after a rotation")
         MANAGER.run("systemctl", "stop", UNIT)
         if self.show("Result") != "success":
@@ -231,7 +232,7 @@ class Restrictions(ServiceTest):
         return found
 
     def test_the_service_works_under_them(self):
-        self.assertEqual(self.problems(), [], self.journal())
+        self.assertEqual(self.problems(100), [], self.journal())
 
     def test_what_the_service_needs_is_missed_when_it_is_taken_away(self):
         for lines in ("LogsDirectory=", "RuntimeDirectory=", f"InaccessiblePaths={os.path.dirname(CONFIGURATION)}",
@@ -242,7 +243,7 @@ class Restrictions(ServiceTest):
                 self.end_service()
                 MANAGER.run("rm", "-rf", "/var/log/zelkor")
                 self.restrict(f"Restart=no\nTimeoutStartSec=5\n{lines}\n")
-                self.assertNotEqual(self.problems(), [])
+                self.assertNotEqual(self.problems(10), [])
 
     def restrictions(self, own):
         """A unit with these lines, restricted as the service is."""
@@ -301,7 +302,7 @@ class BoardsOverIpmi(ServiceTest):
     """A controller that answers, whose password is a credential, and one that does not."""
 
     CONFIGURATION = """<zelkor>
-  <boards backend="ipmi" timeout="200" retries="1">
+  <boards backend="ipmi" timeout="1000" retries="1">
     <board uri="io/1" type="io" name="IO1" host="127.0.0.1" port="9001" user="operator" cipher="3"
            password-credential="io1"/>
     <board uri="io/2" type="io" name="IO2" host="127.0.0.1" port="9002" user="operator"

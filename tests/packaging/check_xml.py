@@ -14,7 +14,7 @@ import tempfile
 def lint(schema, files):
     """What xmllint says when something is wrong, else nothing."""
     done = subprocess.run(["xmllint", "--nonet", "--noout", *(["--schema", schema] if schema else []), *files],
-                          capture_output=True, text=True, timeout=50, check=False)
+                          capture_output=True, text=True, timeout=200, check=False)
     return "" if done.returncode == 0 else done.stdout + done.stderr
 
 

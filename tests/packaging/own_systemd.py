@@ -38,7 +38,7 @@ def require_machine():
         if shutil.which(tool) is None:
             raise Unavailable(f"{tool} is not installed")
     done = subprocess.run(["unshare", "--mount", "--pid", "--fork", "--ipc", "--uts", "--net", "--cgroup",
-                           "--mount-proc", "true"], capture_output=True, text=True, timeout=20, check=False)
+                           "--mount-proc", "true"], capture_output=True, text=True, timeout=120, check=False)
     if done.returncode != 0:
         raise Unavailable(f"namespaces are refused: {done.stderr.strip()}")
     unified_hierarchy()
@@ -86,7 +86,7 @@ class OwnSystemd:
                 ["setpriv", "--pdeathsig", "KILL", "sh", "-c", enter_group, "sh", "unshare", "--mount", "--pid", "--fork",
                  "--ipc", "--uts", "--net", "--cgroup", "--kill-child=KILL", sys.executable, __file__,
                  json.dumps(self._plan)], stdin=subprocess.DEVNULL, stdout=console, stderr=console)
-        end = time.monotonic() + 60
+        end = time.monotonic() + 180
         while self._running_state() not in ("running", "degraded"):
             if self._process.poll() is not None or time.monotonic() > end:
                 said = (self._folder / "console").read_text(encoding="utf-8", errors="replace")
@@ -100,7 +100,7 @@ class OwnSystemd:
             self._process.wait()
             self._process = None
         # The processes in there may take a moment to be gone.
-        end = time.monotonic() + 10
+        end = time.monotonic() + 60
         while self._group.exists() and time.monotonic() < end:
             remove_groups(self._group)
             time.sleep(0.02)
@@ -124,7 +124,7 @@ class OwnSystemd:
         return ["nsenter", "--target", str(self._pid), *namespaces, "--", "env", "-i", "--chdir=/",
                 *[f"{name}={value}" for name, value in settings.items()], *[str(word) for word in words]]
 
-    def run(self, *words, own_network=True, environment=None, check=True, timeout=120, **options):
+    def run(self, *words, own_network=True, environment=None, check=True, timeout=300, **options):
         """Runs these words in there and returns the subprocess, its output as text."""
         done = subprocess.run(self.command(*words, own_network=own_network, environment=environment), text=True,
                               timeout=timeout, check=False, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
@@ -136,7 +136,7 @@ class OwnSystemd:
     def write(self, path, text, mode=None):
         """Writes a file in there, and makes its folder when it is missing."""
         subprocess.run(self.command("sh", "-c", 'mkdir -p "$(dirname "$1")" && cat > "$1"', "sh", path), text=True,
-                       input=text, timeout=20, check=True)
+                       input=text, timeout=120, check=True)
         if mode is not None:
             self.run("chmod", mode, path)
 

@@ -16,6 +16,8 @@ namespace test {
 inline std::vector<std::string> BashCompletions(const std::string& script, const std::string& function,
                                                 const std::string& program, const std::string& line) {
     const std::string harness = R"(
+        # A completion waits for its program for a second only, which a loaded machine may miss.
+        timeout() { command timeout 60 "${@:2}"; }
         source "$1"
         COMP_LINE=$4 COMP_POINT=${#4}
         # As bash cuts it: at blanks, colons and equals signs.

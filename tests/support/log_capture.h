@@ -42,7 +42,7 @@ public:
     }
 
     /// Waits until the message is there. @return whether it came.
-    bool WaitFor(const std::string& message, std::chrono::seconds limit = std::chrono::seconds(20)) const {
+    bool WaitFor(const std::string& message, std::chrono::seconds limit = std::chrono::seconds(100)) const {
         std::unique_lock<std::mutex> lock(m_sink->mutex);
         return m_sink->changed.wait_for(lock, limit, [&] {
             return std::find(m_sink->messages.begin(), m_sink->messages.end(), message) != m_sink->messages.end();

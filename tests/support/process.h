@@ -8,6 +8,10 @@
 
 namespace test {
 
+/// How long tests wait for what has to come: as long as a machine that has much else to do may need for it, and below
+/// the time that one test may take.
+inline constexpr std::chrono::seconds c_waitLimit{100};
+
 /// A program that a test runs from outside. It is killed at the latest when the object ends.
 class Process {
 public:
@@ -24,7 +28,7 @@ public:
 
     /// Waits for the end. @return the exit status, minus the signal's number when a signal ended it; nothing when it
     /// still runs after @p limit.
-    std::optional<int> Wait(std::chrono::milliseconds limit = std::chrono::seconds(30));
+    std::optional<int> Wait(std::chrono::milliseconds limit = c_waitLimit);
 
 private:
     int m_pid;

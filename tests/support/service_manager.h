@@ -27,7 +27,7 @@ public:
     ~ServiceManager() { ::close(m_descriptor); }
 
     /// The next message; empty when none comes within @p limit.
-    std::string Receive(std::chrono::milliseconds limit = std::chrono::seconds(20)) const {
+    std::string Receive(std::chrono::milliseconds limit = std::chrono::seconds(100)) const {
         const timeval wait{limit.count() / 1000, limit.count() % 1000 * 1000};
         ::setsockopt(m_descriptor, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
         std::array<char, 1024> buffer{};

@@ -17,6 +17,9 @@ protected:
         return result;
     }
 
+    /// Also where the machine has much else to do.
+    static constexpr std::chrono::seconds c_limit{60};
+
     /// Two good entries and two that are not, in lines that follow those of the boards.
     static constexpr const char* c_lists =
         "<monitor><sensors>\n<include board='io/1'>1,0xA</include>\n<include board='io/1'>11</include>\n"
@@ -26,7 +29,7 @@ protected:
 
 TEST_F(IpmiCheckConfigTest, BoardsThatAnswer_AreProved_ADeadOneIsWarnedOf) {
     StartControllers(3);
-    ConfigureBoards(c_lists, "timeout='300' retries='1'");
+    ConfigureBoards(c_lists, "timeout='1000' retries='1'");
     const std::vector<int> registers = FanRegisters();
     std::chrono::milliseconds took{};
     const test::Result all = Check(took);
@@ -58,7 +61,7 @@ TEST_F(IpmiCheckConfigTest, BoardsThatAnswer_AreProved_ADeadOneIsWarnedOf) {
                                                ":10: warning: <include>: whether there is a sensor 11 cannot be "
                                                "proved: no answer from io/2\n" +
                                                wrongLimit(14)));
-    EXPECT_LT(took, std::chrono::seconds(10));
+    EXPECT_LT(took, c_limit);
 
     EXPECT_EQ(FanRegisters(), registers);
     for (const Site& site : m_sites) {
@@ -84,7 +87,7 @@ TEST_F(IpmiCheckConfigTest, HoweverPatientTheConfigurationIs_ItEndsAfterSomeFift
     }
     EXPECT_THAT(result.output, Not(HasSubstr("error: ")));
     EXPECT_GT(took, std::chrono::seconds(14));
-    EXPECT_LT(took, std::chrono::seconds(20));
+    EXPECT_LT(took, c_limit) << "a board is waited for for minutes";
 }
 
 }  // namespace

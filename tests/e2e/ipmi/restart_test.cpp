@@ -16,7 +16,7 @@ using testing::IsEmpty;
 using testing::SizeIs;
 using testing::StartsWith;
 
-constexpr const char* c_quickToGiveUp = "cache='cache' timeout='200' retries='1'";
+constexpr const char* c_quickToGiveUp = "cache='cache' timeout='1000' retries='1'";
 
 class IpmiRestartTest : public test::IpmiDaemonTest {
 protected:
@@ -160,7 +160,7 @@ TEST_F(IpmiRestartTest, DeadControllers_CostTheStartLittleAndTheOtherBoardsNothi
     frozen.Freeze();
     const auto begin = std::chrono::steady_clock::now();
     StartOn({test::Io(1, gone), test::Icb(icb), test::Io(2, frozen)}, c_noWorkers, c_quickToGiveUp);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(60));
     EXPECT_EQ(Ask({"ls", "boards/ICB/sensors"}), "ID_1\nID_2\nID_3\nID_4\nID_5\nID_6\n");
     EXPECT_EQ(Get("boards/ICB/sensors/ID_1/value"), "40");
     EXPECT_EQ(Ask({"ls", "boards"}), "ICB\n") << "nothing is known of the others";

@@ -1,4 +1,6 @@
-// The daemon is asked to stop while its boards are dead, and is gone within two seconds.
+// The daemon is asked to stop while its boards are dead, and is soon gone: within two seconds on a machine that has
+// nothing else to do, which is what the time for the boards' answers and for the last try add up to. The limit here
+// lies between that and what waiting for a board takes; how long it took is printed.
 
 #include "failing_boards_fixture.h"
 
@@ -10,7 +12,9 @@ using testing::HasSubstr;
 
 class StopFailureTest : public test::FailingBoardsTest {
 protected:
-    static constexpr std::chrono::seconds c_limit{2};
+    static constexpr std::chrono::seconds c_limit{15};
+    /// Whoever waits for a board that does not answer does so for a minute.
+    static constexpr const char* c_patient = "timeout='20000' retries='2'";
     static constexpr int c_boards = 6;
 
     void KillAll(Death_e death) {
@@ -67,7 +71,7 @@ TEST_F(StopFailureTest, AllDeadForLong) {
 
 TEST_F(StopFailureTest, AllDeadJustBefore) {
     StartControllers(c_boards);
-    ConfigureBoards(c_everySecond, "timeout='1000' retries='2'");
+    ConfigureBoards(c_everySecond, c_patient);
     Start();
     ASSERT_NO_FATAL_FAILURE(AwaitPasses());
     KillAll(Death_e::frozen);
@@ -77,7 +81,7 @@ TEST_F(StopFailureTest, AllDeadJustBefore) {
 
 TEST_F(StopFailureTest, AllDeadInTheMiddleOfTheirPasses) {
     StartControllers(c_boards);
-    ConfigureBoards(c_everySecond, "timeout='1000' retries='2'");
+    ConfigureBoards(c_everySecond, c_patient);
     Start();
     ASSERT_NO_FATAL_FAILURE(AwaitPasses());
     KillAll(Death_e::black_hole);
@@ -88,7 +92,7 @@ TEST_F(StopFailureTest, AllDeadInTheMiddleOfTheirPasses) {
 
 TEST_F(StopFailureTest, AllDeadButTheChassisController_FansAreLeftAtMaximumSpeed) {
     StartControllers(c_boards);
-    ConfigureBoards(c_everySecond, "timeout='1000' retries='2'");
+    ConfigureBoards(c_everySecond, c_patient);
     Start();
     ASSERT_NO_FATAL_FAILURE(AwaitPasses());
     for (std::size_t i = 1; i < m_sites.size(); ++i) {
@@ -113,12 +117,24 @@ TEST_F(StopFailureTest, ChassisControllerThatCameBackSinceTheLastProbe_FansAreLe
     EXPECT_THAT(FanRegisters(), Each(c_fastest)) << Log();
 }
 
-/// Milliseconds from the start to SIGTERM. The boards are known to be dead after 2250.
+TEST_F(StopFailureTest, AllDeadFromTheStart_AndKnownToBe) {
+    StartControllers(c_boards);
+    ConfigureBoards(c_everySecond, "timeout='1000' retries='2'");
+    KillAll(Death_e::frozen);
+    Start();
+    for (const Site& site : m_sites) {
+        ASSERT_TRUE(AwaitLog(Controller(site) + " does not answer: ")) << Log();
+    }
+    EXPECT_EQ(StopInTime(), 1);
+    EXPECT_THAT(Messages(), Contains(HasSubstr("ERROR    Problem at stop - "))) << Log();
+}
+
+/// Milliseconds from the start to SIGTERM.
 class StopDuringStartTest : public StopFailureTest, public testing::WithParamInterface<int> {};
 
 TEST_P(StopDuringStartTest, AllDeadFromTheStart) {
     StartControllers(c_boards);
-    ConfigureBoards(c_everySecond, "timeout='1000' retries='2'");
+    ConfigureBoards(c_everySecond, c_patient);
     KillAll(Death_e::frozen);
     Start();
     ASSERT_TRUE(AwaitLog("***Platform daemon started"));
@@ -129,7 +145,7 @@ TEST_P(StopDuringStartTest, AllDeadFromTheStart) {
         << "what the stop breaks off is no error";
 }
 
-INSTANTIATE_TEST_SUITE_P(After, StopDuringStartTest, testing::Values(0, 400, 1500, 3000),
+INSTANTIATE_TEST_SUITE_P(After, StopDuringStartTest, testing::Values(0, 400, 1500),
                          [](const auto& when) { return std::to_string(when.param) + "ms"; });
 
 }  // namespace

@@ -52,9 +52,7 @@ TEST_F(IpmiWholeTest, MixedChassis_EachWorkerDoesItsWorkAndSaysNothingElse) {
     EXPECT_EQ(Get("boards/HOST/sensors/ID_1/value"), "40");
     const std::string set = "INFO     Synchronizing time on board ";
     ASSERT_TRUE(AwaitLog(set + "io_4"));
-    const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(Stop(), 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
 
     const std::string line = "INFO     ";
     std::vector<testing::Matcher<std::string>> expected{

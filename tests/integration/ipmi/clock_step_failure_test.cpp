@@ -13,6 +13,8 @@ namespace {
 /// By how much the clock is set, in seconds.
 class ClockStepTest : public IpmiFailureTest, public testing::WithParamInterface<int> {
 protected:
+    static constexpr std::chrono::seconds c_farBelowTheStep{60};
+
     ~ClockStepTest() override { SetClockStep(0); }
 
     void SetUp() override {
@@ -51,7 +53,7 @@ TEST_P(ClockStepTest, InTheMiddleOfASweep_AllReadingsAreThere) {
         EXPECT_EQ(sweep->Read(*Board().GetSensor(bmc::SensorId(id))).Converted(), id * 8);
         SetClockStep(id % 5 < 2 ? GetParam() : 0);
     }
-    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(2));
+    EXPECT_LT(Clock::now() - begin, c_farBelowTheStep);
     EXPECT_LE(m_openings.opened, 1 + 8);
     EXPECT_EQ(CountMessages(" does not answer: "), 0);
 }
@@ -72,11 +74,11 @@ TEST_P(ClockStepTest, WhileSomebodyWaitsForADeadBoard_ItWaitsNoLonger) {
     const auto waited = Clock::now() - begin;
     setter.join();
     EXPECT_GT(waited, Milliseconds(300)) << "nor is it cut short";
-    EXPECT_LT(waited, Milliseconds(1200));
+    EXPECT_LT(waited, c_farBelowTheStep);
     Simulator().Thaw();
     const auto thawed = Clock::now();
     EXPECT_TRUE(AwaitAnswer(0));
-    EXPECT_LT(Clock::now() - thawed, std::chrono::seconds(2));
+    EXPECT_LT(Clock::now() - thawed, c_farBelowTheStep);
     EXPECT_EQ(Read(0, 1), 8);
     EXPECT_EQ(CountMessages(" does not answer: "), 1);
     EXPECT_EQ(CountMessages(" answers again after "), 1);
@@ -89,11 +91,11 @@ TEST_P(ClockStepTest, WhileABoardIsDead_ProbesGoOn) {
     EXPECT_NE(ReadError(0, 1), "");
     SetClockStep(GetParam());
     const int tried = m_openings.tried;
-    EXPECT_TRUE(Await([&] { return m_openings.tried >= tried + 2; }, std::chrono::seconds(2)));
+    EXPECT_TRUE(Await([&] { return m_openings.tried >= tried + 2; }));
     Relay().SetFaults({});
     EXPECT_TRUE(AwaitAnswer(0));
     const auto messages = Messages();
-    EXPECT_THAT(messages.back(), testing::MatchesRegex(".* answers again after [0-2]\\.[0-9] s .*"))
+    EXPECT_THAT(messages.back(), testing::MatchesRegex(".* answers again after [0-9]{1,2}\\.[0-9] s .*"))
         << "the length of the silence is true";
 }
 

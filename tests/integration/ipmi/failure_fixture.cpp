@@ -101,7 +101,12 @@ void IpmiFailureTest::OpenBackend(bool isAwaited) {
     };
     m_backend = std::make_unique<bmc::ipmi::IpmiBackend>(settings, makeTransport, log, m_timing);
     for (std::size_t site = 0; isAwaited && site < m_sites.size(); ++site) {
-        ASSERT_EQ(Board(site).GetSensorsIds().size(), Simulator(site).GetController().sensors.size());
+        std::size_t known = 0;
+        ASSERT_TRUE(Await([&] {
+            ErrorOf([&] { known = Board(site).GetSensorsIds().size(); });
+            return known != 0;
+        })) << testing::PrintToString(Messages());
+        ASSERT_EQ(known, Simulator(site).GetController().sensors.size());
     }
 }
 
@@ -123,8 +128,8 @@ std::string IpmiFailureTest::ErrorOf(const std::function<void()>& access) {
     }
 }
 
-bool IpmiFailureTest::Await(const std::function<bool()>& isTrue, std::chrono::seconds limit) {
-    const auto end = Clock::now() + limit;
+bool IpmiFailureTest::Await(const std::function<bool()>& isTrue) {
+    const auto end = Clock::now() + std::chrono::seconds(100);
     while (!isTrue()) {
         if (Clock::now() > end) {
             return false;

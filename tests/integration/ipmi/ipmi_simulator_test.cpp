@@ -211,7 +211,7 @@ TEST_F(IpmiSimulatorTest, EndSessions_OpenSessionIsForgotten) {
     s_simulator->EndSessions();
     s_simulator->ResetCounts();
     // A session stays open while its client still has much to ask for.
-    s_simulator->SetServiceTime(c_bmc, std::chrono::milliseconds(20));
+    s_simulator->SetServiceTime(c_bmc, std::chrono::milliseconds(100));
     const Process client = StartIpmitool(*s_simulator, {"sensor"});
     while (s_simulator->CountRequests(c_bmc, c_getSensorReading) == 0) {
     }

@@ -28,7 +28,7 @@ TEST_F(LanExchange, CommandThatIsRefused_IsAnAnswer) {
 
 TEST_F(LanExchange, BoardBehindTheController_Answers) {
     const auto transport = MakeOpen();
-    const Response response = Ask(*transport, c_askDeviceId, 5s, Sending_e::repeated, {0x82, 0});
+    const Response response = Ask(*transport, c_askDeviceId, 1min, Sending_e::repeated, {0x82, 0});
     EXPECT_EQ(response.completionCode, c_completed);
     ASSERT_THAT(response.data, SizeIs(testing::Ge(1U)));
     EXPECT_EQ(response.data[0], 0x21) << "not the board's device id";
@@ -37,15 +37,15 @@ TEST_F(LanExchange, BoardBehindTheController_Answers) {
 TEST_F(LanExchange, NobodyBehindTheController_IsAnAnswerWithTheBridgesCode) {
     const auto transport = MakeOpen();
     const auto start = steady_clock::now();
-    const Response response = Ask(*transport, c_askDeviceId, 5s, Sending_e::repeated, {0x84, 0});
+    const Response response = Ask(*transport, c_askDeviceId, 1min, Sending_e::repeated, {0x84, 0});
     EXPECT_EQ(response.completionCode, c_noAcknowledge);
-    EXPECT_LT(steady_clock::now() - start, 1s);
+    EXPECT_LT(steady_clock::now() - start, c_tolerance);
     EXPECT_EQ(Ask(*transport).completionCode, c_completed) << "the session is of use no more";
 }
 
 TEST_F(LanExchange, NoSuchBus_IsAnAnswerWithTheBridgesOwnCode) {
     const auto transport = MakeOpen();
-    const Response response = Ask(*transport, c_askDeviceId, 5s, Sending_e::repeated, {0x82, 5});
+    const Response response = Ask(*transport, c_askDeviceId, 1min, Sending_e::repeated, {0x82, 5});
     EXPECT_EQ(response.completionCode, 0xcc) << CompletionText(response.completionCode);
 }
 
@@ -70,7 +70,7 @@ TEST_F(LanExchange, ControllerThatWasAway_SessionIsOpenedAnew) {
     const auto transport = MakeOpen();
     m_simulator->Restart();
     EXPECT_EQ(Failure([&] { Ask(*transport, c_askDeviceId, 300ms); }), TransportFailure_e::noAnswer);
-    EXPECT_EQ(Failure([&] { transport->Open(In(5s)); }), std::nullopt) << m_text;
+    EXPECT_EQ(Failure([&] { transport->Open(In(1min)); }), std::nullopt) << m_text;
     EXPECT_EQ(Ask(*transport).completionCode, c_completed);
 }
 
@@ -103,7 +103,7 @@ TEST_F(LanExchange, Interruption_EndsARequest) {
     m_simulator->Freeze();
     std::thread other([&] { transport->Interrupt(); });
     EXPECT_EQ(Failure([&] { Ask(*transport, c_askDeviceId, 1min); }), TransportFailure_e::interrupted);
-    EXPECT_LT(m_duration, 1s);
+    EXPECT_LT(m_duration, c_tolerance);
     other.join();
     m_simulator->Thaw();
 }
@@ -113,7 +113,7 @@ TEST_F(LanExchange, Interruption_EndsAnOpening) {
     m_simulator->Freeze();
     std::thread other([&] { transport->Interrupt(); });
     EXPECT_EQ(Failure([&] { transport->Open(In(1min)); }), TransportFailure_e::interrupted);
-    EXPECT_LT(m_duration, 1s);
+    EXPECT_LT(m_duration, c_tolerance);
     other.join();
     m_simulator->Thaw();
 }
@@ -123,7 +123,7 @@ TEST_F(LanExchange, Interruption_EndsAClosing) {
     m_simulator->Freeze();
     std::thread other([&] { transport->Interrupt(); });
     Failure([&] { transport->Close(In(1min)); });
-    EXPECT_LT(m_duration, 1s);
+    EXPECT_LT(m_duration, c_tolerance);
     other.join();
     m_simulator->Thaw();
 }

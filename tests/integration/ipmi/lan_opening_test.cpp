@@ -29,14 +29,14 @@ TEST_F(LanOpening, AccountOfLeastPrivilege_SessionIsUsable) {
     settings.user = "guest";
     settings.privilege = Privilege_e::user;
     const auto transport = Make(settings, "guest-secret");
-    transport->Open(In(5s));
+    transport->Open(In(1min));
     EXPECT_EQ(Ask(*transport).completionCode, c_completed);
 }
 
 TEST_F(LanOpening, WrongPassword_SaysSo_AndNotThePassword) {
     EXPECT_EQ(FailureToOpen(Settings(), "not-the-secret"), TransportFailure_e::refused);
     EXPECT_EQ(m_text, "wrong password for user \"ops\"");
-    EXPECT_LT(m_duration, 1s);
+    EXPECT_LT(m_duration, c_tolerance);
 }
 
 TEST_F(LanOpening, UnknownUser_SaysSo) {
@@ -70,7 +70,7 @@ TEST_F(LanOpening, CipherSuiteThatIsNotOffered_SaysSo) {
     settings.cipherSuite = 16;
     EXPECT_EQ(FailureToOpen(settings), TransportFailure_e::broken);
     EXPECT_THAT(m_text, HasSubstr("cipher suite 16 is not offered"));
-    EXPECT_LT(m_duration, 1s);
+    EXPECT_LT(m_duration, c_tolerance);
 }
 
 TEST_F(LanOpening, AllSessionSlotsTaken_SaysSo) {
@@ -78,7 +78,7 @@ TEST_F(LanOpening, AllSessionSlotsTaken_SaysSo) {
     std::optional<TransportFailure_e> failure;
     while (!failure && transports.size() < 100) {
         transports.push_back(Make());
-        failure = Failure([&] { transports.back()->Open(In(5s)); });
+        failure = Failure([&] { transports.back()->Open(In(1min)); });
     }
     EXPECT_TRUE(failure);
     EXPECT_THAT(m_text, HasSubstr("no session slot is free"));
@@ -86,7 +86,7 @@ TEST_F(LanOpening, AllSessionSlotsTaken_SaysSo) {
 
 TEST_F(LanOpening, NoPassword_SaysWhy) {
     FreeIpmiTransport transport(Settings(), [](const auto&) { throw qstd::Exception("io1.pass: no such file"); });
-    EXPECT_EQ(Failure([&] { transport.Open(In(5s)); }), TransportFailure_e::system);
+    EXPECT_EQ(Failure([&] { transport.Open(In(1min)); }), TransportFailure_e::system);
     EXPECT_EQ(m_text, "io1.pass: no such file");
 }
 
@@ -109,8 +109,9 @@ TEST_F(LanOpening, HostThatIsSilent_FailsAtTheDeadline) {
     const UdpSocket silent;
     auto settings = Settings();
     settings.port = silent.GetPort();
-    EXPECT_EQ(FailureToOpen(settings, "ops-secret", 300ms), TransportFailure_e::noAnswer);
-    EXPECT_LT(m_duration, 300ms + c_tolerance);
+    settings.timeout = 2s;
+    EXPECT_EQ(FailureToOpen(settings, "ops-secret", 2500ms), TransportFailure_e::noAnswer);
+    EXPECT_LT(m_duration, 2500ms + c_tolerance);
     // One attempt for half of the time-out, one for all of it; the deadline cuts the last.
     EXPECT_EQ(silent.TakePackets(), 2);
 }
@@ -135,13 +136,13 @@ TEST_F(LanOpening, FrozenController_FailsAtTheDeadline_AndWorksAfterThaw) {
     EXPECT_EQ(Failure([&] { transport->Open(In(150ms)); }), TransportFailure_e::noAnswer);
     EXPECT_LT(m_duration, 150ms + c_tolerance);
     m_simulator->Thaw();
-    EXPECT_EQ(Failure([&] { transport->Open(In(5s)); }), std::nullopt);
+    EXPECT_EQ(Failure([&] { transport->Open(In(1min)); }), std::nullopt);
 }
 
 TEST_F(LanOpening, OpenedAgain_FreesTheSlotOfTheFormerSession) {
     const auto transport = Make();
     for (int i = 0; i < 200; ++i) {
-        ASSERT_EQ(Failure([&] { transport->Open(In(5s)); }), std::nullopt) << "session " << i << ": " << m_text;
+        ASSERT_EQ(Failure([&] { transport->Open(In(1min)); }), std::nullopt) << "session " << i << ": " << m_text;
     }
 }
 
@@ -152,7 +153,7 @@ TEST_F(LanOpening, SettingsDecideOnTheWay) {
     test::WriteFile(settings.password.path, "ops-secret\n");
     std::filesystem::permissions(settings.password.path, std::filesystem::perms::owner_read);
     const auto transport = MakeTransport(settings);
-    transport->Open(In(5s));
+    transport->Open(In(1min));
     EXPECT_EQ(Ask(*transport).completionCode, c_completed);
 
     ControllerSettings local;
@@ -166,7 +167,7 @@ TEST_F(LanOpening, ThousandSessions_LeaveNothingBehind) {
     const auto transport = Make();
     const auto openAndClose = [&](int count) {
         for (int i = 0; i < count; ++i) {
-            transport->Open(In(5s));
+            transport->Open(In(1min));
             Ask(*transport);
             transport->Close(In(1s));
         }
@@ -186,7 +187,7 @@ TEST_F(LanOpening, HundredsOfLostSessionsAndFailedOpenings_LeaveNothingBehind) {
     const auto loseSessions = [&](int count) {
         for (int i = 0; i < count; ++i) {
             m_simulator->Thaw();
-            transport->Open(In(5s));
+            transport->Open(In(1min));
             m_simulator->Freeze();
             ASSERT_EQ(Failure([&] { Ask(*transport, c_askDeviceId, 1ms); }), TransportFailure_e::noAnswer);
             ASSERT_EQ(Failure([&] { transport->Open(In(1ms)); }), TransportFailure_e::noAnswer);

@@ -18,20 +18,23 @@ protected:
     LanSpoiled() { SeenByLibrary::Reset(); }
     ~LanSpoiled() override { SeenByLibrary::Reset(); }
 
-    /// Reads each of the 60 sensors, whose count is its number, @p rounds times over a way with such faults, and opens
-    /// the session anew after a failure. Whatever is answered must be the sensor's count.
-    /// @return how many were answered
-    int ReadAll(const SeenByLibrary::Spoiling& spoiling, int rounds, Target target = {}) {
+    /// Reads each of the 60 sensors, whose count is its number, ten times over a way with such faults, and goes on
+    /// until half as many were answered: on a busy machine the answers to many come too late. Opens the session anew
+    /// after a failure. Whatever is answered must be the sensor's count.
+    void ReadAll(const SeenByLibrary::Spoiling& spoiling, Target target = {}) {
+        constexpr int c_rounds = 10;
+        constexpr int c_readings = c_rounds * c_sensors;
+        const SteadyTime end = In(100s);
         auto settings = Settings();
         settings.timeout = 5ms;
         settings.retries = 3;
         const auto transport = Make(settings);
-        transport->Open(In(5s));
+        transport->Open(In(1min));
         SeenByLibrary::SpoilReceivedPackets(spoiling, 1);
         bool isOpen = true;
         int answered = 0;
-        for (int i = 0; i < rounds * 60; ++i) {
-            const auto sensor = static_cast<std::uint8_t>(i % 60 + 1);
+        for (int i = 0; i < c_readings || (answered < c_readings / 2 && steady_clock::now() < end); ++i) {
+            const auto sensor = static_cast<std::uint8_t>(i % c_sensors + 1);
             const Request request = target.IsBridged() ? c_askDeviceId : Request(NetFn_e::sensor, 0x2d, {sensor});
             const auto failure = Failure([&] {
                 if (!isOpen) {
@@ -52,30 +55,30 @@ protected:
                 isOpen = false;
             }
         }
-        EXPECT_GT(SeenByLibrary::CountSpoiled(), rounds);
+        EXPECT_GT(SeenByLibrary::CountSpoiled(), c_rounds);
+        EXPECT_GE(answered, c_readings / 2);
         SeenByLibrary::Reset();
-        return answered;
     }
 };
 
 TEST_F(LanSpoiled, BitsTurned_NeverAWrongValue) {
-    EXPECT_GT(ReadAll({.turned = 0.2}, 10), 300);
+    ReadAll({.turned = 0.2});
 }
 
 TEST_F(LanSpoiled, CutShort_NeverAWrongValue) {
-    EXPECT_GT(ReadAll({.truncated = 0.2}, 10), 300);
+    ReadAll({.truncated = 0.2});
 }
 
 TEST_F(LanSpoiled, Repeated_NeverAWrongValue) {
-    EXPECT_GT(ReadAll({.repeated = 0.2}, 10), 300);
+    ReadAll({.repeated = 0.2});
 }
 
 TEST_F(LanSpoiled, EverythingAtOnce_NeverAWrongValue) {
-    EXPECT_GT(ReadAll({.turned = 0.1, .truncated = 0.1, .repeated = 0.1}, 10), 300);
+    ReadAll({.turned = 0.1, .truncated = 0.1, .repeated = 0.1});
 }
 
 TEST_F(LanSpoiled, EverythingAtOnce_BehindABridge_NeverAWrongValue) {
-    EXPECT_GT(ReadAll({.turned = 0.05, .truncated = 0.05, .repeated = 0.05}, 10, {0x82, 0}), 300);
+    ReadAll({.turned = 0.05, .truncated = 0.05, .repeated = 0.05}, {0x82, 0});
 }
 
 }  // namespace

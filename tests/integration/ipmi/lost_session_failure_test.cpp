@@ -99,7 +99,7 @@ public:
         auto session = std::make_unique<bmc::ipmi::FreeIpmiTransport>(
             m_way, [](const auto& use) { use(SimulatedUser{}.password.c_str()); });
         try {
-            session->Open(std::chrono::steady_clock::now() + std::chrono::seconds(5));
+            session->Open(std::chrono::steady_clock::now() + std::chrono::seconds(60));
         } catch (const bmc::ipmi::TransportError& error) {
             m_error = error.what();
             return false;
@@ -109,7 +109,7 @@ public:
     }
     void Leave() {
         for (const auto& session : m_sessions) {
-            session->Close(std::chrono::steady_clock::now() + std::chrono::seconds(5));
+            session->Close(std::chrono::steady_clock::now() + std::chrono::seconds(60));
         }
         m_sessions.clear();
     }
@@ -140,7 +140,7 @@ TEST_F(LostSessionTest, NoFreeSlot_IsToldAndTheNextFreeOneIsTaken) {
 
 TEST_F(LostSessionTest, SessionsThatAreGivenUp_DoNotUseUpTheControllersSlots) {
     constexpr int c_moreThanThereAreSlots = 80;
-    m_ways.timeout = Milliseconds(20);
+    m_ways.timeout = Milliseconds(50);
     m_ways.retries = 1;
     StartControllers(1, 1);
     OpenBackend();

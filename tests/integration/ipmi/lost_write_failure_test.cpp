@@ -47,7 +47,7 @@ TEST_P(LostWriteTest, SetTime_IsExecutedOnce) {
     LoseNext();
     EXPECT_NO_THROW(Board().SetTime(qstd::Time(c_someTime, 0UL)));
     EXPECT_EQ(Simulator().CountWrites(c_bmc, c_setSelTime), 1U);
-    EXPECT_NEAR(static_cast<double>(Board().GetTime().GetSeconds()), static_cast<double>(c_someTime), 3);
+    EXPECT_NEAR(static_cast<double>(Board().GetTime().GetSeconds()), static_cast<double>(c_someTime), 100);
     ExpectOneLossAndOneNewSession();
 }
 
@@ -77,7 +77,7 @@ TEST_F(LossyLineTest, HundredRegisters_NoneIsWrittenTwiceAndNoneMissesThatWasAck
     constexpr std::uint16_t c_writes = 100;
     constexpr double c_loss = 0.15;
     constexpr std::uint16_t c_restartPeriod = 10;
-    m_ways.timeout = Milliseconds(20);
+    m_ways.timeout = Milliseconds(40);
     m_ways.retries = 8;  // to open a session takes five packets each way, without any loss
     m_timing.leastBackOff = m_timing.mostBackOff = Milliseconds(10);
     StartControllers();

@@ -66,7 +66,7 @@ protected:
         });
         ErrorOf([&] {
             board.SetTime(qstd::Time(c_someTime, 0UL));
-            EXPECT_NEAR(static_cast<double>(board.GetTime().GetSeconds()), static_cast<double>(c_someTime), 3);
+            EXPECT_NEAR(static_cast<double>(board.GetTime().GetSeconds()), static_cast<double>(c_someTime), 100);
         });
         ErrorOf([&] {
             const bmc::FpgaReadResult result = board.FpgaSpiRead(c_register);

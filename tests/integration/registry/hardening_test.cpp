@@ -106,13 +106,13 @@ TEST_F(RegistryHardening, ConnectionsBeyondTheLimit_AreClosedAtOnce) {
         EXPECT_GE(connections.back()->Receive().size(), 40U);
     }
     const RawConnection oneTooMany(m_port);
-    EXPECT_TRUE(oneTooMany.IsClosed(5000));
+    EXPECT_TRUE(oneTooMany.IsClosed());
     EXPECT_TRUE(AwaitErrors("Refused a connection from 127.0.0.1"));
     const reg::Reading_var reading = m_registry->get("values/number");
     EXPECT_EQ(reading->val.number(), 1.5);
     connections.pop_back();
     std::string answer;
-    for (int i = 0; i < 500 && answer.empty(); ++i) {
+    for (int i = 0; i < 20000 && answer.empty(); ++i) {
         try {
             answer = Answer(RawMessage(1, c_key, "get").Text("values/number"));
         } catch (const std::runtime_error&) {
@@ -125,13 +125,13 @@ TEST_F(RegistryHardening, ConnectionsBeyondTheLimit_AreClosedAtOnce) {
 TEST_F(RegistryHardening, ConnectionWithoutRequests_IsClosedAfterAWhile) {
     Start({"idle=1"});
     const RawConnection idle(m_port);
-    EXPECT_TRUE(idle.IsClosed(8000));
+    EXPECT_TRUE(idle.IsClosed());
 }
 
 TEST_F(RegistryHardening, EnvironmentOfTheOrb_HasNoSay) {
-    Start({}, {{"ORBendPoint", "giop:tcp:127.0.0.1:45691"}, {"ORBmaxServerThreadPerConnection", "100"}});
+    Start({}, {{"ORBendPoint", "giop:tcp:127.0.0.1:25691"}, {"ORBmaxServerThreadPerConnection", "100"}});
     EXPECT_TRUE(AwaitErrors("Variable ORBendPoint of the environment is ignored"));
-    EXPECT_THROW(RawConnection(45691), std::runtime_error);
+    EXPECT_THROW(RawConnection(25691), std::runtime_error);
     ExpectAlive();
 }
 
@@ -140,7 +140,7 @@ TEST_F(RegistryHardening, Garbage_IsToldToTheLogAFewTimesOnly) {
     for (int i = 0; i < 50; ++i) {
         const RawConnection connection(m_port);
         connection.Send("GET / HTTP/1.1\r\nHost: nowhere\r\n\r\n");
-        EXPECT_TRUE(connection.IsClosed(5000));
+        EXPECT_TRUE(connection.IsClosed());
     }
     ExpectAlive();
     ASSERT_EQ(Stop(), 0);

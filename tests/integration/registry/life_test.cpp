@@ -34,7 +34,7 @@ TEST_F(RegistryLife, Stop_WithClientsConnectedAndPollsWaiting_IsQuick) {
     // Half of the pollers may only be on their way: both are to end.
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     ASSERT_EQ(Stop(), 0);
-    EXPECT_LT(StopMilliseconds(), 500);
+    EXPECT_LT(StopMilliseconds(), 10000) << "polls may wait for twenty seconds";
     for (std::thread& poller : pollers) {
         poller.join();
     }
@@ -68,13 +68,12 @@ TEST_F(RegistryLife, Refuse_WaitsForAWriteThatIsUnderWay) {
     std::string error;
     const reg::Registry_1_1_var other = Connect();
     std::thread writer([&] { error = ErrorOf([&] { other->set("knobs/stiff", Number(5)); }); });
-    // The write takes 400 ms: it has begun when the client of a second one waits too.
-    std::this_thread::sleep_for(std::chrono::milliseconds(150));
-    const auto begin = std::chrono::steady_clock::now();
+    // The write takes 400 ms.
+    EXPECT_TRUE(AwaitOutput("stiff begins\n"));
     m_server->Signal(SIGUSR1);
-    ASSERT_TRUE(AwaitOutput("refusing"));
-    EXPECT_GT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(50));
+    EXPECT_TRUE(AwaitOutput("refusing"));
     writer.join();
+    EXPECT_LT(Output().find("stiff ends\n"), Output().find("refusing"));
     EXPECT_EQ(error, "");
     EXPECT_THAT(Errors(), testing::Not(HasSubstr("still under way")));
 }
@@ -82,7 +81,7 @@ TEST_F(RegistryLife, Refuse_WaitsForAWriteThatIsUnderWay) {
 TEST_F(RegistryLife, Stop_WhileManySlowNodesAreRead_WaitsForOneOfThemOnly) {
     Start();
     // Each takes 300 ms.
-    const reg::PathSeq slow = test::Paths(std::vector<std::string>(20, "values/slow"));
+    const reg::PathSeq slow = test::Paths(std::vector<std::string>(100, "values/slow"));
     const CORBA::String_var view = m_registry->open_view(slow);
     const reg::Registry_1_1_var other = Connect();
     std::string errors[2];
@@ -90,7 +89,7 @@ TEST_F(RegistryLife, Stop_WhileManySlowNodesAreRead_WaitsForOneOfThemOnly) {
     std::thread viewer([&] { errors[1] = ErrorOf([&] { const reg::Columns_var all = other->read_view(view); }); });
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     ASSERT_EQ(Stop(), 0);
-    EXPECT_LT(StopMilliseconds(), 700);
+    EXPECT_LT(StopMilliseconds(), 10000);
     many.join();
     viewer.join();
     for (const std::string& error : errors) {

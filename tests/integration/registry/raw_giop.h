@@ -83,10 +83,10 @@ public:
         }
     }
 
-    /// What comes within @p milliseconds, in one piece; empty when nothing does.
-    std::string Receive(int milliseconds = 10000) const {
+    /// What comes, in one piece; empty when nothing does for long.
+    std::string Receive() const {
         pollfd wait{m_socket, POLLIN, 0};
-        if (::poll(&wait, 1, milliseconds) <= 0) {
+        if (::poll(&wait, 1, c_milliseconds) <= 0) {
             return {};
         }
         std::string bytes(65536, '\0');
@@ -95,11 +95,11 @@ public:
         return bytes;
     }
 
-    /// Whether the server closes the connection within @p milliseconds, whatever it sends before.
-    bool IsClosed(int milliseconds) const {
+    /// Whether the server closes the connection, whatever it sends before.
+    bool IsClosed() const {
         for (;;) {
             pollfd wait{m_socket, POLLIN, 0};
-            if (::poll(&wait, 1, milliseconds) <= 0) {
+            if (::poll(&wait, 1, c_milliseconds) <= 0) {
                 return false;
             }
             char bytes[4096];
@@ -110,6 +110,8 @@ public:
     }
 
 private:
+    static constexpr int c_milliseconds = 100000;
+
     const int m_socket;
 };
 

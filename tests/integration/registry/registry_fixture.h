@@ -87,7 +87,7 @@ protected:
 
 private:
     bool AwaitText(const std::string& file, const std::string& text) const {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        const auto end = std::chrono::steady_clock::now() + c_waitLimit;
         while (std::chrono::steady_clock::now() < end) {
             std::error_code none;
             if (std::filesystem::exists(m_folder.Path(file), none) &&

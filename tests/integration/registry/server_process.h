@@ -17,7 +17,7 @@ class ServerProcess {
 public:
     explicit ServerProcess(const std::vector<std::string>& command)
         : m_process(command, m_folder.Path("out"), m_folder.Path("err")) {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        const auto end = std::chrono::steady_clock::now() + c_waitLimit;
         std::string output;
         while ((output = ReadFile(m_folder.Path("out"))).find('\n') == std::string::npos) {
             if (m_process.Wait(std::chrono::milliseconds(5)) || std::chrono::steady_clock::now() > end) {

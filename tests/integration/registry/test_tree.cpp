@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <iostream>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -161,7 +162,11 @@ std::shared_ptr<TreeNode> Knobs() {
                       }))
         ->Attach(Knob("steps", 3, nothing))
         ->Attach(Knob("label", std::string("a"), nothing))
-        ->Attach(Knob("stiff", 0.0, [](const TreeNode&, const Value&) { Sleep(400); }));
+        ->Attach(Knob("stiff", 0.0, [](const TreeNode&, const Value&) {
+            std::cout << "stiff begins" << std::endl;
+            Sleep(400);
+            std::cout << "stiff ends" << std::endl;
+        }));
     return knobs;
 }
 

@@ -79,7 +79,7 @@ TEST_F(ToolTest, Watch_InterruptEndsItThoughTheServerHangs) {
     const auto process = Begin({"watch"}, 3);
     m_server.Get().Signal(SIGSTOP);
     process->Signal(SIGINT);
-    EXPECT_EQ(process->Wait(std::chrono::seconds(10)), 0);
+    EXPECT_EQ(process->Wait(std::chrono::seconds(25)), 0);
 }
 
 TEST_F(ToolTest, Watch_ServerEnds_IsNoServer) {
@@ -92,7 +92,7 @@ TEST_F(ToolTest, Watch_ServerEnds_IsNoServer) {
 TEST_F(ToolTest, PipeThatNobodyReads_EndsItTheUsualWay) {
     const test::Result result =
         test::RunProgram({"/bin/bash", "-c", R"(exec 3> >(:); wait $!; "$@" >&3; echo "$?" >&2)", "bash",
-                          ZELKOR_BIN "/zelkor-regctl", "--server", Where(), "watch", "--timeout", "20"});
+                          ZELKOR_BIN "/zelkor-regctl", "--server", Where(), "watch", "--timeout", "90"});
     EXPECT_THAT(result.error, testing::EndsWith(std::to_string(128 + SIGPIPE) + "\n"));
 }
 

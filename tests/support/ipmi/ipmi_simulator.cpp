@@ -20,7 +20,7 @@ namespace test {
 namespace {
 
 constexpr const char* c_program = ZELKOR_IPMI_SIM;
-constexpr std::chrono::seconds c_patience{20};
+constexpr std::chrono::seconds c_patience{100};
 constexpr std::chrono::microseconds c_pollPeriod{200};
 constexpr int c_startAttempts = 5;
 // Below the range from which the system takes ports of clients.

@@ -11,7 +11,6 @@ using Clock = std::chrono::steady_clock;
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr int c_maxBitsTurned = 8;
-constexpr std::chrono::milliseconds c_reorderLimit{20};
 
 }  // namespace
 
@@ -35,7 +34,7 @@ void RelayLane::Take(RelayPacket packet) {
     if (isHeld) {
         ++m_counts.reordered;
         m_held = std::move(packet);
-        m_held->due += c_reorderLimit;
+        m_held->due += m_faults.reorderLimit;
         return;
     }
     if (isDuplicated) {

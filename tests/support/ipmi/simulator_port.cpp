@@ -17,7 +17,7 @@ namespace {
 constexpr std::array<std::uint8_t, 23> c_question{0x06, 0x00, 0xff, 0x07, 0x00, 0x00, 0x00, 0x00,
                                                   0x00, 0x00, 0x00, 0x00, 0x00, 0x09, 0x20, 0x18,
                                                   0xc8, 0x81, 0x00, 0x38, 0x8e, 0x04, 0xb5};
-constexpr int c_answerLimit = 50;  // ms
+constexpr int c_answerLimit = 1000;  // ms
 
 int OpenSocket() {
     const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);

@@ -15,10 +15,11 @@ struct RelayFaults {
     double duplicate = 0;
     double truncate = 0;  ///< cut to a random shorter length
     double corrupt = 0;   ///< one to eight random bits turned
-    double reorder = 0;   ///< sent after the next packet of this direction, or after 20 ms without one
+    double reorder = 0;   ///< sent after the next packet of this direction, or after a time without one
     /// These packets alone are dropped, counted from 1 since the faults were set.
     std::set<std::uint64_t> dropped{};
     std::chrono::microseconds delay{0};
+    std::chrono::microseconds reorderLimit{20000};  ///< how long a packet is held for a next one
 };
 
 /// Which way a packet goes.

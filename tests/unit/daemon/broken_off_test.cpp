@@ -15,7 +15,7 @@ namespace {
 using testing::_;
 using testing::ElementsAre;
 
-constexpr std::chrono::seconds c_patience{20};
+constexpr std::chrono::seconds c_patience{100};
 
 /// A worker's fixture with an access that is broken off.
 template <class Fixture>

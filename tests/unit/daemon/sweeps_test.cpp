@@ -170,7 +170,7 @@ TEST_F(SweptByMonitor, ReadingThatIsBrokenOff_EndsThePassAndItsSweep) {
         throw bmc::BrokenOff("u:a");
     });
     m_clock.Advance(std::chrono::seconds(60));
-    ASSERT_EQ(isBrokenOff.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    ASSERT_EQ(isBrokenOff.get_future().wait_for(std::chrono::seconds(100)), std::future_status::ready);
     m_monitor->StopThread();
     ASSERT_TRUE(m_log.WaitFor(m_stopped));
     EXPECT_THAT(m_log.Messages(), ElementsAre(m_stopped));

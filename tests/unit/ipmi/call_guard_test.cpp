@@ -19,7 +19,7 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 /// A guarded call comes back that long after it was told to at the latest, on a busy machine.
-constexpr auto c_tolerance = 2s;
+constexpr auto c_tolerance = 30s;
 
 constexpr auto c_never = 1h;
 

@@ -111,7 +111,7 @@ protected:
 
     const std::shared_ptr<FakeController> m_fake = std::make_shared<FakeController>();
     bmc::ipmi::ControllerOptions m_options{"10.0.0.11:623", "session with cipher suite 17",
-                                           std::chrono::milliseconds(20), 2};
+                                           std::chrono::milliseconds(60), 2};
     bmc::ipmi::ControllerTiming m_timing{std::chrono::milliseconds(2), std::chrono::milliseconds(10),
                                          std::chrono::hours(1), c_patience};
     std::unique_ptr<bmc::ipmi::Controller> m_controller;

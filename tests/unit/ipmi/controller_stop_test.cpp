@@ -26,7 +26,7 @@ using testing::StartsWith;
 
 constexpr const char* c_brokenOff = "BrokenOff: Access to board io/1 was broken off: the service stops";
 /// More than a machine that is busy with others needs, and far less than the timeout of the test's controllers.
-constexpr std::chrono::seconds c_soon{10};
+constexpr std::chrono::seconds c_soon{30};
 
 class ControllerStop : public test::ControllerOfTwo {
 protected:

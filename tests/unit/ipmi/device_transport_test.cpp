@@ -36,7 +36,7 @@ protected:
         m_transport = std::make_unique<DeviceTransport>(settings, std::move(driver));
     }
 
-    static SteadyTime Soon() { return steady_clock::now() + 20ms; }
+    static SteadyTime Soon() { return steady_clock::now() + 200ms; }
     static SteadyTime Late() { return steady_clock::now() + 1min; }
 
     Response Exchange(const Request& request = c_getReading, SteadyTime deadline = Late(), Target target = {},

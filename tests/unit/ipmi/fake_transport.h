@@ -21,7 +21,7 @@
 namespace test {
 
 /// How long a test waits for what must come.
-constexpr std::chrono::seconds c_patience{30};
+constexpr std::chrono::seconds c_patience{100};
 
 /// One exchange, as a fake controller saw it.
 struct SeenExchange {

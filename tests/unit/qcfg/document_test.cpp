@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "tests/support/cpu_time.h"
 #include "tests/support/expect_text.h"
 #include "tests/support/file.h"
 #include "tests/support/temp_folder.h"
@@ -130,9 +131,9 @@ TEST(Document, DeepNesting_IsBounded) {
 }
 
 TEST(Document, ManyElements_AreReadQuickly) {
-    const auto begin = std::chrono::steady_clock::now();
+    const auto begin = test::ThreadCpuTime();
     EXPECT_EQ(ReadXmlText("<a>" + Repeat("<b c='1'>x</b>\n", 100000) + "</a>", "f.xml")->GetChildren().size(), 100000U);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+    EXPECT_LT(test::ThreadCpuTime() - begin, std::chrono::seconds(10));
 }
 
 std::string Laughs(const std::string& use) {
@@ -145,7 +146,7 @@ std::string Laughs(const std::string& use) {
 }
 
 TEST(Document, EntitiesThatExpandWithoutEnd_AreRefusedQuickly) {
-    const auto begin = std::chrono::steady_clock::now();
+    const auto begin = test::ThreadCpuTime();
     EXPECT_EQ(ErrorOf(Laughs("<a>&e11;</a>")), "f.xml:2: Detected an entity reference loop");
     EXPECT_EQ(ErrorOf(Laughs("<a b='&e11;'/>")), "f.xml:2: Detected an entity reference loop");
     const std::string square =
@@ -153,7 +154,7 @@ TEST(Document, EntitiesThatExpandWithoutEnd_AreRefusedQuickly) {
     EXPECT_EQ(ErrorOf(square), "f.xml:2: Detected an entity reference loop");
     EXPECT_EQ(ErrorOf("<!DOCTYPE a [<!ENTITY e '&f;'><!ENTITY f '&e;'>]>\n<a>&e;</a>"),
               "f.xml:2: Detected an entity reference loop");
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+    EXPECT_LT(test::ThreadCpuTime() - begin, std::chrono::seconds(10));
 }
 
 TEST(Document, ExternalEntity_IsRefusedAndNeverOpened) {

@@ -167,7 +167,7 @@ TEST_F(PresentValues, NewerPoll_TakesOverWhatAnOlderOneHasRead) {
     isReading.get_future().wait();
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(Shown(Poll(id)), "") << "the values are being read, and this one does not wait";
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(60));
     mayGoOn.set_value();
     EXPECT_EQ(Shown(older.get()), "") << "ended by the newer one";
     EXPECT_EQ(Shown(Poll(id)), "1 boards/a 0.5!, 2 boards/b !");

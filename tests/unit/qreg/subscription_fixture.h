@@ -20,7 +20,7 @@ namespace test {
 class SubscriptionFixture : public testing::Test {
 protected:
     static constexpr std::chrono::milliseconds c_noWait{0};
-    static constexpr std::chrono::milliseconds c_longWait{20000};
+    static constexpr std::chrono::milliseconds c_longWait{100000};
 
     /// Subscriptions with these limits instead of the default ones.
     void Restart(const qreg::SubscriptionLimits& limits) {

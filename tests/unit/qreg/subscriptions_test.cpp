@@ -1,5 +1,6 @@
 #include "qreg/subscriptions.h"
 
+#include "tests/support/cpu_time.h"
 #include "tests/support/expect_text.h"
 #include "tests/unit/qreg/subscription_fixture.h"
 
@@ -204,9 +205,9 @@ TEST_F(Subscriptions, AllThePatternsThatClientsMayHave_DoNotHoldUpTheEmitter) {
         granted += CodeOf([&] { Subscribe(std::vector<std::string>(64, slow)); }) == ErrorCode_e::ok ? 1 : 0;
     }
     EXPECT_EQ(granted, 32U);
-    const auto begin = std::chrono::steady_clock::now();
+    const auto begin = test::ThreadCpuTime();
     Emit(m_first, 1);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(50));
+    EXPECT_LT(test::ThreadCpuTime() - begin, std::chrono::milliseconds(50));
 }
 
 TEST_F(Subscriptions, UnknownId_IsNoSubscription) {

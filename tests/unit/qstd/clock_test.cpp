@@ -82,7 +82,7 @@ TEST(ClockSleep, EndsAfterThePeriod) {
     sleeper.Join();
     // Stray wake-ups are allowed by contract but do not come here.
     EXPECT_GE(std::chrono::steady_clock::now() - begin, 990ms);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 20s);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 60s);
 }
 
 TEST(ClockSleep, PeriodOfZero_ReturnsAtOnce) {

@@ -85,9 +85,9 @@ TEST_F(WatchTest, Losses_AreToldOnceEach) {
 TEST_F(WatchTest, Timeout_EndsWithZero) {
     EXPECT_EQ(Watch({{}, {}, std::chrono::milliseconds(0)}), 0);
     EXPECT_TRUE(m_registry.received.empty());
-    EXPECT_EQ(Watch({{}, {}, std::chrono::milliseconds(20)}), 0);
+    EXPECT_EQ(Watch({{}, {}, std::chrono::milliseconds(200)}), 0);
     ASSERT_FALSE(m_registry.waits.empty());
-    EXPECT_LE(m_registry.waits.front(), std::chrono::milliseconds(20));
+    EXPECT_LE(m_registry.waits.front(), std::chrono::milliseconds(200));
     EXPECT_GT(m_registry.waits.back(), std::chrono::milliseconds(0));
 }
 
@@ -125,7 +125,7 @@ TEST(Interruption, SignalCallsTheActionOnce) {
         EXPECT_FALSE(interruption.Came());
         interruption.SetAction([&] { called.set_value(); });
         ::kill(::getpid(), SIGINT);
-        EXPECT_EQ(called.get_future().wait_for(std::chrono::seconds(30)), std::future_status::ready);
+        EXPECT_EQ(called.get_future().wait_for(std::chrono::seconds(100)), std::future_status::ready);
         EXPECT_TRUE(interruption.Came());
     }
 }

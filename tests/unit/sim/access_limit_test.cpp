@@ -25,7 +25,7 @@ using test::SimChassis;
 using testing::Each;
 using testing::HasSubstr;
 
-constexpr std::chrono::seconds c_patience{30};
+constexpr std::chrono::seconds c_patience{100};
 constexpr const char* c_brokenOff = "BrokenOff: Access to board icb/0 was broken off: the service stops";
 constexpr std::uint16_t c_addresses[] = {0x40, 0x48, 0x50, 0x58, 0x60, 0x68};
 
@@ -61,12 +61,12 @@ std::vector<bmc::FpgaRegisterValue> AllFans(std::uint16_t value) {
 
 TEST(AccessLimit, Batch_IsOneAccessWhateverItsSize) {
     SimChassis chassis;
-    chassis.Do({"slow", "icb/0", "400"});
+    chassis.Do({"slow", "icb/0", "1000"});
     const auto begin = steady_clock::now();
     const auto results = chassis.Board("icb/0").FpgaSpiWriteAll(AllFans(483));
     const auto duration = steady_clock::now() - begin;
-    EXPECT_GE(duration, milliseconds(400));
-    EXPECT_LT(duration, milliseconds(2000)) << "six delays take longer";
+    EXPECT_GE(duration, milliseconds(1000));
+    EXPECT_LT(duration, milliseconds(6000)) << "six delays take longer";
     ASSERT_EQ(results.size(), 6U);
     chassis.Do({"heal", "icb/0", ""});
     for (const std::uint16_t address : c_addresses) {
@@ -182,12 +182,12 @@ TEST(AccessLimit, WriteOfTheStoppingThread_TakesItsTurnAfterAPowerAction) {
 TEST(AccessLimit, WhatIsLetThrough_IsGivenUpAfterItsTime) {
     AccessGate gate("icb/0");
     gate.SetDelay(std::chrono::hours(1));
-    const std::string text = "Board icb/0 did not answer within 20 ms: the access was given up";
-    gate.LimitAccesses(steady_clock::now() + milliseconds(5), milliseconds(20));
+    const std::string text = "Board icb/0 did not answer within 500 ms: the access was given up";
+    gate.LimitAccesses(steady_clock::now() + milliseconds(5), milliseconds(500));
     const auto begin = steady_clock::now();
     auto switching = Elsewhere([&] { const auto access = gate.Enter(Access_e::switching); });
     EXPECT_EQ(KindOfError([&] { const auto access = gate.Enter(Access_e::writing); }), text);
-    EXPECT_GE(steady_clock::now() - begin, milliseconds(20));
+    EXPECT_GE(steady_clock::now() - begin, milliseconds(500));
     EXPECT_EQ(EndOf(switching), text) << "a problem, not the quiet end of a pass";
     EXPECT_EQ(KindOfError([&] { const auto access = gate.Enter(Access_e::writing); }), text);
     gate.SetDelay(milliseconds(0));

@@ -145,7 +145,7 @@ TEST_F(ControlServerTest, RequestInPieces_IsServed) {
 }
 
 TEST_F(ControlServerTest, SilentClient_IsClosedAndDelaysNobody) {
-    Start({16, milliseconds(50)});
+    Start({16, milliseconds(1000)});
     Client silent(Path());
     Client half(Path());
     half.Send("lis");
@@ -165,7 +165,7 @@ TEST_F(ControlServerTest, MoreClientsThanTheLimit_AreToldSo) {
 }
 
 TEST_F(ControlServerTest, Follower_GetsWhatWasAndWhatComes) {
-    Start({16, milliseconds(20)});
+    Start({16, milliseconds(1000)});
     m_chassis.Board("io/1").ShutDown();
     Client follower(Path());
     follower.Send("journal-follow\n");
@@ -198,7 +198,7 @@ TEST_F(ControlServerTest, Followers_GetWhatIsDoneRightBeforeTheEnd) {
 }
 
 TEST_F(ControlServerTest, FollowerThatDoesNotRead_IsClosedAndDelaysNobody) {
-    Start({16, milliseconds(50)});
+    Start({16, milliseconds(1000)});
     Client follower(Path());
     follower.Send("journal-follow\n");
     m_chassis.Board("io/1").ShutDown();
