@@ -42,6 +42,9 @@ function(zelkor_compile_options target)
   if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
     # A source's own types count as a header's there, which could be used in more than one object.
     target_compile_options(${target} PRIVATE -Wno-subobject-linkage)
+    # Such sources fill the compiler's memory: looking for what is free in it before there is much takes a twelfth of
+    # its time.
+    target_compile_options(${target} PRIVATE --param=ggc-min-heapsize=524288)
   endif()
   if(ZELKOR_WERROR)
     target_compile_options(${target} PRIVATE -Werror)

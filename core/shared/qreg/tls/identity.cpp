@@ -33,9 +33,15 @@ std::time_t Now() {
     return std::chrono::system_clock::to_time_t(qstd::Clock::Get().SystemNow());
 }
 
-/// -1, 0 or 1: @p time is before, at or after @p then.
+/// Below, equal to or above 0: @p time is before, at or after @p then; before, too, when it is none. OpenSSL's own
+/// comparison takes a time_t, which on 32 bits is another one there.
 int Compare(const ASN1_TIME* time, std::time_t then) {
-    return ASN1_TIME_cmp_time_t(time, then);
+    std::tm fields{};
+    if (ASN1_TIME_to_tm(time, &fields) != 1) {
+        return -1;
+    }
+    const std::time_t seconds = ::timegm(&fields);
+    return seconds < then ? -1 : (seconds > then ? 1 : 0);
 }
 
 /// "2026-11-21 14:03:07 UTC".
