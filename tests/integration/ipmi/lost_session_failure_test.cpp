@@ -140,7 +140,8 @@ TEST_F(LostSessionTest, NoFreeSlot_IsToldAndTheNextFreeOneIsTaken) {
 
 TEST_F(LostSessionTest, SessionsThatAreGivenUp_DoNotUseUpTheControllersSlots) {
     constexpr int c_moreThanThereAreSlots = 80;
-    m_ways.timeout = Milliseconds(50);
+    // What is lost here is lost on purpose. An answer that a loaded machine gives too late would take a slot, too.
+    m_ways.timeout = Milliseconds(250);
     m_ways.retries = 1;
     StartControllers(1, 1);
     OpenBackend();
