@@ -20,8 +20,9 @@ constexpr std::uint16_t c_endOfRecords = 0xffff;
 constexpr std::uint8_t c_wholeRecord = 0xff;
 constexpr std::size_t c_headerSize = 5;
 constexpr std::size_t c_mostRecordsRead = 4096;
-constexpr int c_mostReservations = 8;   ///< for one record
+constexpr int c_mostReservations = 16;  ///< for one record
 constexpr int c_leastGivingWay = 1000;  ///< microseconds at most after the first cancelled reservation
+constexpr int c_mostDoublings = 7;      ///< of that: more than a record takes behind a slow bus
 constexpr int c_mostReadings = 3;       ///< of a repository that changes while it is read
 constexpr std::size_t c_greatPart = 32;
 constexpr std::size_t c_smallPart = 16;  ///< fits into a message on the IPMB
@@ -130,7 +131,7 @@ private:
     /// Whoever reserves cancels the reservation of everybody else. Two who read at the same time would do so to each
     /// other for ever: waiting for a random time, longer each time, lets one of them come through.
     void GiveWay(int earlier) {
-        std::uniform_int_distribution<int> wait(0, c_leastGivingWay << earlier);
+        std::uniform_int_distribution<int> wait(0, c_leastGivingWay << std::min(earlier, c_mostDoublings));
         std::this_thread::sleep_for(std::chrono::microseconds(wait(m_random)));
     }
 

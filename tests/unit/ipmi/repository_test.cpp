@@ -104,8 +104,8 @@ TEST_F(RepositoryTest, ReservationLost_ThatRecordAgain) {
 
 TEST_F(RepositoryTest, ReservationsNeverHold_Error) {
     Main().m_lostReservations = 1000;
-    EXPECT_EQ(Problem(), "io/1: sensor record 0x0000: the reservation was cancelled 8 times");
-    EXPECT_EQ(Main().m_gets, 8U);
+    EXPECT_EQ(Problem(), "io/1: sensor record 0x0000: the reservation was cancelled 16 times");
+    EXPECT_EQ(Main().m_gets, 16U);
 }
 
 TEST_F(RepositoryTest, NoReservations_ReadWithoutOne) {
