@@ -11,6 +11,7 @@
 
 #include "qreg/corba/connect.h"
 #include "qreg/peer.h"
+#include "qreg/tls/openssl.h"
 #include "qreg/tls/subject.h"
 #include "qstd/exception.h"
 
@@ -24,11 +25,6 @@ constexpr std::size_t c_shown = 200;
 constexpr const char* c_ended =
     "the server ended the connection in the handshake: it has as many clients as it may have, or it speaks something "
     "else";
-
-template <class T, void (*free)(T*)>
-struct Free {
-    void operator()(T* object) const noexcept { free(object); }
-};
 
 /// Of the certificate that was found wrong in this thread's handshake.
 thread_local std::string t_subject;
@@ -99,14 +95,13 @@ void DemandName(ssl_ctx_st* context, const std::string& name) {
 }
 
 void ProveName(const std::string& name) {
-    const std::unique_ptr<X509_VERIFY_PARAM, Free<X509_VERIFY_PARAM, X509_VERIFY_PARAM_free>> demands(
-        X509_VERIFY_PARAM_new());
+    const std::unique_ptr<X509_VERIFY_PARAM, tls::Free<X509_VERIFY_PARAM_free>> demands(X509_VERIFY_PARAM_new());
     Demand(demands.get(), name);
 }
 
 std::string ProbeTls(const std::string& host, int port, const tls::Identity& identity, const std::string& name) {
     const Connection way = Connect(host, port, c_probeLimit);
-    const std::unique_ptr<SSL_CTX, Free<SSL_CTX, SSL_CTX_free>> context(SSL_CTX_new(TLS_client_method()));
+    const tls::ContextPtr context(SSL_CTX_new(TLS_client_method()));
     if (way.socket == nullptr || context == nullptr) {
         return {};
     }
@@ -115,7 +110,7 @@ std::string ProbeTls(const std::string& host, int port, const tls::Identity& ide
     identity.Apply(context.get());
     DemandName(context.get(), name);
     SSL_CTX_set_verify(context.get(), SSL_VERIFY_PEER, OnVerify);
-    const std::unique_ptr<SSL, Free<SSL, SSL_free>> connection(SSL_new(context.get()));
+    const std::unique_ptr<SSL, tls::Free<SSL_free>> connection(SSL_new(context.get()));
     if (connection == nullptr || SSL_set_fd(connection.get(), way.socket->Get()) != 1) {
         return {};
     }
